@@ -1,0 +1,380 @@
+#include "vexa.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFile>
+#include <QMetaType>
+
+extern "C" {
+#include <libavdevice/avdevice.h>
+#include <libavformat/avformat.h>
+}
+
+#include "hi_mpi_sys.h"
+#include "hi_mpi_vb.h"
+#include "hi_mpi_vdec.h"
+#include "hi_mpi_venc.h"
+#include "hi_mpi_vi.h"
+
+#include "vexabase_version.h"
+#include "vexahi.h"
+#include "vexainputnet_p.h"
+#include "vexajson.h"
+#include "vexaobject.h"
+
+QMap<QString, VexaObject *> Vexa::objectMap;
+QMap<QString, int> Vexa::classCount;
+QMap<QString, QThread *> Vexa::threadMap;
+QMap<QString, int> Vexa::threadCount;
+QMutex Vexa::lockThread;
+QVariantMap Vexa::Config;
+bool Vexa::debug = false;
+
+namespace {
+
+const Qt::ConnectionType uniqueQueued = Qt::ConnectionType(Qt::UniqueConnection | Qt::QueuedConnection);
+const Qt::ConnectionType uniqueDirect = Qt::ConnectionType(Qt::UniqueConnection | Qt::DirectConnection);
+
+// The slots take the record under its short registered name.
+QGenericArgument streamInfoArg(const VexaObject::StreamInfo &info)
+{
+    return QArgument<VexaObject::StreamInfo>("StreamInfo", info);
+}
+
+// Fills the pool table of a video-buffer record from a board-file list of
+// {"cnt", "size"} objects. The record has room for 16 pools; a longer list
+// is cut there rather than written past the record.
+void fillPools(hi_vb_cfg &cfg, const QVariantList &pools, const char *listName)
+{
+    int count = pools.size();
+    if (count > HI_VB_MAX_COMMON_POOLS) {
+        qDebug("videoBuffer \"%s\" lists %d pools; the first %d are used", listName, count, int(HI_VB_MAX_COMMON_POOLS));
+        count = HI_VB_MAX_COMMON_POOLS;
+    }
+    cfg.max_pool_cnt = count;
+    for (int i = 0; i < count; ++i) {
+        const QVariantMap pool = pools.at(i).toMap();
+        cfg.common_pool[i].blk_cnt = pool.value(QStringLiteral("cnt")).toInt();
+        // The size is a signed 32-bit value in the board file, widened here.
+        const qint32 size = pool.value(QStringLiteral("size")).toInt();
+        cfg.common_pool[i].blk_size = static_cast<hi_u64>(size);
+    }
+}
+
+} // namespace
+
+Vexa::Vexa(QObject *parent)
+    : QObject(parent)
+{
+}
+
+// Factory and registry ------------------------------------------------------
+
+VexaObject *Vexa::create(QString className, QString name)
+{
+    if (!className.startsWith(QLatin1String("Vexa")))
+        className.prepend(QLatin1String("Vexa"));
+    const QByteArray cls = className.toLatin1();
+
+    const int id = QMetaType::type(cls.constData());
+    if (id == 0)
+        qFatal("Can not find class name %s", cls.constData());
+    // A registered name that is no module class, or a module class without an
+    // invokable constructor callable with no arguments, is a programming
+    // error of the module library: it ends the process like an unknown class.
+    const QMetaObject *meta = QMetaType::metaObjectForType(id);
+    QObject *instance = meta ? meta->newInstance() : nullptr;
+    VexaObject *obj = qobject_cast<VexaObject *>(instance);
+    if (!obj) {
+        delete instance;
+        qFatal("Can not create class name %s", cls.constData());
+    }
+
+    const int count = classCount.value(className, 0) + 1;
+    classCount.insert(className, count);
+
+    if (name.isEmpty())
+        name = QString::asprintf("%s_%d", cls.constData(), count).remove(QStringLiteral("Vexa"));
+
+    // Suffixes go on the base name, never on an already suffixed one.
+    const QByteArray base = name.toLatin1();
+    for (int i = 1; objectMap.contains(name); ++i)
+        name = QString::asprintf("%s_%d", base.constData(), i);
+
+    obj->setProperty("name", name);
+    objectMap.insert(name, obj);
+    return obj;
+}
+
+VexaObject *Vexa::find(QString name)
+{
+    return objectMap.value(name, nullptr);
+}
+
+void Vexa::delObject(VexaObject *obj)
+{
+    if (obj)
+        objectMap.remove(obj->name());
+}
+
+QHash<QString, VexaObject *(*)(QObject *)> &Vexa::constructors()
+{
+    static QHash<QString, VexaObject *(*)(QObject *)> table;
+    return table;
+}
+
+// Worker threads --------------------------------------------------------------
+
+QThread *Vexa::newThread(QString &name, QThread::Priority priority)
+{
+    QMutexLocker locker(&lockThread);
+    if (name.isEmpty()) {
+        for (int i = 0;; ++i) {
+            const QString candidate = QString::asprintf("oneself_%d", i);
+            if (!threadMap.contains(candidate)) {
+                name = candidate;
+                break;
+            }
+        }
+    }
+    if (!threadMap.contains(name)) {
+        QThread *thread = new QThread();
+        threadMap.insert(name, thread);
+        thread->setObjectName(name);
+        thread->start(priority);
+        threadCount.insert(name, 0);
+    }
+    threadCount[name] += 1;
+    return threadMap.value(name);
+}
+
+void Vexa::delThread(QString name)
+{
+    QMutexLocker locker(&lockThread);
+    if (!threadMap.contains(name))
+        return;
+    const int count = threadCount.value(name, 0) - 1;
+    threadCount.insert(name, count);
+    if (count != 0)
+        return;
+
+    QThread *thread = threadMap.value(name);
+    thread->requestInterruption();
+    thread->quit();
+    // Deleting a QThread that still runs aborts the process, and quit() only
+    // asks the event loop to end: the object goes once the thread finished.
+    QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+    if (thread->isFinished())
+        thread->deleteLater();
+    threadCount.remove(name);
+    threadMap.remove(name);
+}
+
+// Links -----------------------------------------------------------------------
+
+VexaObject *Vexa::linkA(VexaObject *src, VexaObject *dst)
+{
+    if (!QObject::connect(src, SIGNAL(newInfoA(StreamInfo)), dst, SLOT(onNewInfoAPriv(StreamInfo)), uniqueQueued))
+        return dst; // already linked
+    QObject::connect(src, SIGNAL(newPacketA(Packet)), dst, SLOT(onNewPacketA(Packet)), uniqueDirect);
+    if (src->outInfoA.type == 0)
+        return dst;
+    VexaObject::StreamInfo info = src->outInfoA;
+    info.sender = src;
+    dst->invokeInfoA(info);
+    return dst;
+}
+
+VexaObject *Vexa::linkV(VexaObject *src, VexaObject *dst)
+{
+    if (!QObject::connect(src, SIGNAL(newInfoV(StreamInfo)), dst, SLOT(onNewInfoVPriv(StreamInfo)), uniqueQueued))
+        return dst; // already linked
+    QObject::connect(src, SIGNAL(newPacketV(Packet)), dst, SLOT(onNewPacketV(Packet)), uniqueDirect);
+    if (src->outInfoV.type == 0)
+        return dst;
+    VexaObject::StreamInfo info = src->outInfoV;
+    info.sender = src;
+    dst->invokeInfoV(info);
+    return dst;
+}
+
+VexaObject *Vexa::linkE(VexaObject *src, VexaObject *dst)
+{
+    QObject::connect(src, SIGNAL(newEvent(QString,QVariant)), dst, SLOT(onNewEvent(QString,QVariant)), uniqueQueued);
+    return dst;
+}
+
+void Vexa::unLinkA(VexaObject *src, VexaObject *dst)
+{
+    QObject::disconnect(src, SIGNAL(newInfoA(StreamInfo)), dst, SLOT(onNewInfoAPriv(StreamInfo)));
+    QObject::disconnect(src, SIGNAL(newPacketA(Packet)), dst, SLOT(onNewPacketA(Packet)));
+    // Sent whether or not a link existed; queued behind any description the
+    // same source queued before.
+    VexaObject::StreamInfo info = src->outInfoA;
+    info.sender = src;
+    QMetaObject::invokeMethod(dst, "onUnLinkAPriv", Qt::QueuedConnection, streamInfoArg(info));
+}
+
+void Vexa::unLinkV(VexaObject *src, VexaObject *dst)
+{
+    QObject::disconnect(src, SIGNAL(newInfoV(StreamInfo)), dst, SLOT(onNewInfoVPriv(StreamInfo)));
+    QObject::disconnect(src, SIGNAL(newPacketV(Packet)), dst, SLOT(onNewPacketV(Packet)));
+    VexaObject::StreamInfo info = src->outInfoV;
+    info.sender = src;
+    QMetaObject::invokeMethod(dst, "onUnLinkVPriv", Qt::QueuedConnection, streamInfoArg(info));
+}
+
+bool Vexa::unLinkE(VexaObject *src, VexaObject *dst)
+{
+    return QObject::disconnect(src, SIGNAL(newEvent(QString,QVariant)), dst, SLOT(onNewEvent(QString,QVariant)));
+}
+
+QVariant Vexa::o2v(VexaObject *obj)
+{
+    return QVariant(QMetaType::VoidStar, &obj);
+}
+
+VexaObject *Vexa::v2o(QVariant v)
+{
+    if (v.userType() == QMetaType::VoidStar)
+        return static_cast<VexaObject *>(v.value<void *>());
+    if (v.convert(QMetaType::VoidStar))
+        return static_cast<VexaObject *>(v.value<void *>());
+    return nullptr;
+}
+
+// Start-up, configuration and version --------------------------------------------
+
+bool Vexa::init(bool full)
+{
+    qDebug("VexaSDK %s build %s_%d", VEXA_VERSION_STRING, VEXA_BUILD_DATE, VEXA_BUILD_NUMBER);
+
+    // Queued links and invocations carry the records under these short names.
+    qRegisterMetaType<VexaObject::Packet>("Packet");
+    qRegisterMetaType<VexaObject::StreamInfo>("StreamInfo");
+
+    // A configuration set before init (another board file) is kept.
+    if (Config.isEmpty())
+        setConfig(QStringLiteral("/vexa/config/board.json"));
+
+    if (full) {
+        if (!initSys())
+            qFatal("init system failed");
+        signal(SIGINT, signalHandler);
+    }
+
+    avformat_network_init();
+    avdevice_register_all();
+    return true;
+}
+
+bool Vexa::initSys()
+{
+    const QVariantMap section = Config.contains(QStringLiteral("videoBuffer"))
+        ? Config.value(QStringLiteral("videoBuffer")).toMap()
+        : QVariantMap();
+
+    hi_vb_cfg common;
+    std::memset(&common, 0, sizeof common);
+    if (!section.isEmpty())
+        fillPools(common, section.value(QStringLiteral("sys")).toList(), "sys");
+
+    // Tear down whatever an earlier run left behind.
+    hi_mpi_sys_exit();
+    for (int uid = 0; uid <= 26; ++uid) {
+        const hi_s32 ret = hi_mpi_vb_exit_mod_common_pool(static_cast<hi_vb_uid>(uid));
+        if (ret != 0) {
+            qDebug("HI_MPI_VB_ExitModCommPool failed %#x", ret);
+            return false;
+        }
+    }
+    hi_mpi_vb_exit();
+
+    const hi_s32 cfgRet = hi_mpi_vb_set_cfg(&common);
+    if (cfgRet != 0)
+        qDebug("HI_MPI_VB_SetConf failed! %#x", cfgRet);
+    if (hi_mpi_vb_init() != 0) {
+        qDebug("HI_MPI_VB_Init failed!");
+        return false;
+    }
+    if (hi_mpi_sys_init() != 0) {
+        qDebug("HI_MPI_SYS_Init failed!");
+        return false;
+    }
+
+    // Encoders share one stream buffer per module type off.
+    for (hi_venc_mod_type type : {HI_VENC_MOD_H264, HI_VENC_MOD_H265}) {
+        hi_venc_mod_param param;
+        std::memset(&param, 0, sizeof param);
+        param.mod_type = type;
+        hi_mpi_venc_get_mod_param(&param);
+        if (type == HI_VENC_MOD_H264)
+            param.h264_mod_param.one_stream_buf = 0;
+        else
+            param.h265_mod_param.one_stream_buf = 0;
+        hi_mpi_venc_set_mod_param(&param);
+    }
+
+    hi_vi_mod_param vi;
+    std::memset(&vi, 0, sizeof vi);
+    hi_mpi_vi_get_mod_param(&vi);
+    vi.detect_err_frame = -1;
+    hi_mpi_vi_set_mod_param(&vi);
+
+    hi_vb_cfg dec;
+    std::memset(&dec, 0, sizeof dec);
+    if (!section.isEmpty()) {
+        const QVariantList decPools = section.value(QStringLiteral("dec")).toList();
+        fillPools(dec, decPools, "dec");
+        if (!decPools.isEmpty()) {
+            hi_mpi_vb_set_mod_pool_cfg(HI_VB_UID_VDEC, &dec);
+        } else {
+            // No decoder pools in the board file: the decoder uses private buffers.
+            hi_vdec_mod_param vdec;
+            std::memset(&vdec, 0, sizeof vdec);
+            hi_mpi_vdec_get_mod_param(&vdec);
+            vdec.vb_src = HI_VB_SRC_PRIVATE;
+            hi_mpi_vdec_set_mod_param(&vdec);
+        }
+    }
+    hi_mpi_vb_init_mod_common_pool(HI_VB_UID_VDEC);
+
+    qDebug("init done");
+    return true;
+}
+
+QVariantMap Vexa::getConfig()
+{
+    if (Config.isEmpty())
+        qFatal("Config file didn't load");
+    return Config;
+}
+
+bool Vexa::setConfig(QString path)
+{
+    if (!QFile::exists(path))
+        return false;
+    // A file that holds no JSON object leaves an empty configuration.
+    Config = Json::loadFile(path).toMap();
+    return true;
+}
+
+QVariantMap Vexa::getVersion()
+{
+    QVariantMap version;
+    version.insert(QStringLiteral("version"), QStringLiteral(VEXA_VERSION_STRING));
+    version.insert(QStringLiteral("date"), QStringLiteral(VEXA_BUILD_DATE));
+    version.insert(QStringLiteral("build"), int(VEXA_BUILD_NUMBER));
+    return version;
+}
+
+void signalHandler(int)
+{
+    vexaQuitNetTimer();
+    VexaHi::mmzClear();
+    std::exit(0);
+}
