@@ -1,0 +1,338 @@
+// Start-up of the framework: banner, record registration, board file,
+// video-buffer pools and media system, configuration, version, the fatal
+// paths and the SIGINT handler, checked against the software platform's
+// state and call log.
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <algorithm>
+
+#include <QDir>
+#include <QMetaType>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "hi_mpi_vb.h"
+#include "hi_mpi_vdec.h"
+#include "hi_mpi_venc.h"
+#include "hi_mpi_vi.h"
+#include "vx_mpi_model.h"
+
+#include "vexatest.h"
+#include <Vexa>
+#include <VexaObject>
+#include <vexahi.h>
+#include <vexajson.h>
+
+// The network-input module's timer thread, as a module library defines it.
+class __attribute__((visibility("default"))) VexaInputNet
+{
+public:
+    static QThread timerThread;
+};
+QThread VexaInputNet::timerThread;
+
+namespace {
+
+QStringList callNames()
+{
+    QStringList names;
+    for (const std::string &call : vx_model_calls())
+        names << QString::fromStdString(call).section(QLatin1Char('('), 0, 0);
+    return names;
+}
+
+QVariantMap pool(int cnt, int size)
+{
+    return QVariantMap{{"cnt", cnt}, {"size", size}};
+}
+
+QVariantList pools(int n, int size = 4096)
+{
+    QVariantList list;
+    for (int i = 0; i < n; ++i)
+        list << pool(1, size);
+    return list;
+}
+
+// Child modes: each ends its own process.
+int childMode(const QString &mode, const QString &arg)
+{
+    if (mode == QLatin1String("--config-empty")) {
+        Vexa::getConfig();
+        return 0;
+    }
+    if (mode == QLatin1String("--init-fails")) {
+        vx_model_fail("hi_mpi_sys_init", 0xA0028010, -1);
+        Vexa::setConfig(arg);
+        Vexa::init(true);
+        return 0;
+    }
+    if (mode == QLatin1String("--sigint")) {
+        static int argc = 1;
+        static char name[] = "tst_vexainit";
+        static char *argv[] = {name, nullptr};
+        new QCoreApplication(argc, argv); // the timer thread runs an event loop
+        Vexa::setConfig(arg);
+        Vexa::init(true);
+        unsigned int phys = 0;
+        void *virt = nullptr;
+        VexaHi::mmzAlloc(&phys, &virt, 4096, false, "a", nullptr);
+        VexaHi::mmzAlloc(&phys, &virt, 8192, true, "b", nullptr);
+        VexaInputNet::timerThread.start();
+        std::atexit([] {
+            // Runs inside exit(0), before the timer thread object is destroyed.
+            const bool stopped = VexaInputNet::timerThread.wait(10000);
+            std::printf("mmz left %d, timer %s\n", vx_model_mmz_count(), stopped ? "stopped" : "running");
+            std::fflush(stdout);
+        });
+        std::raise(SIGINT);
+        return 3; // not reached: the handler exits
+    }
+    return 2;
+}
+
+} // namespace
+
+class tst_VexaInit : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir dir;
+
+    QString writeBoard(const QVariantMap &board, const QString &name = QStringLiteral("board.json"))
+    {
+        const QString path = dir.filePath(name);
+        Json::saveFile(board, path);
+        return path;
+    }
+
+    void useBoard(const QVariantMap &videoBuffer)
+    {
+        QVERIFY(Vexa::setConfig(writeBoard(QVariantMap{{"videoBuffer", videoBuffer}})));
+        vx_model_reset();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(dir.isValid());
+    }
+
+    void init()
+    {
+        vx_model_reset();
+    }
+
+    // Without a board file and on the short path, init registers the records
+    // and touches no platform call.
+    void initShortPath()
+    {
+        QTest::ignoreMessage(QtDebugMsg, "VexaSDK 3.5.1 build 20241031_29856");
+        QCOMPARE(QMetaType::type("StreamInfo"), 0);
+        QVERIFY(Vexa::init(false));
+        QVERIFY(QMetaType::type("Packet") != 0);
+        QCOMPARE(QMetaType::type("Packet"), qMetaTypeId<VexaObject::Packet>());
+        QCOMPARE(QMetaType::type("StreamInfo"), qMetaTypeId<VexaObject::StreamInfo>());
+        QCOMPARE(callNames(), QStringList());
+    }
+
+    void version()
+    {
+        const QVariantMap v = Vexa::getVersion();
+        QCOMPARE(v.keys(), (QStringList{"build", "date", "version"}));
+        QCOMPARE(v.value("version"), QVariant(QStringLiteral("3.5.1")));
+        QCOMPARE(v.value("date"), QVariant(QStringLiteral("20241031")));
+        QCOMPARE(v.value("build").userType(), int(QMetaType::Int));
+        QCOMPARE(v.value("build").toInt(), 29856);
+    }
+
+    void setConfig()
+    {
+        const QString board = writeBoard(QVariantMap{{"board", "x"}});
+        QVERIFY(Vexa::setConfig(board));
+        QCOMPARE(Vexa::getConfig().value("board").toString(), QStringLiteral("x"));
+        // A missing file changes nothing.
+        QVERIFY(!Vexa::setConfig(dir.filePath("missing.json")));
+        QCOMPARE(Vexa::getConfig().value("board").toString(), QStringLiteral("x"));
+        // A file that is no JSON object empties the configuration.
+        QFile list(dir.filePath("list.json"));
+        QVERIFY(list.open(QIODevice::WriteOnly));
+        list.write("[1, 2]");
+        list.close();
+        QVERIFY(Vexa::setConfig(list.fileName()));
+        QVERIFY(Vexa::Config.isEmpty());
+    }
+
+    // The whole start-up sequence, in order, from a board file with both pool lists.
+    void initSysSequence()
+    {
+        useBoard(QVariantMap{{"sys", QVariantList{pool(3, 65536), pool(2, 4096)}}, {"dec", QVariantList{pool(4, 8192)}}});
+        QTest::ignoreMessage(QtDebugMsg, "init done");
+        QVERIFY(Vexa::initSys());
+
+        QStringList expected{"hi_mpi_sys_exit"};
+        for (int uid = 0; uid <= 26; ++uid)
+            expected << "hi_mpi_vb_exit_mod_common_pool";
+        expected << "hi_mpi_vb_exit" << "hi_mpi_vb_set_cfg" << "hi_mpi_vb_init" << "hi_mpi_sys_init"
+                 << "hi_mpi_venc_get_mod_param" << "hi_mpi_venc_set_mod_param"
+                 << "hi_mpi_venc_get_mod_param" << "hi_mpi_venc_set_mod_param"
+                 << "hi_mpi_vi_get_mod_param" << "hi_mpi_vi_set_mod_param"
+                 << "hi_mpi_vb_set_mod_pool_cfg" << "hi_mpi_vb_init_mod_common_pool";
+        QCOMPARE(callNames(), expected);
+        const std::vector<std::string> calls = vx_model_calls();
+        QCOMPARE(QString::fromStdString(calls.at(1)), QStringLiteral("hi_mpi_vb_exit_mod_common_pool(0)"));
+        QCOMPARE(QString::fromStdString(calls.at(27)), QStringLiteral("hi_mpi_vb_exit_mod_common_pool(26)"));
+        QCOMPARE(QString::fromStdString(calls.at(38)), QStringLiteral("hi_mpi_vb_set_mod_pool_cfg(4,1)"));
+        QCOMPARE(QString::fromStdString(calls.at(39)), QStringLiteral("hi_mpi_vb_init_mod_common_pool(4)"));
+
+        hi_vb_cfg cfg;
+        QCOMPARE(hi_mpi_vb_get_cfg(&cfg), 0);
+        QCOMPARE(cfg.max_pool_cnt, 2u);
+        QCOMPARE(cfg.common_pool[0].blk_cnt, 3u);
+        QCOMPARE(cfg.common_pool[0].blk_size, 65536ull);
+        QCOMPARE(cfg.common_pool[1].blk_cnt, 2u);
+        QCOMPARE(cfg.common_pool[2].blk_size, 0ull);
+
+        // Encoder module types share no single stream buffer; VI reports no error frames.
+        for (hi_venc_mod_type type : {HI_VENC_MOD_H264, HI_VENC_MOD_H265}) {
+            hi_venc_mod_param venc;
+            std::memset(&venc, 0, sizeof venc);
+            venc.mod_type = type;
+            QCOMPARE(hi_mpi_venc_get_mod_param(&venc), 0);
+            QCOMPARE(type == HI_VENC_MOD_H264 ? venc.h264_mod_param.one_stream_buf : venc.h265_mod_param.one_stream_buf, 0u);
+        }
+        hi_vi_mod_param vi;
+        QCOMPARE(hi_mpi_vi_get_mod_param(&vi), 0);
+        QCOMPARE(vi.detect_err_frame, -1);
+    }
+
+    // Decoder buffers: module pools when the board lists them, private ones otherwise.
+    void decoderPools_data()
+    {
+        QTest::addColumn<QVariantMap>("videoBuffer");
+        QTest::addColumn<bool>("modPools");
+        QTest::addColumn<bool>("privateSource");
+        QTest::newRow("dec list") << QVariantMap{{"sys", pools(1)}, {"dec", pools(2)}} << true << false;
+        QTest::newRow("no dec key") << QVariantMap{{"sys", pools(1)}} << false << true;
+        QTest::newRow("empty dec list") << QVariantMap{{"sys", pools(1)}, {"dec", QVariantList()}} << false << true;
+        QTest::newRow("no videoBuffer") << QVariantMap() << false << false;
+    }
+
+    void decoderPools()
+    {
+        QFETCH(QVariantMap, videoBuffer);
+        QFETCH(bool, modPools);
+        QFETCH(bool, privateSource);
+        useBoard(videoBuffer);
+        QTest::ignoreMessage(QtDebugMsg, "init done");
+        QVERIFY(Vexa::initSys());
+        const QStringList names = callNames();
+        QCOMPARE(names.contains("hi_mpi_vb_set_mod_pool_cfg"), modPools);
+        QCOMPARE(names.contains("hi_mpi_vdec_set_mod_param"), privateSource);
+        hi_vdec_mod_param vdec;
+        QCOMPARE(hi_mpi_vdec_get_mod_param(&vdec), 0);
+        QCOMPARE(vdec.vb_src == HI_VB_SRC_PRIVATE, privateSource);
+        if (videoBuffer.isEmpty()) {
+            hi_vb_cfg cfg;
+            QCOMPARE(hi_mpi_vb_get_cfg(&cfg), 0);
+            QCOMPARE(cfg.max_pool_cnt, 0u);
+        }
+    }
+
+    // The pool record holds 16 pools: a longer list is cut there and said so.
+    void tooManyPools()
+    {
+        useBoard(QVariantMap{{"sys", pools(17)}, {"dec", pools(18)}});
+        QTest::ignoreMessage(QtDebugMsg, "videoBuffer \"sys\" lists 17 pools; the first 16 are used");
+        QTest::ignoreMessage(QtDebugMsg, "videoBuffer \"dec\" lists 18 pools; the first 16 are used");
+        QTest::ignoreMessage(QtDebugMsg, "init done");
+        QVERIFY(Vexa::initSys());
+        hi_vb_cfg cfg;
+        QCOMPARE(hi_mpi_vb_get_cfg(&cfg), 0);
+        QCOMPARE(cfg.max_pool_cnt, 16u);
+        const std::vector<std::string> calls = vx_model_calls();
+        QVERIFY(std::find(calls.begin(), calls.end(), "hi_mpi_vb_set_mod_pool_cfg(4,16)") != calls.end());
+    }
+
+    // Each checked step fails with its own message; a failed VB configuration is survived.
+    void failures_data()
+    {
+        QTest::addColumn<QString>("function");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<bool>("result");
+        QTest::addColumn<QString>("lastCall");
+        QTest::newRow("exit mod pool") << "hi_mpi_vb_exit_mod_common_pool" << "HI_MPI_VB_ExitModCommPool failed 0xa001800d"
+                                       << false << "hi_mpi_vb_exit_mod_common_pool";
+        QTest::newRow("vb init") << "hi_mpi_vb_init" << "HI_MPI_VB_Init failed!" << false << "hi_mpi_vb_init";
+        QTest::newRow("sys init") << "hi_mpi_sys_init" << "HI_MPI_SYS_Init failed!" << false << "hi_mpi_sys_init";
+        QTest::newRow("vb config") << "hi_mpi_vb_set_cfg" << "HI_MPI_VB_SetConf failed! 0xa001800d" << true
+                                   << "hi_mpi_vb_init_mod_common_pool";
+    }
+
+    void failures()
+    {
+        QFETCH(QString, function);
+        QFETCH(QString, message);
+        QFETCH(bool, result);
+        QFETCH(QString, lastCall);
+        useBoard(QVariantMap{{"sys", pools(1)}});
+        // An earlier run leaves VB configured, so a refused configuration still lets VB start.
+        QCOMPARE(vx_model_boot(), 0);
+        vx_model_clear_calls();
+        vx_model_fail(function.toLatin1().constData(), hi_s32(0xA001800D));
+        QTest::ignoreMessage(QtDebugMsg, qPrintable(message));
+        if (result)
+            QTest::ignoreMessage(QtDebugMsg, "init done");
+        QCOMPARE(Vexa::initSys(), result);
+        QCOMPARE(callNames().last(), lastCall);
+        if (result)
+            QVERIFY(callNames().contains("hi_mpi_vb_init"));
+    }
+
+    // Fatal paths and the SIGINT handler end a process of their own.
+    void fatalConfig()
+    {
+        QProcess child;
+        QVERIFY(VexaTest::runSelf(child, {"--config-empty"}));
+        QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+        QVERIFY(child.readAllStandardError().contains("Config file didn't load"));
+    }
+
+    void fatalInit()
+    {
+        QProcess child;
+        QVERIFY(VexaTest::runSelf(child, {"--init-fails", writeBoard(QVariantMap{{"videoBuffer", QVariantMap{{"sys", pools(1)}}}})}));
+        QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+        const QByteArray err = child.readAllStandardError();
+        QVERIFY2(err.contains("HI_MPI_SYS_Init failed!"), err.constData());
+        QVERIFY2(err.contains("init system failed"), err.constData());
+    }
+
+    void sigint()
+    {
+        QProcess child;
+        QVERIFY(VexaTest::runSelf(child, {"--sigint", writeBoard(QVariantMap{{"videoBuffer", QVariantMap{{"sys", pools(1)}}}})}));
+        const QByteArray out = child.readAllStandardOutput();
+        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(child.exitCode(), 0);
+        QCOMPARE(out.trimmed(), QByteArray("mmz left 0, timer stopped"));
+    }
+};
+
+int main(int argc, char **argv)
+{
+    if (argc >= 2 && QByteArray(argv[1]).startsWith("--") && QByteArray(argv[1]) != "--") {
+        const QString mode = QString::fromLocal8Bit(argv[1]);
+        if (mode == "--config-empty" || mode == "--init-fails" || mode == "--sigint")
+            return childMode(mode, argc >= 3 ? QString::fromLocal8Bit(argv[2]) : QString());
+    }
+    QCoreApplication app(argc, argv);
+    tst_VexaInit test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_vexainit.moc"
