@@ -1,0 +1,37 @@
+#ifndef HI_COMMON_VPSS_H
+#define HI_COMMON_VPSS_H
+
+#include "hi_common.h"
+#include "hi_common_video.h"
+#include "ot_common_vpss.h"
+
+typedef ot_vpss_chn_mode hi_vpss_chn_mode;
+typedef ot_vpss_dei_mode hi_vpss_dei_mode;
+typedef ot_vpss_nr_type hi_vpss_nr_type;
+typedef ot_vpss_nr_attr hi_vpss_nr_attr;
+typedef ot_vpss_grp_attr hi_vpss_grp_attr;
+typedef ot_vpss_chn_attr hi_vpss_chn_attr;
+typedef ot_vpss_crop_info hi_vpss_crop_info;
+typedef ot_vpss_grp_param hi_vpss_grp_param;
+
+#define HI_VPSS_MAX_GRP_NUM OT_VPSS_MAX_GRP_NUM
+#define HI_VPSS_MAX_PHYS_CHN_NUM OT_VPSS_MAX_PHYS_CHN_NUM
+#define HI_VPSS_CHN_MODE_AUTO OT_VPSS_CHN_MODE_AUTO
+#define HI_VPSS_CHN_MODE_USER OT_VPSS_CHN_MODE_USER
+#define HI_VPSS_DEI_MODE_OFF OT_VPSS_DEI_MODE_OFF
+#define HI_VPSS_DEI_MODE_ON OT_VPSS_DEI_MODE_ON
+#define HI_VPSS_DEI_MODE_AUTO OT_VPSS_DEI_MODE_AUTO
+
+#define HI_ERR_VPSS_INVALID_DEV_ID OT_ERR_VPSS_INVALID_DEV_ID
+#define HI_ERR_VPSS_INVALID_CHN_ID OT_ERR_VPSS_INVALID_CHN_ID
+#define HI_ERR_VPSS_ILLEGAL_PARAM OT_ERR_VPSS_ILLEGAL_PARAM
+#define HI_ERR_VPSS_EXIST OT_ERR_VPSS_EXIST
+#define HI_ERR_VPSS_UNEXIST OT_ERR_VPSS_UNEXIST
+#define HI_ERR_VPSS_NULL_PTR OT_ERR_VPSS_NULL_PTR
+#define HI_ERR_VPSS_NOT_SUPPORT OT_ERR_VPSS_NOT_SUPPORT
+#define HI_ERR_VPSS_NOT_PERM OT_ERR_VPSS_NOT_PERM
+#define HI_ERR_VPSS_NOT_READY OT_ERR_VPSS_NOT_READY
+#define HI_ERR_VPSS_NO_MEM OT_ERR_VPSS_NO_MEM
+#define HI_ERR_VPSS_BUSY OT_ERR_VPSS_BUSY
+
+#endif /* HI_COMMON_VPSS_H */
