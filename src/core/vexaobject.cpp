@@ -230,13 +230,18 @@ void VexaObject::destroy()
     state = destroyed;
     // Network inputs ("InputRtsp...") keep their named thread for good: their
     // sessions may still deliver into it after the module is gone.
-    if (!name().startsWith(QLatin1String("InputRtsp")) && !threadName.isEmpty())
-        Vexa::delThread(threadName);
+    const bool release = !name().startsWith(QLatin1String("InputRtsp")) && !threadName.isEmpty();
+    const QString thread = threadName;
     Vexa::delObject(this);
     // Another thread may delete this object as soon as deleteLater() is
     // called: take what is needed first and touch nothing of it afterwards.
     char *arena = payloadArena.base;
+    // The deferred delete is posted before the thread is released: a last
+    // release quits the thread, which then deletes only what was posted
+    // before it finished; posted after, the object would never be deleted.
     deleteLater();
+    if (release)
+        Vexa::delThread(thread);
     if (arena)
         std::free(arena);
 }

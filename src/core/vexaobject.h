@@ -24,6 +24,17 @@
  * callers look methods up by index and by signature string, so never reorder
  * them, rename them or change a parameter.
  *
+ * What a module uses:
+ * - public: the slots below, invoke(), sendPacketA/V(), bufferPacketA/V(),
+ *   sendInfoA/V(), invokeInfoA/V(), getStreamInfoA/V(), sendEvent(), the link
+ *   forwards, bufferData(), memInit() and destroy();
+ * - protected members: settings, inInfoA/V, outInfoA/V, lockA/V, packetsA/V,
+ *   bufLenA/V, directInvokeNames, threadName, threadPriority, debugLevel.
+ *   Set threadName, threadPriority and directInvokeNames in the module's
+ *   constructor; set outInfoA/V when the output format is known.
+ * The state, the parked settings and descriptions, userData and the payload
+ * ring are private: the framework alone changes them.
+ *
  * Thread: start(), stop(), setData(), getData(), invoke() and destroy() are
  * thread-safe entry points; configure and start one object from one thread.
  */

@@ -164,7 +164,15 @@ void Vexa::delThread(QString name)
 
     QThread *thread = threadMap.value(name);
     thread->requestInterruption();
-    thread->quit();
+    // A direct quit() ends the event loop at its next turn and drops the calls
+    // already queued for the thread's objects (the onStop and the deferred
+    // delete that destroy() posted): the quit is queued behind them instead.
+    QObject *quitter = new QObject;
+    quitter->moveToThread(thread);
+    QMetaObject::invokeMethod(quitter, [thread, quitter] {
+        quitter->deleteLater();
+        thread->quit();
+    }, Qt::QueuedConnection);
     // Deleting a QThread that still runs aborts the process, and quit() only
     // asks the event loop to end: the object goes once the thread finished.
     QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
