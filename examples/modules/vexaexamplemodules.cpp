@@ -1,0 +1,22 @@
+#include "vexaexamplemodules.h"
+
+#include <QMetaType>
+
+#include "vexainputfile.h"
+#include "vexaoutputfile.h"
+#include "vexapacketstats.h"
+
+QStringList vexaRegisterExampleModules()
+{
+    // The bare class name maps to the pointer type: that is what the factory
+    // looks up.
+    qRegisterMetaType<VexaInputFile *>("VexaInputFile");
+    qRegisterMetaType<VexaOutputFile *>("VexaOutputFile");
+    qRegisterMetaType<VexaPacketStats *>("VexaPacketStats");
+    return {QStringLiteral("VexaInputFile"), QStringLiteral("VexaOutputFile"), QStringLiteral("VexaPacketStats")};
+}
+
+int vexaRegisterModules()
+{
+    return vexaRegisterExampleModules().size();
+}

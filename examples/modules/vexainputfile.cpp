@@ -1,0 +1,297 @@
+#include "vexainputfile.h"
+
+#include <QDebug>
+#include <QTimer>
+
+#include "vexamedia.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+}
+
+namespace {
+
+const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
+// Packets sent per posted call when running as fast as possible: long enough
+// to amortise the hop through the event loop, short enough to see stop soon.
+const int readBatch = 64;
+
+QString avError(int code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
+    av_strerror(code, text, sizeof(text));
+    return QString::fromLocal8Bit(text);
+}
+
+} // namespace
+
+VexaInputFile::VexaInputFile(QObject *parent)
+    : VexaObject(parent)
+{
+    directInvokeNames << QStringLiteral("stats");
+}
+
+VexaInputFile::~VexaInputFile()
+{
+    closeFile();
+    av_packet_free(&pkt);
+}
+
+QVariant VexaInputFile::stats()
+{
+    QVariantMap m;
+    m["packetsA"] = qint64(packetsA.loadAcquire());
+    m["packetsV"] = qint64(packetsV.loadAcquire());
+    m["bytesA"] = qint64(bytesA.loadAcquire());
+    m["bytesV"] = qint64(bytesV.loadAcquire());
+    m["dropped"] = qint64(0);
+    m["loops"] = int(loops.loadAcquire());
+    return m;
+}
+
+void VexaInputFile::onSetData(QVariantMap data)
+{
+    if (data.contains("loop"))
+        loop = data.value("loop").toBool();
+    if (data.contains("realtime")) {
+        realtime = data.value("realtime").toBool();
+        paceStarted = false;
+    }
+    // A new path takes effect at the next start.
+}
+
+void VexaInputFile::onStart()
+{
+    loop = settings.value("loop").toBool();
+    realtime = settings.value("realtime").toBool();
+    if (!pkt)
+        pkt = av_packet_alloc();
+    if (!paceTimer) {
+        paceTimer = new QTimer(this);
+        paceTimer->setSingleShot(true);
+        paceTimer->setTimerType(Qt::PreciseTimer);
+        connect(paceTimer, &QTimer::timeout, this, [this] { readSome(); });
+    }
+    closeFile();
+    if (!openFile())
+        return;
+    running = true;
+    scheduleRead(0);
+}
+
+void VexaInputFile::onStop()
+{
+    running = false;
+    if (paceTimer)
+        paceTimer->stop();
+    closeFile();
+}
+
+bool VexaInputFile::openFile()
+{
+    const QString path = settings.value("path").toString();
+    if (path.isEmpty()) {
+        fail(QStringLiteral("no \"path\" setting"));
+        return false;
+    }
+    const QByteArray local = path.toLocal8Bit();
+    int r = avformat_open_input(&fmt, local.constData(), nullptr, nullptr);
+    if (r < 0) {
+        fail(QStringLiteral("cannot open %1: %2").arg(path, avError(r)));
+        return false;
+    }
+    r = avformat_find_stream_info(fmt, nullptr);
+    if (r < 0) {
+        fail(QStringLiteral("cannot read stream parameters of %1: %2").arg(path, avError(r)));
+        closeFile();
+        return false;
+    }
+    videoIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    audioIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (videoIndex < 0 && audioIndex < 0) {
+        fail(QStringLiteral("%1 holds no audio or video stream").arg(path));
+        closeFile();
+        return false;
+    }
+
+    firstTsKnown = false;
+    loopOffset = 0;
+    passEnd = VexaMedia::NoPts;
+    passPackets = 0;
+    paceStarted = false;
+    havePacket = false;
+
+    // Descriptions go out before the first packet; outInfoA/V make later
+    // links receive them too.
+    if (videoIndex >= 0) {
+        outInfoV.type = VexaMedia::CompressedStream;
+        outInfoV.params = VexaMedia::describe(fmt->streams[videoIndex]);
+        outInfoV.sender = this;
+        sendInfoV(outInfoV);
+    } else {
+        outInfoV = StreamInfo();
+    }
+    if (audioIndex >= 0) {
+        outInfoA.type = VexaMedia::CompressedStream;
+        outInfoA.params = VexaMedia::describe(fmt->streams[audioIndex]);
+        outInfoA.sender = this;
+        sendInfoA(outInfoA);
+    } else {
+        outInfoA = StreamInfo();
+    }
+    if (debugLevel > 0)
+        qDebug().noquote() << name() << "opened" << path << "video" << videoIndex << "audio" << audioIndex;
+    return true;
+}
+
+void VexaInputFile::closeFile()
+{
+    if (pkt && havePacket)
+        av_packet_unref(pkt);
+    havePacket = false;
+    if (fmt)
+        avformat_close_input(&fmt);
+    videoIndex = audioIndex = -1;
+}
+
+void VexaInputFile::fail(const QString &message)
+{
+    running = false;
+    qDebug().noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    sendEvent(QStringLiteral("error"), message);
+}
+
+void VexaInputFile::scheduleRead(int delayMs)
+{
+    if (delayMs > 0) {
+        paceTimer->start(delayMs);
+        return;
+    }
+    if (readPosted)
+        return;
+    readPosted = true;
+    QMetaObject::invokeMethod(this, [this] {
+        readPosted = false;
+        readSome();
+    }, Qt::QueuedConnection);
+}
+
+bool VexaInputFile::rewind()
+{
+    // The next pass starts where this one ended, so timestamps keep rising.
+    loopOffset = passEnd - firstTs;
+    const int r = av_seek_frame(fmt, -1, fmt->start_time != AV_NOPTS_VALUE ? fmt->start_time : 0,
+                                AVSEEK_FLAG_BACKWARD);
+    if (r < 0) {
+        fail(QStringLiteral("cannot rewind %1: %2").arg(settings.value("path").toString(), avError(r)));
+        return false;
+    }
+    loops.fetchAndAddRelaxed(1);
+    passPackets = 0;
+    return true;
+}
+
+void VexaInputFile::readSome()
+{
+    for (int n = 0; running && n < readBatch; ++n) {
+        if (!havePacket) {
+            const int r = av_read_frame(fmt, pkt);
+            if (r == AVERROR(EAGAIN)) {
+                scheduleRead(10);
+                return;
+            }
+            if (r == AVERROR_EOF) {
+                if (loop && passPackets > 0 && firstTsKnown && passEnd > firstTs) {
+                    if (!rewind())
+                        return;
+                    continue;
+                }
+                running = false;
+                if (debugLevel > 0)
+                    qDebug().noquote() << name() << "end of file";
+                sendEvent(QStringLiteral("eos"), name());
+                return;
+            }
+            if (r < 0) {
+                fail(QStringLiteral("cannot read %1: %2").arg(settings.value("path").toString(), avError(r)));
+                return;
+            }
+            if (pkt->stream_index != videoIndex && pkt->stream_index != audioIndex) {
+                av_packet_unref(pkt);
+                continue;
+            }
+            havePacket = true;
+        }
+
+        if (realtime) {
+            const AVRational tb = fmt->streams[pkt->stream_index]->time_base;
+            const int64_t ts = pkt->dts != AV_NOPTS_VALUE ? pkt->dts : pkt->pts;
+            if (ts != AV_NOPTS_VALUE) {
+                const qint64 us = av_rescale_q(ts, tb, usTimeBase) + loopOffset;
+                if (!paceStarted) {
+                    paceStarted = true;
+                    paceOrigin = us;
+                    paceClock.start();
+                }
+                const qint64 dueUs = us - paceOrigin - paceClock.nsecsElapsed() / 1000;
+                if (dueUs > 1000) {
+                    // Wait at most a second at a time and look again, so
+                    // that a jump in the timestamps cannot overflow the delay.
+                    scheduleRead(int(qMin<qint64>(dueUs / 1000, 1000)));
+                    return;
+                }
+            }
+        }
+        sendCurrent();
+    }
+    if (running)
+        scheduleRead(0);
+}
+
+void VexaInputFile::sendCurrent()
+{
+    const AVStream *st = fmt->streams[pkt->stream_index];
+    const bool video = pkt->stream_index == videoIndex;
+
+    Packet out;
+    out.data = reinterpret_cast<char *>(pkt->data);
+    out.len = pkt->size;
+    out.tag = pkt->flags;
+    qint64 pts = VexaMedia::NoPts;
+    qint64 dts = VexaMedia::NoPts;
+    if (pkt->pts != AV_NOPTS_VALUE)
+        pts = av_rescale_q(pkt->pts, st->time_base, usTimeBase) + loopOffset;
+    if (pkt->dts != AV_NOPTS_VALUE)
+        dts = av_rescale_q(pkt->dts, st->time_base, usTimeBase) + loopOffset;
+    out.pts = pts;
+    // altPts stays -1 when decode and presentation time agree; a missing
+    // decode time is sent as NoPts so that the receiver does not take pts for it.
+    if (dts != pts)
+        out.altPts = dts;
+
+    const qint64 ts = dts != VexaMedia::NoPts ? dts : pts;
+    if (ts != VexaMedia::NoPts) {
+        if (!firstTsKnown || (loopOffset == 0 && ts < firstTs)) {
+            firstTs = ts;
+            firstTsKnown = true;
+        }
+        const qint64 dur = pkt->duration > 0 ? av_rescale_q(pkt->duration, st->time_base, usTimeBase) : 1;
+        passEnd = qMax(passEnd, qMax(ts, pts) + dur);
+    }
+
+    ++passPackets;
+    if (video) {
+        packetsV.fetchAndAddRelaxed(1);
+        bytesV.fetchAndAddRelaxed(pkt->size);
+        sendPacketV(out);
+    } else {
+        packetsA.fetchAndAddRelaxed(1);
+        bytesA.fetchAndAddRelaxed(pkt->size);
+        sendPacketA(out);
+    }
+    // Receivers copied what they keep while sendPacket ran.
+    av_packet_unref(pkt);
+    havePacket = false;
+}

@@ -1,0 +1,120 @@
+#include "vexamedia.h"
+
+#include <QByteArray>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/mem.h>
+}
+
+QVariantMap VexaMedia::describe(const AVStream *stream)
+{
+    const AVCodecParameters *par = stream->codecpar;
+    QVariantMap p;
+    p["codecId"] = int(par->codec_id);
+    p["codecName"] = QString::fromLatin1(avcodec_get_name(par->codec_id));
+    p["timeBaseNum"] = stream->time_base.num;
+    p["timeBaseDen"] = stream->time_base.den;
+    p["bitRate"] = qint64(par->bit_rate);
+    p["profile"] = par->profile;
+    p["level"] = par->level;
+    p["codecTag"] = quint32(par->codec_tag);
+    p["bitsPerCodedSample"] = par->bits_per_coded_sample;
+    p["packetFlags"] = QStringLiteral("tag");
+    if (par->extradata && par->extradata_size > 0)
+        p["extradata"] = QByteArray(reinterpret_cast<const char *>(par->extradata), par->extradata_size);
+
+    if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
+        p["kind"] = QStringLiteral("video");
+        p["width"] = par->width;
+        p["height"] = par->height;
+        p["pixelFormat"] = par->format;
+        p["sampleAspectNum"] = par->sample_aspect_ratio.num;
+        p["sampleAspectDen"] = par->sample_aspect_ratio.den;
+        p["frameRateNum"] = stream->avg_frame_rate.num;
+        p["frameRateDen"] = stream->avg_frame_rate.den;
+        p["videoDelay"] = par->video_delay;
+        p["fieldOrder"] = int(par->field_order);
+        p["colorRange"] = int(par->color_range);
+        p["colorPrimaries"] = int(par->color_primaries);
+        p["colorTrc"] = int(par->color_trc);
+        p["colorSpace"] = int(par->color_space);
+        p["chromaLocation"] = int(par->chroma_location);
+    } else {
+        p["kind"] = QStringLiteral("audio");
+        p["sampleRate"] = par->sample_rate;
+        p["channels"] = par->ch_layout.nb_channels;
+        p["channelMask"] = par->ch_layout.order == AV_CHANNEL_ORDER_NATIVE
+                ? QVariant(quint64(par->ch_layout.u.mask)) : QVariant(quint64(0));
+        p["sampleFormat"] = par->format;
+        p["frameSize"] = par->frame_size;
+        p["initialPadding"] = par->initial_padding;
+        p["trailingPadding"] = par->trailing_padding;
+        p["seekPreroll"] = par->seek_preroll;
+        p["blockAlign"] = par->block_align;
+    }
+    return p;
+}
+
+bool VexaMedia::toCodecParameters(const QVariantMap &p, AVCodecParameters *par)
+{
+    const auto id = AVCodecID(p.value("codecId").toInt());
+    if (id == AV_CODEC_ID_NONE || !avcodec_descriptor_get(id))
+        return false;
+    par->codec_id = id;
+    par->codec_type = avcodec_get_type(id);
+    // The muxer picks its own tag for the container.
+    par->codec_tag = 0;
+    par->bit_rate = p.value("bitRate").toLongLong();
+    par->profile = p.value("profile", FF_PROFILE_UNKNOWN).toInt();
+    par->level = p.value("level", FF_LEVEL_UNKNOWN).toInt();
+    par->bits_per_coded_sample = p.value("bitsPerCodedSample").toInt();
+
+    const QByteArray extra = p.value("extradata").toByteArray();
+    av_freep(&par->extradata);
+    par->extradata_size = 0;
+    if (!extra.isEmpty()) {
+        par->extradata = static_cast<uint8_t *>(av_mallocz(size_t(extra.size()) + AV_INPUT_BUFFER_PADDING_SIZE));
+        if (!par->extradata)
+            return false;
+        memcpy(par->extradata, extra.constData(), size_t(extra.size()));
+        par->extradata_size = extra.size();
+    }
+
+    if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
+        par->width = p.value("width").toInt();
+        par->height = p.value("height").toInt();
+        par->format = p.value("pixelFormat", -1).toInt();
+        par->sample_aspect_ratio = AVRational{p.value("sampleAspectNum").toInt(), p.value("sampleAspectDen", 1).toInt()};
+        par->video_delay = p.value("videoDelay").toInt();
+        par->field_order = AVFieldOrder(p.value("fieldOrder").toInt());
+        par->color_range = AVColorRange(p.value("colorRange").toInt());
+        par->color_primaries = AVColorPrimaries(p.value("colorPrimaries", AVCOL_PRI_UNSPECIFIED).toInt());
+        par->color_trc = AVColorTransferCharacteristic(p.value("colorTrc", AVCOL_TRC_UNSPECIFIED).toInt());
+        par->color_space = AVColorSpace(p.value("colorSpace", AVCOL_SPC_UNSPECIFIED).toInt());
+        par->chroma_location = AVChromaLocation(p.value("chromaLocation").toInt());
+    } else if (par->codec_type == AVMEDIA_TYPE_AUDIO) {
+        par->sample_rate = p.value("sampleRate").toInt();
+        par->format = p.value("sampleFormat", -1).toInt();
+        par->frame_size = p.value("frameSize").toInt();
+        par->initial_padding = p.value("initialPadding").toInt();
+        par->trailing_padding = p.value("trailingPadding").toInt();
+        par->seek_preroll = p.value("seekPreroll").toInt();
+        par->block_align = p.value("blockAlign").toInt();
+        av_channel_layout_uninit(&par->ch_layout);
+        const quint64 mask = p.value("channelMask").toULongLong();
+        const int channels = p.value("channels").toInt();
+        if (mask != 0)
+            av_channel_layout_from_mask(&par->ch_layout, mask);
+        else if (channels > 0)
+            av_channel_layout_default(&par->ch_layout, channels);
+    }
+    return true;
+}
+
+QString VexaMedia::timeBaseText(const QVariantMap &params)
+{
+    return QStringLiteral("%1/%2").arg(params.value("timeBaseNum").toInt()).arg(params.value("timeBaseDen").toInt());
+}

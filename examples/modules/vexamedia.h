@@ -1,0 +1,61 @@
+#ifndef VEXAMEDIA_H
+#define VEXAMEDIA_H
+
+#include <QVariantMap>
+
+#include <limits>
+
+#include "vexaexamplemodules_export.h"
+
+struct AVCodecParameters;
+struct AVStream;
+
+/**
+ * Conventions shared by the example modules for compressed streams.
+ *
+ * Packet timestamps: pts and altPts are in microseconds (time base 1/1000000)
+ * whatever the container's own time base. A packet without a presentation
+ * time carries NoPts in pts. altPts holds the decode timestamp when it
+ * differs from pts: NoPts when the container gives none (Matroska, for
+ * instance), and -1 ("not set") when it equals pts. A decode timestamp of
+ * exactly -1 us is therefore indistinguishable from "same as pts".
+ *
+ * Packet tag: when a stream description has "packetFlags" = "tag", the
+ * producer fills tag with FFmpeg's AV_PKT_FLAG_* bits (1 = keyframe,
+ * 4 = discard); otherwise consumers must not read tag (the record leaves it
+ * uninitialised).
+ *
+ * Stream descriptions: type is CompressedStream; params hold the codec
+ * parameters a muxer needs (see describe()).
+ *
+ * Thread: reentrant.
+ */
+class VEXAEXAMPLEMODULES_EXPORT VexaMedia
+{
+public:
+    /** StreamInfo::type of a compressed stream described by codec parameters. */
+    static constexpr qint32 CompressedStream = 0x43505253;
+    /** pts of a packet whose presentation time is unknown. */
+    static constexpr qint64 NoPts = std::numeric_limits<qint64>::min();
+    /** Packet timestamps are counted in 1 / TimeBase seconds. */
+    static constexpr qint64 TimeBase = 1000000;
+
+    /**
+     * The description of @p stream: "kind" ("audio"/"video"), "codecId",
+     * "codecName", "timeBaseNum"/"timeBaseDen" (the stream's own time base),
+     * "width", "height", "pixelFormat", "sampleAspectNum"/"sampleAspectDen",
+     * "frameRateNum"/"frameRateDen", "videoDelay", colour fields, or
+     * "sampleRate", "channels", "channelMask", "sampleFormat", "frameSize",
+     * "initialPadding", "trailingPadding", plus "bitRate", "profile", "level",
+     * "codecTag", "bitsPerCodedSample", "blockAlign", "extradata" (bytes) and
+     * "packetFlags" = "tag".
+     */
+    static QVariantMap describe(const AVStream *stream);
+    /** Fills @p par from a description made by describe(); false when it names no known codec. */
+    static bool toCodecParameters(const QVariantMap &params, AVCodecParameters *par);
+
+    /** "1/90000"-style text of the stream time base in @p params, for messages. */
+    static QString timeBaseText(const QVariantMap &params);
+};
+
+#endif // VEXAMEDIA_H

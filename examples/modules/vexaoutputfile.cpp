@@ -1,0 +1,616 @@
+#include "vexaoutputfile.h"
+
+#include <QDebug>
+#include <QMutexLocker>
+
+#include <cstring>
+
+#include "vexamedia.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+}
+
+namespace {
+
+const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
+const int defaultMemSize = 2 * 1024 * 1024;
+// Packets that may wait for the second stream description before the header
+// is written with the streams known so far.
+const int headerWaitPackets = 64;
+const int maxRejectLines = 5;
+// Zeroed bytes behind each payload copy, as FFmpeg expects of packet buffers.
+const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
+
+QString avError(int code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
+    av_strerror(code, text, sizeof(text));
+    return QString::fromLocal8Bit(text);
+}
+
+qint64 decodeTime(const VexaObject::Packet &p)
+{
+    return p.altPts != -1 ? p.altPts : p.pts;
+}
+
+// Decode time where known, else presentation time: the order of writing.
+qint64 orderTime(const VexaObject::Packet &p)
+{
+    const qint64 t = decodeTime(p);
+    return t != VexaMedia::NoPts ? t : p.pts;
+}
+
+} // namespace
+
+VexaOutputFile::VexaOutputFile(QObject *parent)
+    : VexaObject(parent)
+{
+    directInvokeNames << QStringLiteral("stats");
+    // Parked until start; a "memSize" given later replaces it.
+    setData(QVariantMap{{QStringLiteral("memSize"), defaultMemSize}});
+}
+
+VexaOutputFile::~VexaOutputFile()
+{
+    closeMuxer();
+    av_packet_free(&avpkt);
+}
+
+QVariant VexaOutputFile::stats()
+{
+    QVariantMap m;
+    m["packetsA"] = qint64(countA.written.loadAcquire());
+    m["packetsV"] = qint64(countV.written.loadAcquire());
+    m["bytesA"] = qint64(countA.bytes.loadAcquire());
+    m["bytesV"] = qint64(countV.bytes.loadAcquire());
+    m["receivedA"] = qint64(countA.received.loadAcquire());
+    m["receivedV"] = qint64(countV.received.loadAcquire());
+    m["droppedA"] = qint64(countA.dropped.loadAcquire());
+    m["droppedV"] = qint64(countV.dropped.loadAcquire());
+    m["dropped"] = qint64(countA.dropped.loadAcquire() + countV.dropped.loadAcquire());
+    return m;
+}
+
+// Producer side ---------------------------------------------------------------
+
+void VexaOutputFile::onNewPacketA(Packet pkt)
+{
+    accept(pkt, false);
+}
+
+void VexaOutputFile::onNewPacketV(Packet pkt)
+{
+    accept(pkt, true);
+}
+
+void VexaOutputFile::accept(const Packet &in, bool video)
+{
+    Counters &c = video ? countV : countA;
+    c.received.fetchAndAddRelaxed(1);
+
+    QMutexLocker locker(&gate);
+    if (!waitUntilAccepting() || in.len < 0 || (in.len > 0 && !in.data)
+        || (!dropMode && !waitForQueueRoom(video))) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return;
+    }
+
+    Packet p = in;
+    p.data = nullptr;
+    if (in.len > 0) {
+        char *start = nullptr;
+        const int total = in.len + padding;
+        if (!reserve(total, &start)) {
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        p.data = bufferData(nullptr, total, 0);
+        if (p.data != start) {
+            // The ring did not place the block where its documented algorithm
+            // says; follow it so later predictions stay right.
+            qDebug().noquote() << QStringLiteral("[%1] payload ring placed a block off its predicted position").arg(name());
+            if (!p.data) {
+                c.dropped.fetchAndAddRelaxed(1);
+                return;
+            }
+            start = p.data;
+        }
+        ringPos = start + total;
+        ringLive += total;
+        blocks.append(Block{start, start + total, false});
+
+        // The block is ours until it is queued: copy without holding up the
+        // worker, which takes gate to release written blocks.
+        locker.unlock();
+        memcpy(start, in.data, size_t(in.len));
+        memset(start + in.len, 0, padding);
+        locker.relock();
+        // Another sender of the same kind may have filled the queue meanwhile.
+        if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
+            releaseLocked(start);
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+    }
+
+    QReadWriteLock &lock = video ? lockV : lockA;
+    QList<Packet> &queue = video ? packetsV : packetsA;
+    const qint32 bound = video ? bufLenV : bufLenA;
+    if (dropMode && bound >= 0) {
+        // Drop the oldest packet here rather than in bufferPacket, so that its
+        // ring block is released with it.
+        lock.lockForWrite();
+        while (!queue.isEmpty() && queue.size() >= bound - 1) {
+            const Packet old = queue.takeFirst();
+            releaseLocked(old.data);
+            c.dropped.fetchAndAddRelaxed(1);
+        }
+        video ? bufferPacketV(p) : bufferPacketA(p);
+        lock.unlock();
+    } else {
+        video ? bufferPacketV(p) : bufferPacketA(p);
+    }
+    locker.unlock();
+    wake();
+}
+
+// With gate held: back-pressure, waits until the queue takes one more packet
+// without dropping its oldest one (the bound counts the new packet). False
+// when the module stops taking packets meanwhile.
+bool VexaOutputFile::waitForQueueRoom(bool video)
+{
+    QReadWriteLock &lock = video ? lockV : lockA;
+    const QList<Packet> &queue = video ? packetsV : packetsA;
+    while (phase.loadAcquire() == Accepting) {
+        const qint32 bound = video ? bufLenV : bufLenA;
+        if (bound < 0)
+            return true;
+        lock.lockForRead();
+        const int queued = queue.size();
+        lock.unlock();
+        if (queued < bound - 1)
+            return true;
+        changed.wait(&gate);
+    }
+    return false;
+}
+
+// With gate held: marks the block starting at data as free.
+void VexaOutputFile::releaseLocked(char *data)
+{
+    if (!data)
+        return;
+    for (Block &b : blocks) {
+        if (b.start == data && !b.done) {
+            b.done = true;
+            ringLive -= b.end - b.start;
+            break;
+        }
+    }
+    while (!blocks.isEmpty() && blocks.first().done)
+        blocks.removeFirst();
+    changed.wakeAll();
+}
+
+// With gate held: waits while the module is started but its worker has not
+// run onStart yet. True when packets are taken.
+bool VexaOutputFile::waitUntilAccepting()
+{
+    while (phase.loadAcquire() == Idle) {
+        if (getState() != QLatin1String("started"))
+            return false;
+        changed.wait(&gate, 100);
+    }
+    return phase.loadAcquire() == Accepting;
+}
+
+// With gate held: finds room for len bytes where the ring will put them
+// (bufferData's wrap-around rule) without covering a block still queued.
+bool VexaOutputFile::reserve(int len, char **start)
+{
+    if (!ringBase || len > ringSize) {
+        if (!warnedOversize) {
+            warnedOversize = true;
+            qDebug().noquote() << QStringLiteral("[%1] packet of %2 bytes does not fit the %3-byte payload ring (memSize); dropped")
+                                  .arg(name()).arg(len).arg(ringSize);
+        }
+        return false;
+    }
+    for (;;) {
+        const qint64 pos = ringPos - ringBase;
+        char *s = pos + len < ringSize ? ringPos : ringBase;
+        char *e = s + len;
+        bool free = true;
+        for (const Block &b : qAsConst(blocks)) {
+            if (!b.done && s < b.end && b.start < e) {
+                free = false;
+                break;
+            }
+        }
+        if (free) {
+            *start = s;
+            return true;
+        }
+        // The muxer may be holding blocks to interleave them: ask the worker
+        // to flush it, or senders could wait for each other for ever.
+        if (!ringStarved) {
+            ringStarved = true;
+            wake();
+        }
+        if (dropMode || phase.loadAcquire() != Accepting)
+            return false;
+        changed.wait(&gate);
+    }
+}
+
+void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
+{
+    auto *self = static_cast<VexaOutputFile *>(opaque);
+    QMutexLocker locker(&self->gate);
+    self->releaseLocked(reinterpret_cast<char *>(data));
+}
+
+void VexaOutputFile::release(const QList<Packet> &packets)
+{
+    if (packets.isEmpty())
+        return;
+    QMutexLocker locker(&gate);
+    for (const Packet &p : packets)
+        releaseLocked(p.data);
+}
+
+void VexaOutputFile::wake()
+{
+    if (wakePending.testAndSetOrdered(0, 1))
+        QMetaObject::invokeMethod(this, [this] { drain(); }, Qt::QueuedConnection);
+}
+
+// Worker side -------------------------------------------------------------------
+
+void VexaOutputFile::onStart()
+{
+    closeMuxer();
+    rejectLines = 0;
+    if (!avpkt)
+        avpkt = av_packet_alloc();
+    {
+        QMutexLocker locker(&gate);
+        // A bound of 0 or 1 would drop every packet in bufferPacket.
+        if (bufLenA >= 0 && bufLenA < 2)
+            bufLenA = 2;
+        if (bufLenV >= 0 && bufLenV < 2)
+            bufLenV = 2;
+        dropMode = settings.value("overflow").toString() == QLatin1String("drop");
+        if (!ringBase) {
+            ringSize = settings.value("memSize").toInt();
+            // A request of the whole ring always lands at its base, which
+            // tells where the ring starts.
+            ringBase = ringSize > 0 ? bufferData(nullptr, ringSize, 0) : nullptr;
+            if (!ringBase)
+                ringSize = 0;
+            ringPos = ringBase ? ringBase + ringSize : nullptr;
+        }
+    }
+    if (!ringBase) {
+        fail(QStringLiteral("\"memSize\" must be a positive number of bytes"));
+        return;
+    }
+    const QString path = settings.value("path").toString();
+    if (path.isEmpty()) {
+        fail(QStringLiteral("no \"path\" setting"));
+        return;
+    }
+    const QByteArray localPath = path.toLocal8Bit();
+    const QByteArray format = settings.value("format").toString().toLatin1();
+    int r = avformat_alloc_output_context2(&oc, nullptr, format.isEmpty() ? nullptr : format.constData(),
+                                           localPath.constData());
+    if (r < 0 || !oc) {
+        fail(format.isEmpty() ? QStringLiteral("cannot choose a container for %1 (set \"format\")").arg(path)
+                              : QStringLiteral("unknown container format \"%1\"").arg(QString::fromLatin1(format)));
+        return;
+    }
+    if (!(oc->oformat->flags & AVFMT_NOFILE)) {
+        r = avio_open(&oc->pb, localPath.constData(), AVIO_FLAG_WRITE);
+        if (r < 0) {
+            fail(QStringLiteral("cannot create %1: %2").arg(path, avError(r)));
+            return;
+        }
+    }
+    headerWritten = false;
+    streamA = streamV = -1;
+    {
+        QMutexLocker locker(&gate);
+        phase.storeRelease(Accepting);
+        changed.wakeAll();
+    }
+    drain();
+}
+
+void VexaOutputFile::onStop()
+{
+    finish();
+}
+
+void VexaOutputFile::onNewInfoA(StreamInfo)
+{
+    if (!headerWritten)
+        drain();
+    else if (debugLevel > 0)
+        qDebug().noquote() << name() << "audio description changed after the header; ignored";
+}
+
+void VexaOutputFile::onNewInfoV(StreamInfo)
+{
+    if (!headerWritten)
+        drain();
+    else if (debugLevel > 0)
+        qDebug().noquote() << name() << "video description changed after the header; ignored";
+}
+
+void VexaOutputFile::drain()
+{
+    wakePending.storeRelease(0);
+    QList<Packet> a;
+    QList<Packet> v;
+    bool starved;
+    {
+        // Under gate, as senders queue under it too: bufferPacketA/V, which
+        // polls for the queue lock with a sleep, then never finds it taken.
+        // The queues are swapped out, not copied; the base class's lists stay
+        // unsharable.
+        QMutexLocker locker(&gate);
+        lockA.lockForWrite();
+        a.swap(packetsA);
+        packetsA.setSharable(false);
+        lockA.unlock();
+        lockV.lockForWrite();
+        v.swap(packetsV);
+        packetsV.setSharable(false);
+        lockV.unlock();
+        if (!a.isEmpty() || !v.isEmpty())
+            changed.wakeAll();
+        starved = ringStarved;
+        ringStarved = false;
+    }
+    if (pendingA.isEmpty())
+        pendingA.swap(a);
+    else
+        pendingA += a;
+    if (pendingV.isEmpty())
+        pendingV.swap(v);
+    else
+        pendingV += v;
+
+    if (!oc) {
+        // Failed or not open: nothing can be written.
+        countA.dropped.fetchAndAddRelaxed(pendingA.size());
+        countV.dropped.fetchAndAddRelaxed(pendingV.size());
+        release(pendingA + pendingV);
+        pendingA.clear();
+        pendingV.clear();
+        return;
+    }
+    if (!headerWritten && !tryWriteHeader(starved))
+        return;
+    writePending();
+    if (starved && oc)
+        av_interleaved_write_frame(oc, nullptr);
+}
+
+bool VexaOutputFile::tryWriteHeader(bool force)
+{
+    if (!oc)
+        return false;
+    const bool haveV = inInfoV.type != 0;
+    const bool haveA = inInfoA.type != 0;
+    bool go = (haveV && haveA) || force;
+    if (!go && (haveV || haveA)) {
+        qint64 live;
+        {
+            QMutexLocker locker(&gate);
+            live = ringLive;
+        }
+        go = pendingA.size() + pendingV.size() >= headerWaitPackets || live * 2 >= ringSize;
+    }
+    if (!go)
+        return false;
+
+    const QVariantMap params[2] = {haveV ? inInfoV.params : QVariantMap(), haveA ? inInfoA.params : QVariantMap()};
+    int *index[2] = {&streamV, &streamA};
+    for (int k = 0; k < 2; ++k) {
+        if (params[k].isEmpty())
+            continue;
+        AVStream *st = avformat_new_stream(oc, nullptr);
+        if (!st || !VexaMedia::toCodecParameters(params[k], st->codecpar)) {
+            qDebug().noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
+                                  .arg(name(), k == 0 ? "video" : "audio", params[k].value("codecName").toString());
+            continue;
+        }
+        const int num = params[k].value("timeBaseNum").toInt();
+        const int den = params[k].value("timeBaseDen").toInt();
+        st->time_base = num > 0 && den > 0 ? AVRational{num, den} : usTimeBase;
+        const int frNum = params[k].value("frameRateNum").toInt();
+        const int frDen = params[k].value("frameRateDen").toInt();
+        if (frNum > 0 && frDen > 0)
+            st->avg_frame_rate = AVRational{frNum, frDen};
+        *index[k] = st->index;
+    }
+    if (oc->nb_streams == 0) {
+        fail(QStringLiteral("no usable stream description received for %1").arg(settings.value("path").toString()));
+        return false;
+    }
+    // Bounds how much media the muxer keeps back to interleave, and so how
+    // much of the ring it holds.
+    oc->max_interleave_delta = VexaMedia::TimeBase;
+    const int r = avformat_write_header(oc, nullptr);
+    if (r < 0) {
+        fail(QStringLiteral("cannot write the header of %1: %2").arg(settings.value("path").toString(), avError(r)));
+        return false;
+    }
+    headerWritten = true;
+    if (debugLevel > 0)
+        qDebug().noquote() << name() << "header written, video stream" << streamV << "audio stream" << streamA;
+    return true;
+}
+
+void VexaOutputFile::writePending()
+{
+    // Packets the muxer took are released by it (releaseBlock); the others here.
+    QList<Packet> unwritten;
+    int ia = 0;
+    int iv = 0;
+    // Merge by decode time; the muxer's own interleaving does the rest.
+    while (oc && (ia < pendingA.size() || iv < pendingV.size())) {
+        bool takeVideo;
+        if (ia >= pendingA.size())
+            takeVideo = true;
+        else if (iv >= pendingV.size())
+            takeVideo = false;
+        else
+            takeVideo = orderTime(pendingV.at(iv)) <= orderTime(pendingA.at(ia));
+        const Packet &p = takeVideo ? pendingV.at(iv++) : pendingA.at(ia++);
+        if (!writeOne(p, takeVideo))
+            unwritten.append(p);
+    }
+    if (!oc) {
+        // Failed while writing: the rest is lost.
+        for (; ia < pendingA.size(); ++ia) {
+            countA.dropped.fetchAndAddRelaxed(1);
+            unwritten.append(pendingA.at(ia));
+        }
+        for (; iv < pendingV.size(); ++iv) {
+            countV.dropped.fetchAndAddRelaxed(1);
+            unwritten.append(pendingV.at(iv));
+        }
+    }
+    pendingA.clear();
+    pendingV.clear();
+    release(unwritten);
+}
+
+bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
+{
+    Counters &c = video ? countV : countA;
+    const int index = video ? streamV : streamA;
+    if (index < 0) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return false;
+    }
+    const AVStream *st = oc->streams[index];
+    const StreamInfo &info = video ? inInfoV : inInfoA;
+    const bool flagsInTag = info.params.value("packetFlags").toString() == QLatin1String("tag");
+
+    // The muxer gets a reference to the ring block instead of a copy; the
+    // block is released when the muxer lets go of it (it may keep packets
+    // to interleave them).
+    if (pkt.data) {
+        avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(pkt.data), pkt.len + padding,
+                                      &VexaOutputFile::releaseBlock, this, 0);
+        if (!avpkt->buf) {
+            c.dropped.fetchAndAddRelaxed(1);
+            return false;
+        }
+    }
+    avpkt->data = reinterpret_cast<uint8_t *>(pkt.data);
+    avpkt->size = pkt.len;
+    avpkt->stream_index = index;
+    avpkt->pts = pkt.pts == VexaMedia::NoPts ? AV_NOPTS_VALUE : av_rescale_q(pkt.pts, usTimeBase, st->time_base);
+    const qint64 dts = decodeTime(pkt);
+    avpkt->dts = dts == VexaMedia::NoPts ? AV_NOPTS_VALUE : av_rescale_q(dts, usTimeBase, st->time_base);
+    avpkt->flags = flagsInTag ? (pkt.tag & (AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD | AV_PKT_FLAG_DISPOSABLE)) : 0;
+    avpkt->duration = 0;
+    avpkt->pos = -1;
+    // Takes the reference, also on failure.
+    const int r = av_interleaved_write_frame(oc, avpkt);
+    if (r < 0) {
+        c.dropped.fetchAndAddRelaxed(1);
+        if (rejectLines++ < maxRejectLines)
+            qDebug().noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
+                                  .arg(name(), video ? "video" : "audio")
+                                  .arg(static_cast<long long>(pkt.pts)).arg(avError(r));
+        if (r == AVERROR(EIO) || r == AVERROR(ENOSPC))
+            fail(QStringLiteral("cannot write %1: %2").arg(settings.value("path").toString(), avError(r)));
+        return true;
+    }
+    c.written.fetchAndAddRelaxed(1);
+    c.bytes.fetchAndAddRelaxed(pkt.len);
+    return true;
+}
+
+void VexaOutputFile::finish()
+{
+    {
+        QMutexLocker locker(&gate);
+        phase.storeRelease(Closing);
+        changed.wakeAll();
+    }
+    // Everything queued before stop still goes into the file.
+    drain();
+    if (oc && !headerWritten && inInfoA.type == 0 && inInfoV.type == 0 && pendingA.isEmpty() && pendingV.isEmpty()) {
+        // Nothing arrived: no streams to write, which is not a failure.
+        if (debugLevel > 0)
+            qDebug().noquote() << name() << "received nothing; the file stays empty";
+        closeMuxer();
+    }
+    if (oc && !headerWritten)
+        tryWriteHeader(true);
+    if (oc && headerWritten) {
+        writePending();
+        if (oc) {
+            av_interleaved_write_frame(oc, nullptr);
+            const int r = av_write_trailer(oc);
+            if (r < 0)
+                fail(QStringLiteral("cannot finish %1: %2").arg(settings.value("path").toString(), avError(r)));
+        }
+    }
+    if (!pendingA.isEmpty() || !pendingV.isEmpty()) {
+        countA.dropped.fetchAndAddRelaxed(pendingA.size());
+        countV.dropped.fetchAndAddRelaxed(pendingV.size());
+        release(pendingA + pendingV);
+        pendingA.clear();
+        pendingV.clear();
+    }
+    const bool complete = oc != nullptr;
+    closeMuxer();
+    {
+        QMutexLocker locker(&gate);
+        phase.storeRelease(Idle);
+        changed.wakeAll();
+    }
+    const QVariantMap s = stats().toMap();
+    if (debugLevel > 0 || s.value("dropped").toLongLong() > 0)
+        qDebug().noquote() << QStringLiteral("[%1] wrote %2 audio and %3 video packets, dropped %4")
+                              .arg(name())
+                              .arg(s.value("packetsA").toLongLong())
+                              .arg(s.value("packetsV").toLongLong())
+                              .arg(s.value("dropped").toLongLong());
+    if (complete)
+        sendEvent(QStringLiteral("done"), s);
+}
+
+void VexaOutputFile::fail(const QString &message)
+{
+    qDebug().noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    closeMuxer();
+    {
+        // Senders stop waiting and drop until the module is stopped.
+        QMutexLocker locker(&gate);
+        phase.storeRelease(Closing);
+        changed.wakeAll();
+    }
+    sendEvent(QStringLiteral("error"), message);
+}
+
+void VexaOutputFile::closeMuxer()
+{
+    if (!oc)
+        return;
+    if (oc->pb && !(oc->oformat->flags & AVFMT_NOFILE))
+        avio_closep(&oc->pb);
+    avformat_free_context(oc);
+    oc = nullptr;
+    headerWritten = false;
+}

@@ -1,0 +1,137 @@
+#ifndef VEXAOUTPUTFILE_H
+#define VEXAOUTPUTFILE_H
+
+#include <QAtomicInteger>
+#include <QMutex>
+#include <QWaitCondition>
+
+#include <cstdint>
+
+#include "vexaobject.h"
+#include "vexaexamplemodules_export.h"
+
+struct AVFormatContext;
+struct AVPacket;
+
+/**
+ * Sink module: remuxes the audio and video packets it receives into a file
+ * with libavformat.
+ *
+ * Settings: "path" (file to write), "format" (container short name; default:
+ * guessed from the extension of path), "overflow" ("wait", the default:
+ * a full queue or payload ring holds the sending thread back until the writer
+ * has made room, so nothing is lost; "drop": for live sources, a full queue
+ * drops its oldest packet and a full ring drops the new one), "memSize"
+ * (payload ring in bytes, default 2 MiB: it holds every queued packet and
+ * what the muxer keeps back to interleave; a packet larger than the ring is
+ * dropped), "bufLenA"/"bufLenV" (queue
+ * bounds, default 20; a bound below 2 is raised to 2).
+ *
+ * One output stream is created per incoming description (VexaMedia
+ * parameters). The header is written once both kinds are described, or once
+ * one kind is described and enough of its packets wait (the other kind is
+ * then left out), or at stop. Packets are written interleaved by decode time;
+ * the trailer is written on stop, after every queued packet. The muxer gets
+ * references to the ring copies, not copies of its own; it keeps back at
+ * most one second of media to interleave, and is flushed when a sender finds
+ * the ring full.
+ *
+ * Events: "done" (value: the counters of stats()) after the trailer; "error"
+ * (value: a message) when the file cannot be created or written.
+ *
+ * Thread: onNewPacketA/V copy the payload into the ring and queue the packet
+ * in the sending thread; the file is written in the module's worker thread,
+ * woken by a posted call per batch. The ring is shared by A and V producers
+ * under one mutex.
+ */
+class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("setting:path", "file to write")
+    Q_CLASSINFO("setting:format", "container short name (default: from the extension)")
+    Q_CLASSINFO("setting:overflow", "\"wait\" (default, lossless back-pressure) or \"drop\" (live sources)")
+    Q_CLASSINFO("setting:memSize", "payload ring bytes (default 2097152)")
+    Q_CLASSINFO("event:done", "the file is complete (value: counters)")
+    Q_CLASSINFO("event:error", "the file could not be created or written (value: message)")
+
+public:
+    Q_INVOKABLE explicit VexaOutputFile(QObject *parent = nullptr);
+    ~VexaOutputFile() override;
+
+    /**
+     * Counters: "packetsA"/"packetsV" and "bytesA"/"bytesV" written,
+     * "receivedA"/"receivedV", "droppedA"/"droppedV" and "dropped" (their sum:
+     * queue overflow, ring overflow, packets refused while not running or
+     * rejected by the muxer). Thread: thread-safe (called directly through invoke()).
+     */
+    Q_INVOKABLE QVariant stats();
+
+    void onNewPacketA(Packet pkt) override;
+    void onNewPacketV(Packet pkt) override;
+
+protected:
+    void onStart() override;
+    void onStop() override;
+    void onNewInfoA(StreamInfo info) override;
+    void onNewInfoV(StreamInfo info) override;
+
+private:
+    struct Counters {
+        QAtomicInteger<qint64> received = 0;
+        QAtomicInteger<qint64> written = 0;
+        QAtomicInteger<qint64> bytes = 0;
+        QAtomicInteger<qint64> dropped = 0;
+    };
+    struct Block {
+        char *start;
+        char *end;
+        bool done;
+    };
+    enum Phase { Idle = 0, Accepting = 1, Closing = 2 };
+
+    void accept(const Packet &pkt, bool video);
+    bool waitUntilAccepting();
+    bool waitForQueueRoom(bool video);
+    void releaseLocked(char *data);
+    bool reserve(int len, char **start);
+    void release(const QList<Packet> &packets);
+    static void releaseBlock(void *opaque, uint8_t *data);
+    void wake();
+    void drain();
+    bool tryWriteHeader(bool force);
+    void writePending();
+    bool writeOne(const Packet &pkt, bool video);
+    void finish();
+    void fail(const QString &message);
+    void closeMuxer();
+
+    // Shared by the producers and the worker; guarded by gate.
+    QMutex gate;
+    QWaitCondition changed;         // room in a queue or the ring, or a phase change
+    QAtomicInt phase = Idle;        // written under gate
+    bool dropMode = false;
+    char *ringBase = nullptr;
+    char *ringPos = nullptr;
+    qint32 ringSize = 0;
+    qint64 ringLive = 0;            // bytes of blocks not yet written
+    QList<Block> blocks;            // live ring blocks, in allocation order
+    bool warnedOversize = false;
+    bool ringStarved = false;       // a sender found the ring full since the last drain
+
+    QAtomicInt wakePending = 0;
+
+    // Worker thread only.
+    AVFormatContext *oc = nullptr;
+    AVPacket *avpkt = nullptr;
+    bool headerWritten = false;
+    int streamA = -1;
+    int streamV = -1;
+    QList<Packet> pendingA;
+    QList<Packet> pendingV;
+    int rejectLines = 0;
+
+    Counters countA;
+    Counters countV;
+};
+
+#endif // VEXAOUTPUTFILE_H

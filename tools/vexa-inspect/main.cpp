@@ -1,0 +1,178 @@
+// vexa-inspect: lists the module classes that can be created, and for one
+// class its settings, events, signals, slots and invokable methods as its
+// meta-object publishes them.
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QMetaMethod>
+#include <QMetaObject>
+#include <QTextStream>
+
+#include <cstdio>
+
+#include "vexamodulecatalog.h"
+#include "vexaobject.h"
+
+namespace {
+
+enum InspectExit { ExitOk = 0, ExitUnknownClass = 1, ExitUsage = 2, ExitBadLibrary = 3 };
+
+int fail(int code, const QString &text)
+{
+    fprintf(stderr, "vexa-inspect: %s\n", qPrintable(text));
+    if (code == ExitUsage)
+        fprintf(stderr, "Try 'vexa-inspect --help'.\n");
+    return code;
+}
+
+QString signature(const QMetaMethod &m)
+{
+    QStringList params;
+    const QList<QByteArray> types = m.parameterTypes();
+    const QList<QByteArray> names = m.parameterNames();
+    for (int i = 0; i < types.size(); ++i) {
+        QString p = QString::fromLatin1(types.at(i));
+        if (i < names.size() && !names.at(i).isEmpty())
+            p += QLatin1Char(' ') + QString::fromLatin1(names.at(i));
+        params << p;
+    }
+    QString ret = QString::fromLatin1(m.typeName());
+    if (ret.isEmpty())
+        ret = QStringLiteral("void");
+    return QStringLiteral("%1 %2(%3)").arg(ret, QString::fromLatin1(m.name()), params.join(QLatin1String(", ")));
+}
+
+const char *access(const QMetaMethod &m)
+{
+    switch (m.access()) {
+    case QMetaMethod::Private: return "private";
+    case QMetaMethod::Protected: return "protected";
+    default: return "public";
+    }
+}
+
+void listClasses(QTextStream &out)
+{
+    const QStringList names = VexaModuleCatalog::classNames();
+    out << "Module classes (" << names.size() << "):\n";
+    for (const QString &full : names) {
+        const QMetaObject *mo = VexaModuleCatalog::find(full);
+        QStringList settings;
+        for (int i = mo->classInfoOffset(); i < mo->classInfoCount(); ++i) {
+            const QString key = QString::fromLatin1(mo->classInfo(i).name());
+            if (key.startsWith(QLatin1String("setting:")))
+                settings << key.mid(8);
+        }
+        out << "  " << VexaModuleCatalog::shortName(full).leftJustified(16) << ' ' << full.leftJustified(20);
+        if (!settings.isEmpty())
+            out << " settings: " << settings.join(QLatin1String(", "));
+        out << '\n';
+    }
+}
+
+void showClass(QTextStream &out, const QMetaObject *mo, bool all)
+{
+    QStringList chain;
+    for (const QMetaObject *m = mo->superClass(); m; m = m->superClass())
+        chain << QString::fromLatin1(m->className());
+    out << "Class " << mo->className() << " (create as \"" << VexaModuleCatalog::shortName(QString::fromLatin1(mo->className()))
+        << "\"), inherits " << chain.join(QLatin1String(" < ")) << '\n';
+
+    bool anyInfo = false;
+    for (const char *prefix : {"setting:", "event:"}) {
+        const QString p = QString::fromLatin1(prefix);
+        QStringList lines;
+        for (int i = 0; i < mo->classInfoCount(); ++i) {
+            const QString key = QString::fromLatin1(mo->classInfo(i).name());
+            if (key.startsWith(p))
+                lines << QStringLiteral("    %1 %2").arg(key.mid(p.size()).leftJustified(14), QString::fromUtf8(mo->classInfo(i).value()));
+        }
+        if (lines.isEmpty())
+            continue;
+        anyInfo = true;
+        out << (p == QLatin1String("setting:") ? "\nSettings:\n" : "\nEvents:\n") << lines.join(QLatin1Char('\n')) << '\n';
+    }
+    if (!anyInfo)
+        out << "\n(the class documents no settings or events)\n";
+
+    out << "\nConstructors:\n";
+    for (int i = 0; i < mo->constructorCount(); ++i)
+        out << "    " << mo->constructor(i).methodSignature() << '\n';
+
+    // Methods grouped by the class that declares them, own class first.
+    const QMetaObject *stopAt = all ? nullptr : &QObject::staticMetaObject;
+    for (const QMetaObject *m = mo; m && m != stopAt; m = m->superClass()) {
+        const int begin = m->methodOffset();
+        const int end = m->superClass() ? m->methodOffset() + (m->methodCount() - m->methodOffset()) : m->methodCount();
+        struct Group { QMetaMethod::MethodType type; const char *title; } groups[] = {
+            {QMetaMethod::Signal, "Signals"}, {QMetaMethod::Slot, "Slots"}, {QMetaMethod::Method, "Invokable methods"}};
+        bool header = false;
+        for (const Group &g : groups) {
+            QStringList lines;
+            for (int i = begin; i < end; ++i) {
+                const QMetaMethod mm = m->method(i);
+                if (mm.methodType() != g.type)
+                    continue;
+                QString line = QStringLiteral("    %1").arg(signature(mm));
+                if (g.type != QMetaMethod::Signal && mm.access() != QMetaMethod::Public)
+                    line += QStringLiteral("  [%1]").arg(QString::fromLatin1(access(mm)));
+                lines << line;
+            }
+            if (lines.isEmpty())
+                continue;
+            if (!header) {
+                out << "\nDeclared by " << m->className() << ":\n";
+                header = true;
+            }
+            out << "  " << g.title << ":\n" << lines.join(QLatin1Char('\n')) << '\n';
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vexa-inspect"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Lists the module classes that can be created, or describes one class.\n\n"
+        "Exit codes: 0 done, 1 unknown class, 2 wrong command line, 3 module library not loadable."));
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("class"), QStringLiteral("Class to describe (\"InputFile\" or \"VexaInputFile\")."), QStringLiteral("[class]"));
+    const QCommandLineOption libOpt({QStringLiteral("l"), QStringLiteral("library")},
+        QStringLiteral("Load a module library (repeatable)."), QStringLiteral("file"));
+    const QCommandLineOption allOpt(QStringLiteral("all"), QStringLiteral("Also list the methods declared by QObject."));
+    parser.addOptions({libOpt, allOpt});
+    if (!parser.parse(QCoreApplication::arguments()))
+        return fail(ExitUsage, parser.errorText());
+    if (parser.isSet(QStringLiteral("help"))) {
+        fputs(qPrintable(parser.helpText()), stdout);
+        return ExitOk;
+    }
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() > 1)
+        return fail(ExitUsage, QStringLiteral("at most one class name expected"));
+
+    VexaModuleCatalog::registerBuiltIn();
+    QString error;
+    for (const QString &lib : parser.values(libOpt)) {
+        if (!VexaModuleCatalog::loadLibrary(QFileInfo(lib).absoluteFilePath(), &error))
+            return fail(ExitBadLibrary, QStringLiteral("cannot load module library %1: %2").arg(lib, error));
+    }
+
+    QTextStream out(stdout);
+    if (positional.isEmpty()) {
+        listClasses(out);
+        return ExitOk;
+    }
+    const QMetaObject *mo = VexaModuleCatalog::find(positional.first());
+    if (!mo)
+        return fail(ExitUnknownClass, QStringLiteral("unknown module class \"%1\" (run vexa-inspect without arguments for the list)")
+                                          .arg(positional.first()));
+    showClass(out, mo, parser.isSet(allOpt));
+    return ExitOk;
+}

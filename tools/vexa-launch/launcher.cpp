@@ -1,0 +1,372 @@
+#include "launcher.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QMetaObject>
+#include <QMutexLocker>
+#include <QProcess>
+#include <QSocketNotifier>
+#include <QStandardPaths>
+#include <QTextStream>
+#include <QThread>
+
+#include <csignal>
+#include <memory>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "vexa.h"
+#include "vexaobject.h"
+#include "vexamodulecatalog.h"
+
+#if __has_include(<vexahi.h>)
+#include <vexahi.h>
+#define VEXA_LAUNCH_HAVE_MMZ 1
+#endif
+
+namespace {
+
+int interruptPipe[2] = {-1, -1};
+volatile sig_atomic_t interruptCount = 0;
+
+void releaseMediaMemory()
+{
+#ifdef VEXA_LAUNCH_HAVE_MMZ
+    VexaHi::mmzClear();
+#endif
+}
+
+void onInterrupt(int)
+{
+    ++interruptCount;
+    if (interruptCount > 1) {
+        // A second Ctrl-C while shutting down: leave at once, as the
+        // framework's own handler would.
+        releaseMediaMemory();
+        _exit(ExitInterrupted);
+    }
+    const char byte = 1;
+    const ssize_t n = write(interruptPipe[1], &byte, 1);
+    (void)n;
+}
+
+QString dotQuoted(const QString &s)
+{
+    QString r = s;
+    r.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
+    r.replace(QLatin1Char('"'), QLatin1String("\\\""));
+    r.replace(QLatin1Char('\n'), QLatin1String("\\n"));
+    return QLatin1Char('"') + r + QLatin1Char('"');
+}
+
+qint64 packetsIn(const QVariantMap &s)
+{
+    return s.value("packetsA").toLongLong() + s.value("packetsV").toLongLong();
+}
+
+} // namespace
+
+Launcher::Launcher(const Pipeline &p, const LaunchOptions &o, QObject *parent)
+    : QObject(parent), pipeline(p), options(o)
+{
+    tty = isatty(fileno(stderr));
+    progressTimer.setInterval(qMax(100, options.interval));
+    connect(&progressTimer, &QTimer::timeout, this, [this] { showProgress(false); });
+    durationTimer.setSingleShot(true);
+    connect(&durationTimer, &QTimer::timeout, this, [this] {
+        shutdown(ExitOk, QStringLiteral("duration reached"));
+    });
+    if (interruptPipe[0] >= 0) {
+        interruptNotifier = new QSocketNotifier(interruptPipe[0], QSocketNotifier::Read, this);
+        connect(interruptNotifier, &QSocketNotifier::activated, this, [this] {
+            char buf[16];
+            while (read(interruptPipe[0], buf, sizeof(buf)) > 0) {
+            }
+            shutdown(ExitInterrupted, QStringLiteral("interrupted"));
+        });
+    }
+}
+
+bool Launcher::installInterruptHandler()
+{
+    if (pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
+    struct sigaction sa = {};
+    sa.sa_handler = onInterrupt;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    return sigaction(SIGINT, &sa, nullptr) == 0;
+}
+
+void Launcher::message(const QString &text, bool error)
+{
+    if (options.quiet && !error)
+        return;
+    if (progressShown && tty)
+        fputs("\r\033[K", stderr);
+    fprintf(stderr, "vexa-launch: %s\n", qPrintable(text));
+    fflush(stderr);
+}
+
+bool Launcher::start()
+{
+    for (const PipelineModule &m : qAsConst(pipeline.modules)) {
+        VexaObject *obj = Vexa::create(m.className, m.name);
+        if (!obj || obj->name() != m.name) {
+            message(QStringLiteral("cannot create module \"%1\" of class %2").arg(m.name, m.className), true);
+            code = ExitBadPipeline;
+            return false;
+        }
+        objects << obj;
+        obj->setData(m.settings);
+        const QString name = m.name;
+        connect(obj, &VexaObject::newEvent, this, [this, name](QString type, QVariant value) {
+            onModuleEvent(name, type, value);
+        }, Qt::QueuedConnection);
+    }
+    for (const PipelineLink &l : qAsConst(pipeline.links)) {
+        VexaObject *src = objects.at(pipeline.indexOf(l.from));
+        VexaObject *dst = objects.at(pipeline.indexOf(l.to));
+        if (l.kind == QLatin1Char('A'))
+            Vexa::linkA(src, dst);
+        else if (l.kind == QLatin1Char('V'))
+            Vexa::linkV(src, dst);
+        else
+            Vexa::linkE(src, dst);
+    }
+    for (int i : pipeline.sources())
+        sourcesLeft.insert(i);
+
+    // Receivers first, so that nothing a source sends finds its receiver not started.
+    const QList<int> order = pipeline.upstreamOrder();
+    for (auto it = order.crbegin(); it != order.crend(); ++it)
+        objects.at(*it)->start();
+
+    clock.start();
+    message(QStringLiteral("running %1 modules (Ctrl-C to stop)").arg(objects.size()));
+    if (!options.quiet)
+        progressTimer.start();
+    if (options.duration > 0)
+        durationTimer.start(int(options.duration * 1000));
+    if (!options.graph.isEmpty())
+        graphNow();
+    if (pipeline.sources().isEmpty() && options.duration <= 0)
+        message(QStringLiteral("no source module: runs until Ctrl-C"));
+    return true;
+}
+
+void Launcher::onModuleEvent(const QString &module, const QString &type, const QVariant &value)
+{
+    if (stopping) {
+        // A module that fails while stopping (an output that cannot finish
+        // its file) still fails the run.
+        if (type == QLatin1String("error")) {
+            message(QStringLiteral("error: %1: %2").arg(module, value.toString()), true);
+            if (code == ExitOk || code == ExitInterrupted)
+                code = ExitModuleError;
+        }
+        return;
+    }
+    const int i = pipeline.indexOf(module);
+    if (type == QLatin1String("error")) {
+        shutdown(ExitModuleError, QStringLiteral("%1: %2").arg(module, value.toString()));
+        return;
+    }
+    if (type == QLatin1String("eos") && sourcesLeft.remove(i) && sourcesLeft.isEmpty())
+        shutdown(ExitOk, QString());
+}
+
+QVariantMap Launcher::statsOf(VexaObject *obj, bool running)
+{
+    if (!obj || obj->metaObject()->indexOfMethod("stats()") < 0)
+        return {};
+    if (running)
+        return obj->invoke(QStringLiteral("stats")).toMap();
+    // Stopped modules refuse invoke(); their counters no longer move.
+    QVariant result;
+    QMetaObject::invokeMethod(obj, "stats", Qt::DirectConnection, Q_RETURN_ARG(QVariant, result));
+    return result.toMap();
+}
+
+void Launcher::showProgress(bool last)
+{
+    const qint64 now = clock.elapsed();
+    const double span = qMax<qint64>(1, now - lastTick) / 1000.0;
+    QStringList parts;
+    for (int i = 0; i < objects.size(); ++i) {
+        const QVariantMap s = statsOf(objects.at(i), !last);
+        if (s.isEmpty())
+            continue;
+        const qint64 packets = packetsIn(s);
+        const qint64 rate = qint64((packets - lastPackets.value(i)) / span + 0.5);
+        lastPackets[i] = packets;
+        QString part = QStringLiteral("%1 %2 pkt/s").arg(pipeline.modules.at(i).name).arg(static_cast<long long>(rate));
+        const qint64 dropped = s.value("dropped").toLongLong();
+        part += QStringLiteral(" drop %1").arg(static_cast<long long>(dropped));
+        parts << part;
+    }
+    lastTick = now;
+    const QString line = QStringLiteral("[%1s] %2").arg(now / 1000.0, 0, 'f', 1).arg(parts.join(QLatin1String(" | ")));
+    if (tty) {
+        fprintf(stderr, "\r\033[K%s", qPrintable(line));
+        progressShown = true;
+    } else {
+        fprintf(stderr, "%s\n", qPrintable(line));
+    }
+    fflush(stderr);
+}
+
+void Launcher::graphNow()
+{
+    QHash<QString, QString> states;
+    QHash<QString, QVariantMap> stats;
+    for (int i = 0; i < objects.size(); ++i) {
+        states.insert(pipeline.modules.at(i).name, objects.at(i)->getState());
+        stats.insert(pipeline.modules.at(i).name, statsOf(objects.at(i), !stopping));
+    }
+    QString msg;
+    if (!writeGraph(pipeline, options.graph, states, stats, &msg))
+        message(msg, true);
+}
+
+void Launcher::shutdown(int exitCode, const QString &why)
+{
+    if (stopping)
+        return;
+    stopping = true;
+    code = exitCode;
+    progressTimer.stop();
+    durationTimer.stop();
+    if (progressShown && tty)
+        fputs("\n", stderr);
+    progressShown = false;
+    if (!why.isEmpty()) {
+        const bool error = exitCode != ExitOk && exitCode != ExitInterrupted;
+        message(error ? QStringLiteral("error: ") + why : why, error);
+    }
+
+    // Upstream first: a receiver stops after everything sent to it has arrived,
+    // and writes what it queued before its onStop returns.
+    const QList<int> order = pipeline.upstreamOrder();
+    for (int i : order) {
+        VexaObject *obj = objects.at(i);
+        if (obj->getState() == QLatin1String("started"))
+            obj->stop(true);
+    }
+    // Events sent while stopping ("done", last "stats", late "error") are still delivered.
+    QCoreApplication::processEvents();
+
+    // Summary table.
+    QTextStream out(stdout);
+    const QString header = QStringLiteral("%1 %2 %3 %4 %5 %6 %7")
+            .arg(QStringLiteral("module"), -16).arg(QStringLiteral("class"), -16).arg(QStringLiteral("state"), -8)
+            .arg(QStringLiteral("packets A"), 10).arg(QStringLiteral("packets V"), 10)
+            .arg(QStringLiteral("bytes"), 12).arg(QStringLiteral("dropped"), 8);
+    out << header << '\n';
+    for (int i = 0; i < objects.size(); ++i) {
+        VexaObject *obj = objects.at(i);
+        const QVariantMap s = statsOf(obj, false);
+        auto num = [&s](const char *key, int width) {
+            return s.contains(key) ? QString::number(s.value(key).toLongLong()).rightJustified(width)
+                                   : QStringLiteral("-").rightJustified(width);
+        };
+        const QString bytes = s.isEmpty() ? QStringLiteral("-")
+                                          : QString::number(s.value("bytesA").toLongLong() + s.value("bytesV").toLongLong());
+        out << QStringLiteral("%1 %2 %3 ").arg(pipeline.modules.at(i).name, -16)
+                   .arg(VexaModuleCatalog::shortName(QString::fromLatin1(obj->metaObject()->className())), -16)
+                   .arg(obj->getState(), -8)
+            << num("packetsA", 10) << ' ' << num("packetsV", 10) << ' ' << bytes.rightJustified(12) << ' '
+            << num("dropped", 8) << '\n';
+    }
+    out.flush();
+    if (!options.graph.isEmpty())
+        graphNow();
+
+    // Destroy in the same order and wait until the objects are gone, so that
+    // nothing runs in a worker thread while the process exits.
+    // Counted down in the modules' threads, possibly after a timeout here.
+    auto alive = std::make_shared<QAtomicInt>(objects.size());
+    for (VexaObject *obj : qAsConst(objects))
+        connect(obj, &QObject::destroyed, this, [alive] { alive->deref(); }, Qt::DirectConnection);
+    QStringList names;
+    for (int i : order) {
+        names << objects.at(i)->name();
+        objects.at(i)->destroy();
+    }
+    QElapsedTimer wait;
+    wait.start();
+    while (alive->loadAcquire() > 0 && wait.elapsed() < 5000) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(1);
+    }
+    objects.clear();
+    // Modules without a thread name ran in a thread named after themselves,
+    // which destroy() leaves in use; release it.
+    for (const QString &n : qAsConst(names)) {
+        bool known;
+        {
+            QMutexLocker locker(&Vexa::lockThread);
+            known = Vexa::threadMap.contains(n);
+        }
+        if (known && n != QLatin1String("main"))
+            Vexa::delThread(n);
+    }
+    releaseMediaMemory();
+    emit finished(code);
+}
+
+bool Launcher::writeGraph(const Pipeline &p, const QString &path, const QHash<QString, QString> &states,
+                          const QHash<QString, QVariantMap> &stats, QString *message)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text)) {
+        *message = QStringLiteral("cannot write graph %1: %2").arg(path, f.errorString());
+        return false;
+    }
+    QTextStream ts(&f);
+    ts << "digraph pipeline {\n"
+       << "    rankdir=LR;\n"
+       << "    node [shape=box, style=\"rounded,filled\", fontname=\"Helvetica\", fillcolor=\"#ffffff\"];\n"
+       << "    edge [fontname=\"Helvetica\"];\n";
+    for (const PipelineModule &m : p.modules) {
+        const QString state = states.value(m.name, QStringLiteral("not created"));
+        QString label = m.name + QLatin1Char('\n') + VexaModuleCatalog::shortName(m.className) + QLatin1Char('\n') + state;
+        const QVariantMap s = stats.value(m.name);
+        if (!s.isEmpty())
+            label += QStringLiteral("\n%1 packets, %2 dropped").arg(packetsIn(s)).arg(s.value("dropped").toLongLong());
+        const char *fill = state == QLatin1String("started") ? "#c8f0c8"
+                         : state == QLatin1String("stoped") ? "#e0e0e0"
+                         : state == QLatin1String("destroyed") ? "#f0c8c8" : "#ffffff";
+        ts << "    " << dotQuoted(m.name) << " [label=" << dotQuoted(label) << ", fillcolor=\"" << fill << "\"];\n";
+    }
+    for (const PipelineLink &l : p.links) {
+        const char *style = l.kind == QLatin1Char('A') ? "color=\"#c03030\", fontcolor=\"#c03030\""
+                          : l.kind == QLatin1Char('V') ? "color=\"#3050c0\", fontcolor=\"#3050c0\", penwidth=2"
+                                                       : "color=\"#707070\", fontcolor=\"#707070\", style=dashed";
+        ts << "    " << dotQuoted(l.from) << " -> " << dotQuoted(l.to) << " [label=\"" << l.kind << "\", " << style << "];\n";
+    }
+    ts << "}\n";
+    ts.flush();
+    f.close();
+    if (f.error() != QFile::NoError) {
+        *message = QStringLiteral("cannot write graph %1: %2").arg(path, f.errorString());
+        return false;
+    }
+
+    const QString dot = QStandardPaths::findExecutable(QStringLiteral("dot"));
+    if (dot.isEmpty())
+        return true;
+    QString svg = path;
+    if (svg.endsWith(QLatin1String(".dot")))
+        svg.chop(4);
+    svg += QLatin1String(".svg");
+    QProcess proc;
+    proc.start(dot, {QStringLiteral("-Tsvg"), QStringLiteral("-o"), svg, path});
+    if (!proc.waitForFinished(30000) || proc.exitStatus() != QProcess::NormalExit || proc.exitCode() != 0) {
+        *message = QStringLiteral("dot could not draw %1: %2").arg(svg, QString::fromLocal8Bit(proc.readAllStandardError()).trimmed());
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,86 @@
+#ifndef LAUNCHER_H
+#define LAUNCHER_H
+
+#include <QElapsedTimer>
+#include <QHash>
+#include <QObject>
+#include <QSet>
+#include <QTimer>
+#include <QVariantMap>
+
+#include "pipeline.h"
+
+class QSocketNotifier;
+class VexaObject;
+
+/** Exit codes of vexa-launch. */
+enum LaunchExit {
+    ExitOk = 0,
+    ExitUsage = 2,          // wrong command line
+    ExitBadPipeline = 3,    // pipeline file unreadable or invalid, library or board missing
+    ExitModuleError = 4,    // a module reported "error" while running
+    ExitInterrupted = 130,  // Ctrl-C
+};
+
+struct LaunchOptions {
+    double duration = 0;        // seconds; 0: until every source sent "eos"
+    int interval = 1000;        // progress period, ms
+    bool quiet = false;
+    bool platform = true;       // bring up the media platform (Vexa::init(true))
+    QString graph;              // DOT file to write, or empty
+};
+
+/**
+ * Runs one pipeline: creates, links and starts the modules, shows progress,
+ * and stops and destroys them in order when the run ends.
+ * Thread: main thread.
+ */
+class Launcher : public QObject
+{
+    Q_OBJECT
+
+public:
+    Launcher(const Pipeline &pipeline, const LaunchOptions &options, QObject *parent = nullptr);
+
+    /** Starts everything; false (with the exit code set) when a module cannot be created. */
+    bool start();
+    /** Exit code once the run has ended. */
+    int exitCode() const { return code; }
+
+    /** Writes the pipeline as Graphviz DOT (and SVG when "dot" is installed). */
+    static bool writeGraph(const Pipeline &pipeline, const QString &path,
+                           const QHash<QString, QString> &states, const QHash<QString, QVariantMap> &stats,
+                           QString *message);
+
+    /** Takes SIGINT over from the framework: Ctrl-C then ends the run in order. */
+    static bool installInterruptHandler();
+
+signals:
+    void finished(int code);
+
+private:
+    void onModuleEvent(const QString &module, const QString &type, const QVariant &value);
+    void showProgress(bool last);
+    void shutdown(int exitCode, const QString &why);
+    QVariantMap statsOf(VexaObject *obj, bool running);
+    void graphNow();
+    /** One line on stderr; informational lines are left out with --quiet. */
+    void message(const QString &text, bool error = false);
+
+    Pipeline pipeline;
+    LaunchOptions options;
+    QList<VexaObject *> objects;        // index as in pipeline.modules
+    QSet<int> sourcesLeft;
+    QTimer progressTimer;
+    QTimer durationTimer;
+    QElapsedTimer clock;
+    QHash<int, qint64> lastPackets;
+    qint64 lastTick = 0;
+    bool tty = false;
+    bool progressShown = false;
+    bool stopping = false;
+    int code = ExitOk;
+    QSocketNotifier *interruptNotifier = nullptr;
+};
+
+#endif // LAUNCHER_H

@@ -1,0 +1,167 @@
+// vexa-launch: runs a pipeline described in a JSON file.
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdio>
+#include <unistd.h>
+
+#include "launcher.h"
+#include "pipeline.h"
+#include "vexa.h"
+#include "vexamodulecatalog.h"
+
+namespace {
+
+const char *const defaultBoard = "/vexa/config/board.json";
+// Board file for a PC: the software model of the media platform.
+const char *const pcBoard = ":/vexa-launch/pc-board.json";
+
+bool quietMessages = false;
+
+void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &msg)
+{
+    if (type == QtDebugMsg && quietMessages)
+        return;
+    // On a terminal, clear the progress line first; the next period redraws it.
+    static const bool tty = isatty(fileno(stderr));
+    fprintf(stderr, "%s%s\n", tty ? "\r\033[K" : "", qPrintable(msg));
+    fflush(stderr);
+    if (type == QtFatalMsg)
+        abort();
+}
+
+int fail(int code, const QString &text)
+{
+    fprintf(stderr, "vexa-launch: %s\n", qPrintable(text));
+    if (code == ExitUsage)
+        fprintf(stderr, "Try 'vexa-launch --help'.\n");
+    return code;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vexa-launch"));
+    qInstallMessageHandler(messageHandler);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Runs the pipeline described in a JSON file until every source has ended,\n"
+        "the duration has passed or Ctrl-C is pressed.\n\n"
+        "Exit codes: 0 done, 2 wrong command line, 3 invalid pipeline file (or\n"
+        "board file, module library), 4 a module reported an error, 130 Ctrl-C."));
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("pipeline"), QStringLiteral("Pipeline file (JSON)."));
+    const QCommandLineOption setOpt(QStringLiteral("set"),
+        QStringLiteral("Override a module setting: module.key=value (value read as JSON when it parses)."),
+        QStringLiteral("module.key=value"));
+    const QCommandLineOption durationOpt({QStringLiteral("d"), QStringLiteral("duration")},
+        QStringLiteral("Stop after this many seconds."), QStringLiteral("seconds"));
+    const QCommandLineOption boardOpt(QStringLiteral("board"),
+        QStringLiteral("Board file (replaces the pipeline's \"board\")."), QStringLiteral("file"));
+    const QCommandLineOption libOpt({QStringLiteral("l"), QStringLiteral("library")},
+        QStringLiteral("Load a module library (repeatable)."), QStringLiteral("file"));
+    const QCommandLineOption graphOpt(QStringLiteral("graph"),
+        QStringLiteral("Write the pipeline graph as Graphviz DOT (and SVG beside it when dot is installed)."),
+        QStringLiteral("file.dot"));
+    const QCommandLineOption checkOpt(QStringLiteral("check"),
+        QStringLiteral("Only validate the pipeline file (and write the graph)."));
+    const QCommandLineOption intervalOpt(QStringLiteral("interval"),
+        QStringLiteral("Progress period in milliseconds (default 1000)."), QStringLiteral("ms"), QStringLiteral("1000"));
+    const QCommandLineOption quietOpt({QStringLiteral("q"), QStringLiteral("quiet")},
+        QStringLiteral("No progress, no informational or debug lines (errors still shown)."));
+    const QCommandLineOption noPlatformOpt(QStringLiteral("no-platform"),
+        QStringLiteral("Do not bring up the media platform (file-only pipelines)."));
+    parser.addOptions({setOpt, durationOpt, boardOpt, libOpt, graphOpt, checkOpt, intervalOpt, quietOpt, noPlatformOpt});
+
+    if (!parser.parse(QCoreApplication::arguments()))
+        return fail(ExitUsage, parser.errorText());
+    if (parser.isSet(QStringLiteral("help"))) {
+        fputs(qPrintable(parser.helpText()), stdout);
+        return ExitOk;
+    }
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() != 1)
+        return fail(ExitUsage, positional.isEmpty() ? QStringLiteral("no pipeline file given")
+                                                    : QStringLiteral("one pipeline file expected, got %1").arg(positional.size()));
+
+    LaunchOptions options;
+    bool ok = true;
+    if (parser.isSet(durationOpt)) {
+        options.duration = parser.value(durationOpt).toDouble(&ok);
+        if (!ok || options.duration <= 0)
+            return fail(ExitUsage, QStringLiteral("--duration expects a positive number of seconds, not \"%1\"").arg(parser.value(durationOpt)));
+    }
+    options.interval = parser.value(intervalOpt).toInt(&ok);
+    if (!ok || options.interval <= 0)
+        return fail(ExitUsage, QStringLiteral("--interval expects a positive number of milliseconds, not \"%1\"").arg(parser.value(intervalOpt)));
+    options.quiet = parser.isSet(quietOpt);
+    options.platform = !parser.isSet(noPlatformOpt);
+    options.graph = parser.value(graphOpt);
+    quietMessages = options.quiet;
+
+    const QString path = positional.first();
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(ExitBadPipeline, QStringLiteral("cannot read pipeline file %1: %2").arg(path, file.errorString()));
+    Pipeline pipeline;
+    QString error;
+    if (!Pipeline::parse(file.readAll(), path, &pipeline, &error))
+        return fail(ExitBadPipeline, error);
+    for (const QString &assignment : parser.values(setOpt)) {
+        if (!pipeline.applyOverride(assignment, &error))
+            return fail(ExitUsage, error);
+    }
+
+    VexaModuleCatalog::registerBuiltIn();
+    QStringList libraries = pipeline.libraries;
+    for (const QString &lib : parser.values(libOpt))
+        libraries << QFileInfo(lib).absoluteFilePath();
+    for (const QString &lib : qAsConst(libraries)) {
+        if (!VexaModuleCatalog::loadLibrary(lib, &error))
+            return fail(ExitBadPipeline, QStringLiteral("cannot load module library %1: %2").arg(lib, error));
+    }
+    if (!pipeline.checkClasses(&error))
+        return fail(ExitBadPipeline, error);
+
+    QString board = pipeline.board;
+    if (parser.isSet(boardOpt))
+        board = QFileInfo(parser.value(boardOpt)).absoluteFilePath();
+    if (!board.isEmpty() && !QFileInfo(board).isFile())
+        return fail(ExitBadPipeline, QStringLiteral("board file %1 does not exist").arg(board));
+
+    if (parser.isSet(checkOpt)) {
+        if (!options.graph.isEmpty() && !Launcher::writeGraph(pipeline, options.graph, {}, {}, &error))
+            return fail(ExitBadPipeline, error);
+        fprintf(stdout, "%s: valid, %d modules, %d links\n", qPrintable(path),
+                int(pipeline.modules.size()), int(pipeline.links.size()));
+        return ExitOk;
+    }
+
+    // Everything the framework would treat as fatal has been checked above.
+    if (board.isEmpty() && !QFileInfo::exists(QString::fromLatin1(defaultBoard)))
+        board = QString::fromLatin1(pcBoard);
+    if (!board.isEmpty() && (!Vexa::setConfig(board) || Vexa::Config.isEmpty()))
+        return fail(ExitBadPipeline, QStringLiteral("board file %1 does not hold a JSON object").arg(board));
+    Vexa::init(options.platform);
+    // The framework's SIGINT handler ends the process at once; files being
+    // written need an orderly stop instead.
+    if (!Launcher::installInterruptHandler())
+        return fail(ExitModuleError, QStringLiteral("cannot install the Ctrl-C handler"));
+
+    Launcher launcher(pipeline, options);
+    int code = ExitOk;
+    QObject::connect(&launcher, &Launcher::finished, &app, [&code](int c) {
+        code = c;
+        QCoreApplication::exit(c);
+    }, Qt::QueuedConnection);
+    if (!launcher.start())
+        return launcher.exitCode();
+    app.exec();
+    return code;
+}

@@ -1,0 +1,317 @@
+#include "pipeline.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <cmath>
+
+#include "vexamodulecatalog.h"
+
+namespace {
+
+// JSON numbers arrive as doubles; modules read settings with toInt(), so
+// whole numbers become integers.
+QVariant normalised(const QVariant &v)
+{
+    if (v.userType() == QMetaType::Double) {
+        const double d = v.toDouble();
+        if (std::floor(d) == d && std::fabs(d) < 9.0e15) {
+            if (d >= -2147483648.0 && d <= 2147483647.0)
+                return int(d);
+            return qint64(d);
+        }
+        return v;
+    }
+    if (v.userType() == QMetaType::QVariantMap) {
+        QVariantMap m = v.toMap();
+        for (auto it = m.begin(); it != m.end(); ++it)
+            it.value() = normalised(it.value());
+        return m;
+    }
+    if (v.userType() == QMetaType::QVariantList) {
+        QVariantList l = v.toList();
+        for (QVariant &e : l)
+            e = normalised(e);
+        return l;
+    }
+    return v;
+}
+
+bool checkKeys(const QJsonObject &o, const QStringList &allowed, const QString &where, QString *error)
+{
+    for (auto it = o.begin(); it != o.end(); ++it) {
+        if (!allowed.contains(it.key())) {
+            *error = QStringLiteral("%1: unknown key \"%2\" (expected one of: %3)")
+                         .arg(where, it.key(), allowed.join(QLatin1String(", ")));
+            return false;
+        }
+    }
+    return true;
+}
+
+QString resolved(const QString &path, const QString &fileName)
+{
+    if (QDir::isAbsolutePath(path))
+        return QDir::cleanPath(path);
+    return QDir::cleanPath(QFileInfo(fileName).absoluteDir().filePath(path));
+}
+
+const QRegularExpression &namePattern()
+{
+    static const QRegularExpression re(QStringLiteral("^[A-Za-z0-9_-]+$"));
+    return re;
+}
+
+} // namespace
+
+bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *out, QString *error)
+{
+    Pipeline p;
+    p.fileName = fileName;
+
+    QJsonParseError pe;
+    const QJsonDocument doc = QJsonDocument::fromJson(text, &pe);
+    if (pe.error != QJsonParseError::NoError) {
+        const int offset = qBound(0, pe.offset, text.size());
+        const QByteArray before = text.left(offset);
+        const int line = before.count('\n') + 1;
+        const int column = offset - (before.lastIndexOf('\n') + 1) + 1;
+        *error = QStringLiteral("%1:%2:%3: malformed JSON: %4").arg(fileName).arg(line).arg(column).arg(pe.errorString());
+        return false;
+    }
+    if (!doc.isObject()) {
+        *error = QStringLiteral("%1: the top level must be a JSON object").arg(fileName);
+        return false;
+    }
+    const QJsonObject top = doc.object();
+    if (!checkKeys(top, {"description", "board", "libraries", "modules", "links"}, fileName, error))
+        return false;
+
+    if (top.contains("description")) {
+        if (!top.value("description").isString()) {
+            *error = QStringLiteral("%1: \"description\" must be a string").arg(fileName);
+            return false;
+        }
+        p.description = top.value("description").toString();
+    }
+    if (top.contains("board")) {
+        if (!top.value("board").isString() || top.value("board").toString().isEmpty()) {
+            *error = QStringLiteral("%1: \"board\" must be the path of a board file").arg(fileName);
+            return false;
+        }
+        p.board = resolved(top.value("board").toString(), fileName);
+    }
+    if (top.contains("libraries")) {
+        const QJsonValue v = top.value("libraries");
+        if (!v.isArray()) {
+            *error = QStringLiteral("%1: \"libraries\" must be an array of paths").arg(fileName);
+            return false;
+        }
+        const QJsonArray libs = v.toArray();
+        for (int i = 0; i < libs.size(); ++i) {
+            if (!libs.at(i).isString() || libs.at(i).toString().isEmpty()) {
+                *error = QStringLiteral("%1: libraries[%2] must be a path").arg(fileName).arg(i);
+                return false;
+            }
+            p.libraries << resolved(libs.at(i).toString(), fileName);
+        }
+    }
+
+    const QJsonValue modules = top.value("modules");
+    if (!modules.isArray() || modules.toArray().isEmpty()) {
+        *error = QStringLiteral("%1: \"modules\" must be a non-empty array").arg(fileName);
+        return false;
+    }
+    const QJsonArray mods = modules.toArray();
+    for (int i = 0; i < mods.size(); ++i) {
+        const QString where = QStringLiteral("%1: modules[%2]").arg(fileName).arg(i);
+        if (!mods.at(i).isObject()) {
+            *error = where + QStringLiteral(" must be an object");
+            return false;
+        }
+        const QJsonObject m = mods.at(i).toObject();
+        if (!checkKeys(m, {"class", "name", "settings", "comment"}, where, error))
+            return false;
+        PipelineModule mod;
+        if (!m.value("class").isString() || m.value("class").toString().isEmpty()) {
+            *error = where + QStringLiteral(": \"class\" must be a class name");
+            return false;
+        }
+        mod.className = m.value("class").toString();
+        if (!m.value("name").isString() || !namePattern().match(m.value("name").toString()).hasMatch()) {
+            *error = where + QStringLiteral(": \"name\" must be a name of letters, digits, '_' and '-'");
+            return false;
+        }
+        mod.name = m.value("name").toString();
+        if (p.indexOf(mod.name) >= 0) {
+            *error = QStringLiteral("%1: module name \"%2\" is used twice").arg(where, mod.name);
+            return false;
+        }
+        if (m.contains("settings")) {
+            if (!m.value("settings").isObject()) {
+                *error = QStringLiteral("%1 (\"%2\"): \"settings\" must be an object").arg(where, mod.name);
+                return false;
+            }
+            mod.settings = normalised(m.value("settings").toObject().toVariantMap()).toMap();
+        }
+        p.modules << mod;
+    }
+
+    if (top.contains("links") && !top.value("links").isArray()) {
+        *error = QStringLiteral("%1: \"links\" must be an array").arg(fileName);
+        return false;
+    }
+    const QJsonArray links = top.value("links").toArray();
+    QSet<QString> seen;
+    for (int i = 0; i < links.size(); ++i) {
+        const QString where = QStringLiteral("%1: links[%2]").arg(fileName).arg(i);
+        if (!links.at(i).isObject()) {
+            *error = where + QStringLiteral(" must be an object");
+            return false;
+        }
+        const QJsonObject l = links.at(i).toObject();
+        if (!checkKeys(l, {"from", "to", "kind", "comment"}, where, error))
+            return false;
+        const QString from = l.value("from").toString();
+        const QString to = l.value("to").toString();
+        for (const QString &end : {QStringLiteral("from"), QStringLiteral("to")}) {
+            const QString n = l.value(end).toString();
+            if (!l.value(end).isString() || p.indexOf(n) < 0) {
+                *error = QStringLiteral("%1: \"%2\" names unknown module \"%3\"").arg(where, end, n);
+                return false;
+            }
+        }
+        if (from == to) {
+            *error = QStringLiteral("%1: module \"%2\" is linked to itself").arg(where, from);
+            return false;
+        }
+        const QString kind = l.value("kind").toString();
+        if (!l.value("kind").isString() || kind.isEmpty()) {
+            *error = where + QStringLiteral(": \"kind\" must be A, V, E or a combination such as \"AV\"");
+            return false;
+        }
+        for (const QChar c : kind) {
+            if (c != QLatin1Char('A') && c != QLatin1Char('V') && c != QLatin1Char('E')) {
+                *error = QStringLiteral("%1: bad link kind \"%2\" (use A, V, E or a combination such as \"AV\")").arg(where, kind);
+                return false;
+            }
+            const QString key = from + QLatin1Char('\n') + to + QLatin1Char('\n') + c;
+            if (seen.contains(key)) {
+                *error = QStringLiteral("%1: link %2 -> %3 of kind %4 is given twice").arg(where, from, to, QString(c));
+                return false;
+            }
+            seen.insert(key);
+            p.links << PipelineLink{from, to, c};
+        }
+    }
+    *out = p;
+    return true;
+}
+
+bool Pipeline::applyOverride(const QString &assignment, QString *error)
+{
+    const int eq = assignment.indexOf(QLatin1Char('='));
+    const int dot = assignment.indexOf(QLatin1Char('.'));
+    if (eq < 0 || dot < 1 || dot > eq - 2) {
+        *error = QStringLiteral("--set expects module.key=value, not \"%1\"").arg(assignment);
+        return false;
+    }
+    const QString module = assignment.left(dot);
+    const QString key = assignment.mid(dot + 1, eq - dot - 1);
+    const QString text = assignment.mid(eq + 1);
+    const int i = indexOf(module);
+    if (i < 0) {
+        *error = QStringLiteral("--set %1: no module named \"%2\" in %3").arg(assignment, module, fileName);
+        return false;
+    }
+    // Scalars parse as JSON when they can ("true", "20", "\"x\""), anything
+    // else is the text itself.
+    QVariant value = text;
+    const QJsonDocument doc = QJsonDocument::fromJson("[" + text.toUtf8() + "]");
+    if (doc.isArray() && doc.array().size() == 1)
+        value = normalised(doc.array().at(0).toVariant());
+    modules[i].settings.insert(key, value);
+    return true;
+}
+
+bool Pipeline::checkClasses(QString *error) const
+{
+    for (const PipelineModule &m : modules) {
+        if (!VexaModuleCatalog::find(m.className)) {
+            QStringList known;
+            for (const QString &c : VexaModuleCatalog::classNames())
+                known << VexaModuleCatalog::shortName(c);
+            *error = QStringLiteral("%1: module \"%2\": unknown class \"%3\" (known classes: %4)")
+                         .arg(fileName, m.name, m.className, known.join(QLatin1String(", ")));
+            return false;
+        }
+    }
+    return true;
+}
+
+int Pipeline::indexOf(const QString &moduleName) const
+{
+    for (int i = 0; i < modules.size(); ++i) {
+        if (modules.at(i).name == moduleName)
+            return i;
+    }
+    return -1;
+}
+
+QList<int> Pipeline::upstreamOrder() const
+{
+    QVector<int> inDegree(modules.size(), 0);
+    for (const PipelineLink &l : links) {
+        if (l.kind != QLatin1Char('E'))
+            ++inDegree[indexOf(l.to)];
+    }
+    QList<int> order;
+    QVector<bool> placed(modules.size(), false);
+    bool progress = true;
+    while (progress) {
+        progress = false;
+        for (int i = 0; i < modules.size(); ++i) {
+            if (placed.at(i) || inDegree.at(i) != 0)
+                continue;
+            placed[i] = true;
+            order << i;
+            progress = true;
+            for (const PipelineLink &l : links) {
+                if (l.kind != QLatin1Char('E') && l.from == modules.at(i).name)
+                    --inDegree[indexOf(l.to)];
+            }
+        }
+    }
+    for (int i = 0; i < modules.size(); ++i) {
+        if (!placed.at(i))
+            order << i;
+    }
+    return order;
+}
+
+QList<int> Pipeline::sources() const
+{
+    bool anyMedia = false;
+    for (const PipelineLink &l : links)
+        anyMedia = anyMedia || l.kind != QLatin1Char('E');
+    QList<int> result;
+    for (int i = 0; i < modules.size(); ++i) {
+        bool fed = false;
+        bool feeds = false;
+        for (const PipelineLink &l : links) {
+            if (l.kind == QLatin1Char('E'))
+                continue;
+            fed = fed || l.to == modules.at(i).name;
+            feeds = feeds || l.from == modules.at(i).name;
+        }
+        if (!fed && (feeds || !anyMedia))
+            result << i;
+    }
+    return result;
+}

@@ -1,0 +1,59 @@
+#ifndef PIPELINE_H
+#define PIPELINE_H
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+
+/** One module of a pipeline file. */
+struct PipelineModule {
+    QString className;  // as written: "InputFile" or "VexaInputFile"
+    QString name;
+    QVariantMap settings;
+};
+
+/** One link of a pipeline file; kind is 'A', 'V' or 'E'. */
+struct PipelineLink {
+    QString from;
+    QString to;
+    QChar kind;
+};
+
+/**
+ * A pipeline file: modules with names and settings, links between them, an
+ * optional board file and optional module libraries. Paths in "board" and
+ * "libraries" are taken relative to the file's folder.
+ */
+struct Pipeline {
+    QString fileName;
+    QString description;
+    QString board;          // absolute, or empty
+    QStringList libraries;  // absolute
+    QList<PipelineModule> modules;
+    QList<PipelineLink> links;
+
+    /**
+     * Reads and checks the structure of @p text (the content of @p fileName).
+     * Fails with a message naming the file, and for malformed JSON its line
+     * and column.
+     */
+    static bool parse(const QByteArray &text, const QString &fileName, Pipeline *out, QString *error);
+
+    /** Applies one "--set module.key=value" override; the value is JSON when it parses as such, else text. */
+    bool applyOverride(const QString &assignment, QString *error);
+
+    /** Checks that every class can be created. Call after the module libraries are loaded. */
+    bool checkClasses(QString *error) const;
+
+    int indexOf(const QString &moduleName) const;
+    /** Module indexes, upstream first (along A and V links); modules on a cycle keep file order at the end. */
+    QList<int> upstreamOrder() const;
+    /**
+     * The sources, whose "eos" ends a run: modules that feed an A or V link
+     * and receive none (every module when the file has no A or V link).
+     */
+    QList<int> sources() const;
+};
+
+#endif // PIPELINE_H
