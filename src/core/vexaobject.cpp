@@ -233,16 +233,23 @@ void VexaObject::destroy()
     const bool release = !name().startsWith(QLatin1String("InputRtsp")) && !threadName.isEmpty();
     const QString thread = threadName;
     Vexa::delObject(this);
+    // The payload ring goes with the object. With an event loop, its release
+    // is queued into the object's thread behind the onStop posted above, so
+    // a module that flushes queued payloads in onStop never reads freed
+    // memory; without one, onStop has already run and it is freed at once.
+    char *arena = payloadArena.base;
+    const bool queueFree = arena && QCoreApplication::instance();
+    if (queueFree)
+        QMetaObject::invokeMethod(this, [arena] { std::free(arena); }, Qt::QueuedConnection);
     // Another thread may delete this object as soon as deleteLater() is
     // called: take what is needed first and touch nothing of it afterwards.
-    char *arena = payloadArena.base;
     // The deferred delete is posted before the thread is released: a last
     // release quits the thread, which then deletes only what was posted
     // before it finished; posted after, the object would never be deleted.
     deleteLater();
     if (release)
         Vexa::delThread(thread);
-    if (arena)
+    if (arena && !queueFree)
         std::free(arena);
 }
 

@@ -6,6 +6,7 @@
 // members a test needs.
 
 #include <algorithm>
+#include <cstring>
 
 #include <QAtomicInt>
 #include <QCoreApplication>
@@ -119,11 +120,18 @@ protected:
     void onNewInfoA(StreamInfo i) override { noteInfo(QStringLiteral("infoA"), i); }
     void onNewInfoV(StreamInfo i) override { noteInfo(QStringLiteral("infoV"), i); }
     void onSetData(QVariantMap m) override { note(QStringLiteral("setData:") + QStringList(m.keys()).join(QLatin1Char(','))); }
-    void onStart() override { note(QStringLiteral("start")); }
+    void onStart() override
+    {
+        // With a payload ring, keep one payload in it until onStop.
+        ringPayload = bufferData(const_cast<char *>("payload"), 8, 0);
+        note(QStringLiteral("start"));
+    }
     void onStop() override
     {
         if (holdStop)
             holdStop->acquire();
+        if (ringPayload)
+            note(std::memcmp(ringPayload, "payload", 8) == 0 ? QStringLiteral("ring intact") : QStringLiteral("ring lost"));
         note(QStringLiteral("stop"));
     }
 
@@ -144,6 +152,7 @@ private:
         note(QStringLiteral("%1:%2:%3:%4").arg(kind).arg(i.type).arg(from, QStringList(i.params.keys()).join(QLatin1Char(','))));
     }
 
+    char *ringPayload = nullptr;
     mutable QMutex mutex;
     QList<Entry> log;
     QList<Packet> seen;
