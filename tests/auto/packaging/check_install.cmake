@@ -22,6 +22,11 @@ foreach(f lib/libVexaBase.so.1 include/VexaBase/VexaObject include/VexaBase/Vexa
 endforeach()
 
 set(config_args -S ${VEXA_CONSUMER_SOURCE} -B ${build} -DCMAKE_PREFIX_PATH=${prefix})
+if(VEXA_SANITIZE)
+    # A sanitized library needs the sanitizer runtime first in the program.
+    list(APPEND config_args "-DCMAKE_CXX_FLAGS=-fsanitize=address,undefined"
+                            "-DCMAKE_EXE_LINKER_FLAGS=-fsanitize=address,undefined")
+endif()
 if(VEXA_TOOLCHAIN_FILE)
     list(APPEND config_args -DCMAKE_TOOLCHAIN_FILE=${VEXA_TOOLCHAIN_FILE})
 endif()
