@@ -21,16 +21,8 @@
 
 // What happened to objects that may be gone; written by their threads.
 struct Trail {
-    void add(const QString &s)
-    {
-        QMutexLocker locker(&mutex);
-        items << s;
-    }
-    QStringList get() const
-    {
-        QMutexLocker locker(&mutex);
-        return items;
-    }
+    void add(const QString &s) { QMutexLocker locker(&mutex); items << s; }
+    QStringList get() const { QMutexLocker locker(&mutex); return items; }
     mutable QMutex mutex;
     QStringList items;
 };
@@ -46,10 +38,7 @@ public:
     };
     enum PacketMode { Record, Relay, Queue };
 
-    Q_INVOKABLE explicit VexaProbe(QObject *parent = nullptr)
-        : VexaObject(parent)
-    {
-    }
+    Q_INVOKABLE explicit VexaProbe(QObject *parent = nullptr) : VexaObject(parent) {}
     ~VexaProbe() override { note(thread() == QThread::currentThread() ? "dtor in own thread" : "dtor elsewhere"); }
 
     using VexaObject::bufLenA;
@@ -62,11 +51,7 @@ public:
     using VexaObject::threadName;
 
     int linksOf(const char *signal) { return receivers(signal); }
-    QList<Entry> entries() const
-    {
-        QMutexLocker locker(&mutex);
-        return log;
-    }
+    QList<Entry> entries() const { QMutexLocker locker(&mutex); return log; }
     QStringList hooks() const // the hook names, in the order they ran
     {
         QStringList names;
@@ -74,11 +59,7 @@ public:
             names << e.what;
         return names;
     }
-    QList<Packet> packetsSeen() const
-    {
-        QMutexLocker locker(&mutex);
-        return seen;
-    }
+    QList<Packet> packetsSeen() const { QMutexLocker locker(&mutex); return seen; }
 
     PacketMode mode = Record;
     QAtomicInt dropped;             // false results of bufferPacketV in Queue mode
@@ -86,16 +67,17 @@ public:
     Trail *trail = nullptr;         // outlives the object: gets every hook name
 
     // Called through invoke().
-    Q_INVOKABLE QVariant ping(QVariant v) { return QVariantList{v, where()}; }
+    Q_INVOKABLE QVariant ping(QVariant v) { return v; }
     Q_INVOKABLE QVariant ping() { return QStringLiteral("no argument"); }
     Q_INVOKABLE QVariant where() { return QVariant::fromValue<void *>(QThread::currentThread()); }
+    Q_INVOKABLE QVariant whereDirect() { return where(); }
     Q_INVOKABLE QVariant twice(int v) { return v * 2; }
     Q_INVOKABLE int count(QVariant) { return 1; }
     Q_INVOKABLE QVariant currentInV() // {type, sender, params}
     {
         return QVariantList{inInfoV.type, QVariant::fromValue<void *>(inInfoV.sender), inInfoV.params};
     }
-    Q_INVOKABLE QVariant sendV(QVariant pts)
+    Q_INVOKABLE QVariant sendV(QVariant pts) // a packet with this pts, sent from the object's thread
     {
         Packet p;
         p.pts = pts.toLongLong();
@@ -187,9 +169,15 @@ inline bool retire(const QList<VexaProbe *> &objects)
     return QTest::qWaitFor([&] { return std::none_of(workers.begin(), workers.end(), [](const QPointer<QThread> &t) { return !t.isNull(); }); }, 30000);
 }
 
-inline void registerProbe()
+inline void registerProbe() { qRegisterMetaType<VexaProbe *>("VexaProbe"); }
+
+// A probe created through the factory; @p threadName as given ("main": the
+// application thread, empty: a thread named after the object).
+inline VexaProbe *makeProbe(const QString &name, const QString &threadName = QString())
 {
-    qRegisterMetaType<VexaProbe *>("VexaProbe");
+    auto *p = qobject_cast<VexaProbe *>(Vexa::create(QStringLiteral("Probe"), name));
+    p->threadName = threadName;
+    return p;
 }
 
 #endif // VEXAPROBE_H

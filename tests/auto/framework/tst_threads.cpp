@@ -9,21 +9,14 @@
 
 #include <Vexa>
 
-namespace {
-
-int uses(const QString &name)
+// Uses of a named thread; -1 when the registry holds nothing under the name.
+static int uses(const QString &name)
 {
     QMutexLocker locker(&Vexa::lockThread);
+    if (!Vexa::threadMap.contains(name) && !Vexa::threadCount.contains(name))
+        return -1;
     return Vexa::threadCount.value(name, 0);
 }
-
-bool registered(const QString &name)
-{
-    QMutexLocker locker(&Vexa::lockThread);
-    return Vexa::threadMap.contains(name) || Vexa::threadCount.contains(name);
-}
-
-} // namespace
 
 class tst_Threads : public QObject
 {
@@ -32,37 +25,33 @@ class tst_Threads : public QObject
 private slots:
     void generatedNames()
     {
-        QString a, b;
-        QThread *ta = Vexa::newThread(a);
-        QThread *tb = Vexa::newThread(b);
+        QString a, b, c;
+        QPointer<QThread> ta = Vexa::newThread(a);
+        QPointer<QThread> tb = Vexa::newThread(b);
         QCOMPARE(a, QStringLiteral("oneself_0"));
         QCOMPARE(b, QStringLiteral("oneself_1"));
         QVERIFY(ta != tb);
         QCOMPARE(ta->objectName(), a);
         QVERIFY(ta->isRunning());
 
-        QPointer<QThread> gone = ta;
         Vexa::delThread(a);
-        QTRY_VERIFY(gone.isNull());
-        QString c;
+        QTRY_VERIFY(ta.isNull());
         QPointer<QThread> tc = Vexa::newThread(c);
         QCOMPARE(c, QStringLiteral("oneself_0"));
         QVERIFY(tc->isRunning());
-
-        QPointer<QThread> tbGuard = tb;
         Vexa::delThread(b);
         Vexa::delThread(c);
-        QTRY_VERIFY(tbGuard.isNull() && tc.isNull());
+        QTRY_VERIFY(tb.isNull() && tc.isNull());
     }
 
     // The thread lives while it has users; the last release asks a busy
     // thread to stop and deletes it only once it has finished (deleting a
-    // running QThread would abort the process).
+    // running QThread would abort the process). Unknown names are ignored.
     void sharedAndReleased()
     {
         QString name = QStringLiteral("thr_enc");
-        QThread *t = Vexa::newThread(name);
-        QCOMPARE(Vexa::newThread(name), t);
+        QPointer<QThread> t = Vexa::newThread(name);
+        QCOMPARE(Vexa::newThread(name), t.data());
         QCOMPARE(name, QStringLiteral("thr_enc"));
         QCOMPARE(t->objectName(), name);
         QCOMPARE(uses(name), 2);
@@ -83,26 +72,19 @@ private slots:
         busy.acquire();
 
         Vexa::delThread(name);
-        Vexa::delThread(QStringLiteral("THR_ENC")); // unknown names are ignored
+        Vexa::delThread(QStringLiteral("THR_ENC"));
         Vexa::delThread(QStringLiteral("thr_never"));
-        QVERIFY(!registered(QStringLiteral("thr_never")));
+        QCOMPARE(uses(QStringLiteral("thr_never")), -1);
         QCOMPARE(uses(name), 1);
         QVERIFY(t->isRunning());
 
-        QPointer<QThread> guard = t;
         Vexa::delThread(name);
-        QVERIFY(!registered(name));
-        QTRY_VERIFY_WITH_TIMEOUT(guard.isNull(), 20000);
+        QCOMPARE(uses(name), -1);
+        QTRY_VERIFY_WITH_TIMEOUT(t.isNull(), 20000);
         QCOMPARE(interrupted.loadAcquire(), 1);
 
-        // The name starts over with a new thread and one use.
-        QPointer<QThread> again = Vexa::newThread(name);
-        QVERIFY(again->isRunning());
-        QCOMPARE(uses(name), 1);
-        Vexa::delThread(name);
         Vexa::delThread(name); // already released: ignored
-        QVERIFY(!registered(name));
-        QTRY_VERIFY(again.isNull());
+        QCOMPARE(uses(name), -1);
     }
 
     // Only the first request of a name chooses the priority.

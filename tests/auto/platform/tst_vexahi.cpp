@@ -1,338 +1,429 @@
+// The platform glue's services against the platform model: VexaHi's binding,
+// PTS clock, blank frames, media memory and tee registry, and the vx_ helpers.
+
 #include <QPointer>
 #include <QtTest>
 
-#include <cstring>
+#include <algorithm>
 
-#include "hi_mpi_sys.h"
+#include "hi_mpi_tde.h"
 #include "hi_mpi_vb.h"
+#include "hi_mpi_venc.h"
+#include "hi_mpi_vi.h"
+#include "hi_mpi_vo.h"
 #include "platformtest.h"
 #include "vexahi.h"
 #include "vexatee.h"
-#include "vexateechn.h"
+#include "vx_mpi.h"
 
-using PlatformTest::boundSource;
-using PlatformTest::calls;
+using namespace PlatformTest;
+
+// QP limits (max, min, max I, min I) of the codec's part of the record for
+// one rate-control mode.
+static hi_u32 *qpLimits(hi_venc_rc_param &rc, const QString &codec, const QString &mode)
+{
+    const bool h264 = codec == "h264";
+    if (mode == "vbr")
+        return h264 ? &rc.h264_vbr_param.max_qp : &rc.h265_vbr_param.max_qp;
+    if (mode == "cbr")
+        return h264 ? &rc.h264_cbr_param.max_qp : &rc.h265_cbr_param.max_qp;
+    return h264 ? &rc.h264_avbr_param.max_qp : &rc.h265_avbr_param.max_qp;
+}
 
 class tst_VexaHi : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() { QVERIFY(boot()); }
 
-    void bind_data();
-    void bind();
-    void bindFailure();
-    void bindFromTee();
+    void cleanup()
+    {
+        VexaHi::absPTS = false;
+        VexaHi::setPTSOffset(0);
+        VexaHi::mmzMap.clear();
+    }
 
-    void pts_data();
-    void pts();
+    // A destination keeps one source without the caller unbinding; module
+    // 87 only clears it.
+    void bind_data()
+    {
+        QTest::addColumn<QList<int>>("before"); // source already bound to {7,4,0}, or empty
+        QTest::addColumn<QList<int>>("src");
+        QTest::addColumn<QString>("message"); // a refused bind logs its status and six arguments
+        QTest::addColumn<QStringList>("expectedCalls");
+        QTest::addColumn<QString>("after");
 
-    void makeFrame_data();
-    void makeFrame();
-    void makeFrameFailure_data();
-    void makeFrameFailure();
+        const QString lookup = "hi_mpi_sys_get_bind_by_dst({7,4,0})";
+        const QString bind = "hi_mpi_sys_bind({16,0,0},{7,4,0})";
+        const QString unbind = "hi_mpi_sys_unbind({16,0,1},{7,4,0})";
+        const QList<int> vi0{16, 0, 0}, vi1{16, 0, 1}, none{87, 0, 0};
+        QTest::newRow("new") << QList<int>() << vi0 << "" << QStringList{lookup, bind} << "{16,0,0}";
+        QTest::newRow("same source is kept") << vi0 << vi0 << "" << QStringList{lookup} << "{16,0,0}";
+        QTest::newRow("other source is replaced") << vi1 << vi0 << "" << QStringList{lookup, unbind, bind}
+                                                  << "{16,0,0}";
+        QTest::newRow("87 clears") << vi1 << none << "" << QStringList{lookup, unbind} << "none";
+        QTest::newRow("refused") << QList<int>() << QList<int>{16, 1, 2}
+                                 << "HI_MPI_SYS_Bind failed with 0xa0028007 16 1 2 7 4 0"
+                                 << QStringList{lookup, "hi_mpi_sys_bind({16,1,2},{7,4,0})"} << "none";
+    }
 
-    void mmzAllocFree_data();
-    void mmzAllocFree();
-    void mmzFailedAllocIsRecorded();
-    void mmzFreeUnknown();
-    void mmzClear();
+    void bind()
+    {
+        QFETCH(QList<int>, before);
+        QFETCH(QList<int>, src);
+        QFETCH(QString, message);
+        QFETCH(QStringList, expectedCalls);
+        QFETCH(QString, after);
 
-    void teeRegistry();
-};
+        if (!before.isEmpty()) {
+            const hi_mpp_chn old = {hi_mod_id(before[0]), before[1], before[2]}, dst = {HI_ID_VPSS, 4, 0};
+            QCOMPARE(hi_mpi_sys_bind(&old, &dst), 0);
+            vx_model_clear_calls();
+        }
+        inject(message.isEmpty() ? QString() : "hi_mpi_sys_bind", HI_ERR_SYS_ILLEGAL_PARAM, message);
+        QCOMPARE(VexaHi::bind(src[0], src[1], src[2], 7, 4, 0), message.isEmpty());
+        QCOMPARE(calls(), expectedCalls);
+        QCOMPARE(boundSource(7, 4, 0), after);
+    }
 
-void tst_VexaHi::init()
-{
-    QVERIFY(PlatformTest::boot());
-}
+    // The offset is added on request, in 64 bits and with its sign, unless
+    // absPTS asks for the raw clock.
+    void pts()
+    {
+        vx_model_set_cur_pts(1000000);
+        const auto read = [](qint64 offset, bool withOffset) {
+            VexaHi::setPTSOffset(offset);
+            quint64 pts = 0;
+            VexaHi::getPTS(&pts, withOffset);
+            return pts;
+        };
+        QCOMPARE(read(500, false), 1000000ull);
+        QCOMPARE(read(500, true), 1000500ull);
+        QCOMPARE(read(-1000, true), 999000ull);
+        QCOMPARE(read(qint64(1) << 40, true), (1ull << 40) + 1000000);
+        VexaHi::absPTS = true;
+        QCOMPARE(read(500, true), 1000000ull);
+        QCOMPARE(VexaHi::getPTSOffset(), qint64(500));
+    }
 
-void tst_VexaHi::cleanup()
-{
-    VexaHi::absPTS = false;
-    VexaHi::setPTSOffset(0);
-    VexaHi::mmzMap.clear();
-}
+    // A frame is a mid-grey semi-planar picture in one block. Each failing
+    // step logs its own message and gives a zeroed record; from the moment
+    // the block is taken the caller holds its handle.
+    void makeFrame_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<int>("stride");
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QString>("message"); // empty: the frame is made
+        QTest::addColumn<bool>("handleGiven");
 
-// Binding keeps one source per destination without the caller unbinding.
-void tst_VexaHi::bind_data()
-{
-    QTest::addColumn<QString>("before"); // source already bound to {7,4,0}, or empty
-    QTest::addColumn<int>("srcMod");
-    QTest::addColumn<int>("srcChn");
-    QTest::addColumn<QStringList>("expectedCalls");
-    QTest::addColumn<QString>("after");
+        QTest::newRow("1080p") << 1920 << 1920 << "" << "" << true;
+        QTest::newRow("width rounded up") << 1918 << 1920 << "" << "" << true;
+        QTest::newRow("small") << 100 << 112 << "" << "" << true;
+        QTest::newRow("no block") << 640 << 0 << "hi_mpi_vb_get_blk" << "HI_MPI_VB_GetBlock failed" << false;
+        QTest::newRow("no pool") << 640 << 0 << "hi_mpi_vb_handle_to_pool_id" << "HI_MPI_VB_Handle2PoolId failed"
+                                 << true;
+        QTest::newRow("no address") << 640 << 0 << "hi_mpi_vb_handle_to_phys_addr"
+                                    << "HI_MPI_VB_Handle2PhysAddr failed" << true;
+        QTest::newRow("no mapping") << 640 << 0 << "hi_mpi_sys_mmap" << "HI_MPI_SYS_Mmap failed" << true;
+        QTest::newRow("too large for any pool") << 8192 << 0 << "" << "HI_MPI_VB_GetBlock failed" << false;
+        QTest::newRow("no size") << 0 << 0 << "" << "VexaHi::makeFrame: bad frame size 0x1080" << false;
+    }
 
-    const QString lookup = "hi_mpi_sys_get_bind_by_dst({7,4,0})";
-    QTest::newRow("new") << QString() << 16 << 0
-                         << QStringList{lookup, "hi_mpi_sys_bind({16,0,0},{7,4,0})"} << "{16,0,0}";
-    QTest::newRow("same source is kept") << "16,0" << 16 << 0 << QStringList{lookup} << "{16,0,0}";
-    QTest::newRow("other source is replaced")
-        << "16,1" << 16 << 0
-        << QStringList{lookup, "hi_mpi_sys_unbind({16,0,1},{7,4,0})", "hi_mpi_sys_bind({16,0,0},{7,4,0})"}
-        << "{16,0,0}";
-    QTest::newRow("87 clears") << "16,1" << 87 << 0
-                               << QStringList{lookup, "hi_mpi_sys_unbind({16,0,1},{7,4,0})"} << "none";
-    QTest::newRow("87 on unbound") << QString() << 87 << 0 << QStringList{lookup} << "none";
-}
+    void makeFrame()
+    {
+        QFETCH(int, width);
+        QFETCH(int, stride);
+        QFETCH(QString, fault);
+        QFETCH(QString, message);
+        QFETCH(bool, handleGiven);
 
-void tst_VexaHi::bind()
-{
-    QFETCH(QString, before);
-    QFETCH(int, srcMod);
-    QFETCH(int, srcChn);
-    QFETCH(QStringList, expectedCalls);
-    QFETCH(QString, after);
+        inject(fault, -1, message);
+        unsigned int blk = 0xdeadbeef;
+        const hi_video_frame_info info = VexaHi::makeFrame(width, 1080, &blk);
+        QCOMPARE(blk != 0xdeadbeef, handleGiven);
+        if (!message.isEmpty()) {
+            const auto zero = filled<hi_video_frame_info>();
+            QVERIFY(std::memcmp(&info, &zero, sizeof(zero)) == 0);
+            return;
+        }
 
-    const hi_mpp_chn dst = {HI_ID_VPSS, 4, 0};
-    if (!before.isEmpty()) {
-        const QStringList parts = before.split(',');
-        const hi_mpp_chn old = {static_cast<hi_mod_id>(parts[0].toInt()), 0, parts[1].toInt()};
-        QCOMPARE(hi_mpi_sys_bind(&old, &dst), 0);
+        const int luma = stride * 1080;
+        const int bytes = luma * 3 / 2;
+        QCOMPARE(calls("hi_mpi_vb_get_blk"), QStringList{QString("hi_mpi_vb_get_blk(-1,%1,null)").arg(bytes)});
+        const hi_video_frame &f = info.video_frame; // width, height, field, format, gamut, strides, module
+        QCOMPARE(QList<qint64>({f.width, f.height, f.field, f.pixel_format, f.color_gamut, f.stride[0], f.stride[1],
+                                info.mod_id}),
+                 QList<qint64>({width, 1080, 4, 28, 1, stride, stride, 7}));
+        QCOMPARE(f.phys_addr[0], hi_mpi_vb_handle_to_phys_addr(blk));
+        QCOMPARE(f.phys_addr[1], f.phys_addr[0] + luma);
+        QCOMPARE(static_cast<char *>(f.virt_addr[1]), static_cast<char *>(f.virt_addr[0]) + luma);
+        QCOMPARE(info.pool_id, hi_mpi_vb_handle_to_pool_id(blk));
+
+        // The whole picture is mid-grey, and nothing past it was written.
+        const unsigned char *p = static_cast<const unsigned char *>(f.virt_addr[0]);
+        QVERIFY(std::all_of(p, p + bytes, [](unsigned char c) { return c == 0x80; }));
+        QCOMPARE(int(static_cast<const unsigned char *>(hi_mpi_sys_mmap(f.phys_addr[0], bytes + 1))[bytes]), 0);
+    }
+
+    // Every block handed out is recorded under its physical address, even
+    // from a failed allocation; mmzFree forgets an address whatever the
+    // platform answers; mmzClear frees the rest in ascending order.
+    void mmz()
+    {
+        unsigned int phys[2] = {};
+        void *virt[2] = {};
+        QCOMPARE(VexaHi::mmzAlloc(&phys[0], &virt[0], 8192, false, "osd", "anonymous"), 0);
+        QCOMPARE(VexaHi::mmzAlloc(&phys[1], &virt[1], 4096, true, nullptr, nullptr), 0);
+        QCOMPARE(calls(), QStringList({"hi_mpi_sys_mmz_alloc(osd,anonymous,8192)",
+                                       "hi_mpi_sys_mmz_alloc_cached(null,null,4096)"}));
+        QVERIFY(virt[0] && virt[1]);
+        QCOMPARE(VexaHi::mmzMap.value(phys[0]), virt[0]);
+        QCOMPARE(VexaHi::mmzMap.value(phys[1]), virt[1]);
+        std::sort(phys, phys + 2);
+
+        vx_model_fail("hi_mpi_sys_mmz_alloc", HI_ERR_SYS_NO_MEM);
+        unsigned int stalePhys = 0x1234;
+        void *staleVirt = &stalePhys;
+        QCOMPARE(VexaHi::mmzAlloc(&stalePhys, &staleVirt, 4096, false, "osd", nullptr), HI_ERR_SYS_NO_MEM);
+        QCOMPARE(VexaHi::mmzMap.value(0x1234), static_cast<void *>(&stalePhys));
+
         vx_model_clear_calls();
+        QVERIFY(VexaHi::mmzFree(0x1234, nullptr) != 0);
+        QCOMPARE(calls(), QStringList{"hi_mpi_sys_mmz_free(0x1234,null)"});
+        QCOMPARE(VexaHi::mmzMap.keys(), QList<unsigned int>({phys[0], phys[1]}));
+
+        vx_model_clear_calls();
+        VexaHi::mmzClear();
+        const QString free = "hi_mpi_sys_mmz_free(0x%1,virt)";
+        QCOMPARE(calls(), QStringList({free.arg(phys[0], 0, 16), free.arg(phys[1], 0, 16)}));
+        QVERIFY(VexaHi::mmzMap.isEmpty());
+        QCOMPARE(vx_model_mmz_count(), 0);
     }
 
-    QVERIFY(VexaHi::bind(srcMod, 0, srcChn, 7, 4, 0));
-    QCOMPARE(calls(), expectedCalls);
-    QCOMPARE(boundSource(7, 4, 0), after);
-}
+    // The registry owns its tees: an unknown id is never inserted, a tee it
+    // does not hold is left alone.
+    void teeRegistry()
+    {
+        VexaTee *a = VexaHi::newTee(16, 0, 1);
+        VexaTee *b = VexaHi::newTee(vx_mpp_chn{16, 0, 2});
+        QCOMPARE(VexaHi::getTee(a->getId()), a);
+        QCOMPARE(VexaHi::getTee(b->getId())->getSource().chn_id, 2);
+        QCOMPARE(VexaHi::getTee(999), nullptr);
+        QCOMPARE(VexaHi::teeMap.size(), 2);
 
-void tst_VexaHi::bindFailure()
-{
-    vx_model_fail("hi_mpi_sys_bind", HI_ERR_SYS_ILLEGAL_PARAM);
-    QTest::ignoreMessage(QtDebugMsg, "HI_MPI_SYS_Bind failed with 0xa0028007 16 1 2 15 3 4");
-    QVERIFY(!VexaHi::bind(16, 1, 2, 15, 3, 4));
-    QCOMPARE(boundSource(15, 3, 4), QString("none"));
-}
-
-void tst_VexaHi::bindFromTee()
-{
-    VexaTee *tee = VexaHi::newTee(16, 0, 0);
-    VexaTeeChn *first = tee->newChn(false, false);
-    VexaTeeChn *second = tee->newChn(false, false);
-    const int grp = first->getChn().dev_id;
-
-    QVERIFY(VexaHi::bindFromTee(second, 8, 0, 2));
-    QCOMPARE(boundSource(8, 0, 2), QString("{7,%1,1}").arg(grp));
-
-    QTest::ignoreMessage(QtDebugMsg, "VexaHi::bindFromTee: no tee channel");
-    QVERIFY(!VexaHi::bindFromTee(nullptr, 8, 0, 2));
-
-    delete first;
-    delete second;
-    VexaHi::delTee(tee);
-}
-
-void tst_VexaHi::pts_data()
-{
-    QTest::addColumn<qint64>("offset");
-    QTest::addColumn<bool>("absPTS");
-    QTest::addColumn<bool>("withOffset");
-    QTest::addColumn<quint64>("expected");
-
-    QTest::newRow("raw clock") << qint64(500) << false << false << quint64(1000000);
-    QTest::newRow("offset added") << qint64(500) << false << true << quint64(1000500);
-    QTest::newRow("negative offset") << qint64(-1000) << false << true << quint64(999000);
-    QTest::newRow("absPTS ignores offset") << qint64(500) << true << true << quint64(1000000);
-    QTest::newRow("large offset") << (qint64(1) << 40) << false << true << quint64((quint64(1) << 40) + 1000000);
-}
-
-void tst_VexaHi::pts()
-{
-    QFETCH(qint64, offset);
-    QFETCH(bool, absPTS);
-    QFETCH(bool, withOffset);
-    QFETCH(quint64, expected);
-
-    vx_model_set_cur_pts(1000000);
-    VexaHi::setPTSOffset(offset);
-    VexaHi::absPTS = absPTS;
-    QCOMPARE(VexaHi::getPTSOffset(), offset);
-
-    quint64 pts = 0;
-    VexaHi::getPTS(&pts, withOffset);
-    QCOMPARE(pts, expected);
-}
-
-void tst_VexaHi::makeFrame_data()
-{
-    QTest::addColumn<int>("width");
-    QTest::addColumn<int>("height");
-    QTest::addColumn<int>("stride");
-
-    QTest::newRow("1080p") << 1920 << 1080 << 1920;
-    QTest::newRow("width rounded up") << 1918 << 1080 << 1920;
-    QTest::newRow("small") << 100 << 50 << 112;
-}
-
-void tst_VexaHi::makeFrame()
-{
-    QFETCH(int, width);
-    QFETCH(int, height);
-    QFETCH(int, stride);
-    const int luma = stride * height;
-
-    unsigned int blk = 0xdeadbeef;
-    const hi_video_frame_info info = VexaHi::makeFrame(width, height, &blk);
-    QCOMPARE(calls("hi_mpi_vb_get_blk"), QStringList{QString("hi_mpi_vb_get_blk(-1,%1,null)").arg(luma * 3 / 2)});
-
-    const hi_video_frame &f = info.video_frame;
-    QCOMPARE(int(f.width), width);
-    QCOMPARE(int(f.height), height);
-    QCOMPARE(f.field, HI_VIDEO_FIELD_FRAME);
-    QCOMPARE(int(f.pixel_format), 28);
-    QCOMPARE(f.color_gamut, HI_COLOR_GAMUT_BT709);
-    QCOMPARE(int(f.stride[0]), stride);
-    QCOMPARE(int(f.stride[1]), stride);
-    QCOMPARE(f.phys_addr[0], hi_mpi_vb_handle_to_phys_addr(blk));
-    QCOMPARE(f.phys_addr[1], f.phys_addr[0] + luma);
-    QCOMPARE(static_cast<char *>(f.virt_addr[1]), static_cast<char *>(f.virt_addr[0]) + luma);
-    QCOMPARE(info.pool_id, hi_mpi_vb_handle_to_pool_id(blk));
-    QCOMPARE(int(info.mod_id), 7);
-
-    // The whole picture is mid-grey, and nothing past it was written.
-    const unsigned char *p = static_cast<const unsigned char *>(f.virt_addr[0]);
-    const int bytes = luma * 3 / 2;
-    QVERIFY(std::all_of(p, p + bytes, [](unsigned char c) { return c == 0x80; }));
-    const unsigned char *mapped = static_cast<const unsigned char *>(hi_mpi_sys_mmap(f.phys_addr[0], bytes + 1));
-    QCOMPARE(int(mapped[bytes]), 0);
-}
-
-// Each failing step is named once and gives a zeroed record; from the
-// moment the block is taken the caller holds its handle.
-void tst_VexaHi::makeFrameFailure_data()
-{
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<int>("width");
-    QTest::addColumn<QString>("message");
-    QTest::addColumn<bool>("handleGiven");
-
-    QTest::newRow("no block") << "hi_mpi_vb_get_blk" << 640 << "HI_MPI_VB_GetBlock failed" << false;
-    QTest::newRow("no pool") << "hi_mpi_vb_handle_to_pool_id" << 640 << "HI_MPI_VB_Handle2PoolId failed" << true;
-    QTest::newRow("no address") << "hi_mpi_vb_handle_to_phys_addr" << 640 << "HI_MPI_VB_Handle2PhysAddr failed"
-                                << true;
-    QTest::newRow("no mapping") << "hi_mpi_sys_mmap" << 640 << "HI_MPI_SYS_Mmap failed" << true;
-    QTest::newRow("too large for any pool") << QString() << 8192 << "HI_MPI_VB_GetBlock failed" << false;
-    QTest::newRow("no size") << QString() << 0 << "VexaHi::makeFrame: bad frame size 0x480" << false;
-}
-
-void tst_VexaHi::makeFrameFailure()
-{
-    QFETCH(QString, fault);
-    QFETCH(int, width);
-    QFETCH(QString, message);
-    QFETCH(bool, handleGiven);
-
-    if (!fault.isEmpty())
-        vx_model_fail(fault.toLatin1().constData(), -1);
-    unsigned int blk = 0xdeadbeef;
-    QTest::ignoreMessage(QtDebugMsg, message.toLatin1().constData());
-    const hi_video_frame_info info = VexaHi::makeFrame(width, 480, &blk);
-
-    hi_video_frame_info zero;
-    std::memset(&zero, 0, sizeof(zero));
-    QVERIFY(std::memcmp(&info, &zero, sizeof(zero)) == 0);
-    QCOMPARE(blk != 0xdeadbeef, handleGiven);
-}
-
-void tst_VexaHi::mmzAllocFree_data()
-{
-    QTest::addColumn<bool>("cached");
-    QTest::addColumn<QString>("call");
-
-    QTest::newRow("uncached") << false << "hi_mpi_sys_mmz_alloc(osd,anonymous,4096)";
-    QTest::newRow("cached") << true << "hi_mpi_sys_mmz_alloc_cached(osd,anonymous,4096)";
-}
-
-void tst_VexaHi::mmzAllocFree()
-{
-    QFETCH(bool, cached);
-    QFETCH(QString, call);
-
-    unsigned int phys = 0;
-    void *virt = nullptr;
-    QCOMPARE(VexaHi::mmzAlloc(&phys, &virt, 4096, cached, "osd", "anonymous"), 0);
-    QCOMPARE(calls(), QStringList{call});
-    QCOMPARE(VexaHi::mmzMap.value(phys), virt);
-    QVERIFY(virt);
-
-    QCOMPARE(VexaHi::mmzFree(phys, virt), 0);
-    QVERIFY(VexaHi::mmzMap.isEmpty());
-    QCOMPARE(vx_model_mmz_count(), 0);
-}
-
-void tst_VexaHi::mmzFailedAllocIsRecorded()
-{
-    vx_model_fail("hi_mpi_sys_mmz_alloc", HI_ERR_SYS_NO_MEM);
-    unsigned int phys = 0x1234;
-    int marker = 0;
-    void *virt = &marker;
-    QCOMPARE(VexaHi::mmzAlloc(&phys, &virt, 4096, false, "osd", nullptr), HI_ERR_SYS_NO_MEM);
-    QCOMPARE(VexaHi::mmzMap.value(0x1234), static_cast<void *>(&marker));
-}
-
-void tst_VexaHi::mmzFreeUnknown()
-{
-    unsigned int phys = 0;
-    void *virt = nullptr;
-    QCOMPARE(VexaHi::mmzAlloc(&phys, &virt, 4096, false, nullptr, nullptr), 0);
-    vx_model_clear_calls();
-
-    QVERIFY(VexaHi::mmzFree(0x7fff0000, nullptr) != 0);
-    QCOMPARE(calls(), QStringList{"hi_mpi_sys_mmz_free(0x7fff0000,null)"});
-    QCOMPARE(VexaHi::mmzMap.size(), 1);
-    QCOMPARE(VexaHi::mmzMap.value(phys), virt);
-}
-
-void tst_VexaHi::mmzClear()
-{
-    QList<unsigned int> allocated;
-    for (unsigned int size : {8192u, 4096u, 100u}) {
-        unsigned int phys = 0;
-        void *virt = nullptr;
-        QCOMPARE(VexaHi::mmzAlloc(&phys, &virt, size, false, nullptr, nullptr), 0);
-        allocated << phys;
+        QPointer<VexaTee> stray = new VexaTee();
+        VexaHi::delTee(stray);
+        QVERIFY(stray);
+        QCOMPARE(VexaHi::teeMap.size(), 2);
+        delete stray;
+        QPointer<VexaTee> gone = a;
+        VexaHi::delTee(a);
+        QVERIFY(!gone);
+        VexaHi::delTee(b);
+        QVERIFY(VexaHi::teeMap.isEmpty());
     }
-    vx_model_clear_calls();
 
-    VexaHi::mmzClear();
-    std::sort(allocated.begin(), allocated.end());
-    QStringList expected;
-    for (unsigned int phys : allocated)
-        expected << QString("hi_mpi_sys_mmz_free(0x%1,virt)").arg(phys, 0, 16);
-    QCOMPARE(calls(), expected);
-    QVERIFY(VexaHi::mmzMap.isEmpty());
-    QCOMPARE(vx_model_mmz_count(), 0);
-}
+    // Only the limits of the named codec and mode change, over a record
+    // whose every byte is 0x01.
+    void rcParam_data()
+    {
+        QTest::addColumn<QVariantMap>("settings");
+        QTest::addColumn<bool>("touched");      // the record is read and written
+        QTest::addColumn<QList<int>>("limits"); // max, min, max I, min I; -1 = unchanged; empty = no change
+        QTest::addColumn<bool>("saveBitrate");
+        QTest::addColumn<QString>("message"); // the write is made to fail
 
-void tst_VexaHi::teeRegistry()
-{
-    VexaTee *a = VexaHi::newTee(16, 0, 1);
-    VexaTee *b = VexaHi::newTee(vx_mpp_chn{16, 0, 2});
-    QCOMPARE(b->getId(), a->getId() + 1);
-    QCOMPARE(VexaHi::getTee(a->getId()), a);
-    QCOMPARE(VexaHi::getTee(b->getId())->getSource().chn_id, 2);
+        const int keep = -1;
+        const QList<int> floor{keep, 16, keep, 16};
+        QTest::newRow("h265 vbr") << QVariantMap{{"codec", "h265"}, {"rcmode", "vbr"}, {"minqp", 20}, {"maxqp", 45}}
+                                  << true << QList<int>{45, 20, 45, 20} << false << "";
+        QTest::newRow("h264 vbr without limits") << QVariantMap{{"codec", "h264"}, {"rcmode", "vbr"}} << true
+                                                 << QList<int>{0, 0, 0, 0} << false << "";
+        QTest::newRow("h264 cbr floors at 16") << QVariantMap{{"codec", "h264"}, {"rcmode", "cbr"}, {"minqp", 30}}
+                                               << true << floor << false << "";
+        QTest::newRow("h265 cbr") << QVariantMap{{"codec", "h265"}, {"rcmode", "cbr"}} << true << floor << false << "";
+        QTest::newRow("h264 avbr") << QVariantMap{{"codec", "h264"}, {"rcmode", "avbr"}, {"maxqp", 40}} << true
+                                   << floor << true << "";
+        QTest::newRow("h265 avbr") << QVariantMap{{"codec", "h265"}, {"rcmode", "avbr"}} << true << floor << false
+                                   << "";
+        QTest::newRow("unknown mode") << QVariantMap{{"codec", "h264"}, {"rcmode", ""}} << true << QList<int>() << false
+                                      << "";
+        QTest::newRow("codec case matters") << QVariantMap{{"codec", "H264"}, {"rcmode", "vbr"}} << false
+                                            << QList<int>() << false << "";
+        QTest::newRow("write refused") << QVariantMap{{"codec", "h264"}, {"rcmode", "cbr"}} << true << QList<int>()
+                                       << false << "hi_mpi_venc_set_rc_param [3] faild with 0xa0088007";
+    }
 
-    const int registered = VexaHi::teeMap.size();
-    QCOMPARE(VexaHi::getTee(999), nullptr);
-    QCOMPARE(VexaHi::teeMap.size(), registered);
+    void rcParam()
+    {
+        QFETCH(QVariantMap, settings);
+        QFETCH(bool, touched);
+        QFETCH(QList<int>, limits);
+        QFETCH(bool, saveBitrate);
+        QFETCH(QString, message);
 
-    // A tee that is not registered is neither deleted nor changes anything.
-    QPointer<VexaTee> stray = new VexaTee();
-    VexaHi::delTee(stray);
-    QVERIFY(stray);
-    QCOMPARE(VexaHi::teeMap.size(), registered);
-    delete stray;
+        auto expected = filled<hi_venc_rc_param>(0x01);
+        QCOMPARE(hi_mpi_venc_set_rc_param(3, &expected), 0);
+        vx_model_clear_calls();
+        inject(message.isEmpty() ? QString() : "hi_mpi_venc_set_rc_param", HI_ERR_VENC_ILLEGAL_PARAM, message);
+        vx_mpi_venc_set_rc_param(3, settings);
+        QCOMPARE(calls(), touched ? QStringList({"hi_mpi_venc_get_rc_param(3)", "hi_mpi_venc_set_rc_param(3)"})
+                                  : QStringList());
 
-    QPointer<VexaTee> gone = a;
-    const int id = a->getId();
-    VexaHi::delTee(a);
-    QVERIFY(!gone);
-    QCOMPARE(VexaHi::getTee(id), nullptr);
-    VexaHi::delTee(b);
-    QCOMPARE(VexaHi::teeMap.size(), registered - 2);
-}
+        hi_u32 *qp = qpLimits(expected, settings["codec"].toString(), settings["rcmode"].toString());
+        for (int i = 0; i < limits.size(); ++i) {
+            if (limits[i] != -1)
+                qp[i] = hi_u32(limits[i]);
+        }
+        if (saveBitrate)
+            expected.h264_avbr_param.save_bitrate_en = HI_TRUE;
+        hi_venc_rc_param got;
+        QCOMPARE(hi_mpi_venc_get_rc_param(3, &got), 0);
+        QVERIFY(std::memcmp(&got, &expected, sizeof(got)) == 0);
+    }
+
+    void vuiDisable_data()
+    {
+        QTest::addColumn<QString>("codec");
+        QTest::addColumn<int>("h264Flag");
+        QTest::addColumn<int>("h265Flag");
+
+        QTest::newRow("h264") << "h264" << 0 << 1;
+        QTest::newRow("h265") << "h265" << 1 << 0;
+        QTest::newRow("other") << "mjpeg" << 1 << 1;
+    }
+
+    void vuiDisable()
+    {
+        QFETCH(QString, codec);
+        QFETCH(int, h264Flag);
+        QFETCH(int, h265Flag);
+
+        auto v264 = filled<hi_venc_h264_vui>(0x01);
+        auto v265 = filled<hi_venc_h265_vui>(0x01);
+        hi_mpi_venc_set_h264_vui(1, &v264);
+        hi_mpi_venc_set_h265_vui(1, &v265);
+        vx_mpi_venc_vui_disable(1, QVariantMap{{"codec", codec}});
+        hi_mpi_venc_get_h264_vui(1, &v264);
+        hi_mpi_venc_get_h265_vui(1, &v265);
+        QCOMPARE(int(reinterpret_cast<const unsigned char *>(&v264)[20]), h264Flag); // the signal-type flags
+        QCOMPARE(int(reinterpret_cast<const unsigned char *>(&v265)[24]), h265Flag);
+        QCOMPARE(int(v264.vui_video_signal.video_format), 1); // the rest of the signal record stays
+        QCOMPARE(int(v265.vui_video_signal.colour_primaries), 1);
+    }
+
+    // Start counts, the stream cap (written even when its read fails) and
+    // the capture depth, with the platform's status returned unchanged.
+    void encoderAndCapture()
+    {
+        hi_s32 count = 0;
+        QCOMPARE(vx_mpi_venc_start_chn(2), 0);
+        QVERIFY(vx_model_venc_started(2, &count));
+        QCOMPARE(count, -1);
+        QCOMPARE(vx_mpi_venc_start_chn_ex(4, 10), 0);
+        QVERIFY(vx_model_venc_started(4, &count));
+        QCOMPARE(count, 10);
+        QCOMPARE(vx_mpi_venc_start_chn_ex(5, 0), HI_ERR_VENC_ILLEGAL_PARAM);
+
+        vx_model_fail("hi_mpi_venc_get_chn_param", HI_ERR_VENC_NOT_PERM);
+        QCOMPARE(vx_mpi_venc_set_max_stream(1, 6), 0);
+        hi_venc_chn_param param;
+        hi_mpi_venc_get_chn_param(1, &param);
+        QCOMPARE(param.max_stream_cnt, 6u);
+        QCOMPARE(vx_mpi_venc_set_max_stream(1, 0), HI_ERR_VENC_ILLEGAL_PARAM);
+        vx_model_clear_calls();
+        QCOMPARE(vx_mpi_vi_set_frame_depth(1, 2, 4), 0);
+        QCOMPARE(vx_mpi_vi_set_frame_depth(1, 2, 9), HI_ERR_VI_ILLEGAL_PARAM);
+        QCOMPARE(calls(), QStringList({"hi_mpi_vi_set_frame_depth(1,2,4)", "hi_mpi_vi_set_frame_depth(1,2,9)"}));
+    }
+
+    // The alternative PTS wins when set and different; the rest of the
+    // record describes one whole frame to display.
+    void vdecStream()
+    {
+        char payload[16] = {};
+        const auto stream = [&](qint64 pts, qint64 altPts) {
+            VexaObject::Packet pkt;
+            pkt.data = payload;
+            pkt.len = sizeof(payload);
+            pkt.pts = pts;
+            pkt.altPts = altPts;
+            return vx_vdec_stream_init(pkt);
+        };
+        QCOMPARE(stream(1000, -1).pts, 1000ull);
+        QCOMPARE(stream(1000, 2000).pts, 2000ull);
+        QCOMPARE(stream(1000, 1000).pts, 1000ull);
+        QCOMPARE(stream(qint64(1) << 40, -1).pts, 1ull << 40);
+        const hi_vdec_stream s = stream(1000, -1);
+        QCOMPARE(static_cast<void *>(s.addr), static_cast<void *>(payload));
+        QCOMPARE(QList<quint64>({s.len, s.end_of_frame, s.end_of_stream, s.need_display, s.private_data}),
+                 QList<quint64>({16, 1, 0, 1, 0}));
+    }
+
+    // Low latency sets the device's threshold and two layer fields; normal
+    // latency only the fields.
+    void voLatency()
+    {
+        auto attr = filled<hi_vo_video_layer_attr>(0x01);
+        QCOMPARE(vx_mpi_vo_set_low_Latency(attr, 1), 0);
+        hi_u32 vtth = 0;
+        hi_mpi_vo_get_vtth(1, &vtth);
+        QCOMPARE(vtth, 2u);
+        QCOMPARE(attr.display_buf_len, 3u);
+        QCOMPARE(attr.partition_mode, HI_VO_PARTITION_MODE_SINGLE);
+        QCOMPARE(attr.display_frame_rate, 0x01010101u);
+        QCOMPARE(vx_mpi_vo_set_low_Latency(attr, 9), HI_ERR_VO_INVALID_DEV_ID);
+
+        attr.partition_mode = HI_VO_PARTITION_MODE_MULTI;
+        vx_model_clear_calls();
+        vx_mpi_vo_set_normal_Latency(attr, 1);
+        QVERIFY(calls().isEmpty());
+        QCOMPARE(attr.display_buf_len, 4u);
+        QCOMPARE(attr.partition_mode, HI_VO_PARTITION_MODE_SINGLE);
+    }
+
+    // The first and third fields follow the flags; the second stays.
+    void btParam()
+    {
+        for (const auto &flags : {qMakePair(false, false), qMakePair(true, false), qMakePair(false, true)}) {
+            const hi_vo_bt_param before = {HI_TRUE, HI_TRUE, HI_VO_CLK_EDGE_DUAL};
+            QCOMPARE(hi_mpi_vo_set_bt_param(0, &before), 0);
+            QCOMPARE(vx_mpi_vo_bt_set_param(0, flags.first, flags.second), 0);
+            hi_vo_bt_param got;
+            hi_mpi_vo_get_bt_param(0, &got);
+            QCOMPARE(QList<int>({got.yc_inverted_en, got.bit_inverted_en, got.clk_edge}),
+                     QList<int>({flags.first, 1, flags.second}));
+        }
+    }
+
+    // The source is composed over the destination in place: the destination
+    // surface and rectangle serve as background too.
+    void tdeBlit()
+    {
+        QCOMPARE(hi_tde_open(), 0);
+        const hi_s32 job = hi_tde_begin_job();
+        ot_tde_surface src = {}, dst = {};
+        src.phys_addr = 0x1000;
+        dst.phys_addr = 0x2000;
+        const ot_tde_rect srcRect = {0, 0, 64, 32};
+        const ot_tde_rect dstRect = {100, 50, 64, 32};
+        ot_tde_opt opt = {};
+        opt.alpha_blending_cmd = OT_TDE_ALPHA_BLENDING_BLEND;
+
+        QCOMPARE(vx_tde_bit_blit(job, src, dst, srcRect, dstRect, opt), 0);
+        vx_model_blit blit;
+        QVERIFY(vx_model_last_blit(&blit));
+        QCOMPARE(QList<qint64>({blit.handle, blit.fg.phys_addr, blit.dst.phys_addr, blit.fgRect.height,
+                                blit.dstRect.pos_x}),
+                 QList<qint64>({job, 0x1000, 0x2000, 32, 100}));
+        QVERIFY(blit.bgIsDst && blit.bgRectIsDstRect);
+        QCOMPARE(blit.opt.alpha_blending_cmd, OT_TDE_ALPHA_BLENDING_BLEND);
+
+        QCOMPARE(vx_tde_bit_blit(job + 1, src, dst, srcRect, dstRect, opt), HI_ERR_TDE_INVALID_HANDLE);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_VexaHi)
 #include "tst_vexahi.moc"

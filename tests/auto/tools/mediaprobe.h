@@ -34,31 +34,29 @@ inline bool toolsAvailable()
         && !QStandardPaths::findExecutable(QStringLiteral("ffprobe")).isEmpty();
 }
 
-// A short clip: H.264 video with B-frames (so decode and presentation times
-// differ) and AAC audio, in the container chosen by the extension of @p path.
-inline bool makeClip(const QString &path, double seconds = 2.0, QString *error = nullptr)
+// Runs ffmpeg quietly with @p args; false (and its messages in @p error)
+// when it fails.
+inline bool ffmpeg(const QStringList &args, QString *error = nullptr)
 {
     QProcess p;
-    p.start(QStringLiteral("ffmpeg"), {
-        "-hide_banner", "-loglevel", "error", "-y",
-        "-f", "lavfi", "-i", "testsrc=size=160x120:rate=25",
-        "-f", "lavfi", "-i", "sine=frequency=440:sample_rate=48000",
-        "-t", QString::number(seconds),
-        "-c:v", "libx264", "-preset", "ultrafast", "-g", "12", "-bf", "2", "-pix_fmt", "yuv420p",
-        "-c:a", "aac", "-b:a", "64k", "-shortest", path});
+    p.start(QStringLiteral("ffmpeg"), QStringList{"-hide_banner", "-loglevel", "error", "-y"} + args);
     const bool ok = p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
     if (!ok && error)
         *error = QString::fromLocal8Bit(p.readAllStandardError());
     return ok;
 }
 
-// Copies @p from into @p to with ffmpeg (another container, same packets).
-inline bool rewrap(const QString &from, const QString &to)
+// A short clip: H.264 video with B-frames (so decode and presentation times
+// differ) and AAC audio, in the container chosen by the extension of @p path.
+inline bool makeClip(const QString &path, double seconds = 2.0, QString *error = nullptr)
 {
-    QProcess p;
-    p.start(QStringLiteral("ffmpeg"), {"-hide_banner", "-loglevel", "error", "-y", "-i", from, "-c", "copy", to});
-    return p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    return ffmpeg({"-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-f", "lavfi", "-i", "sine=frequency=440:sample_rate=48000",
+                   "-t", QString::number(seconds), "-c:v", "libx264", "-preset", "ultrafast", "-g", "12", "-bf", "2",
+                   "-pix_fmt", "yuv420p", "-c:a", "aac", "-b:a", "64k", "-shortest", path}, error);
 }
+
+// Copies @p from into @p to (another container, same packets).
+inline bool rewrap(const QString &from, const QString &to) { return ffmpeg({"-i", from, "-c", "copy", to}); }
 
 inline qint64 toUs(qint64 ts, const QString &timeBase)
 {
@@ -104,6 +102,42 @@ inline bool probe(const QString &path, Streams *out, QString *error = nullptr)
         (*out)[stream.first].append(pk);
     }
     return true;
+}
+
+// The first difference between the packets of @p want and @p got (count,
+// size, data hash, keyframe flag, timestamps), or an empty string. Within one
+// container kind timestamps must agree to the microsecond and decode times
+// be present alike; across containers, whose muxers may shift the start,
+// they must agree up to one offset within a millisecond.
+inline QString mismatch(const Streams &want, const Streams &got, bool sameContainer = true)
+{
+    if (got.keys() != want.keys())
+        return QStringLiteral("streams %1, expected %2").arg(got.keys().join(','), want.keys().join(','));
+    qint64 offset = 0;
+    if (!sameContainer && !want.value("video").isEmpty() && !got.value("video").isEmpty())
+        offset = got.value("video").first().ptsUs - want.value("video").first().ptsUs;
+    const qint64 tolerance = sameContainer ? 1 : 1000;
+    const auto near = [&](qint64 b, qint64 a) { return qAbs(b - offset - a) <= tolerance; };
+    for (auto it = want.begin(); it != want.end(); ++it) {
+        const QList<Packet> &a = it.value();
+        const QList<Packet> &b = got[it.key()];
+        if (b.size() != a.size())
+            return QStringLiteral("%1: %2 packets, expected %3").arg(it.key()).arg(b.size()).arg(a.size());
+        for (int i = 0; i < a.size(); ++i) {
+            QStringList bad;
+            if (b[i].size != a[i].size || b[i].hash != a[i].hash)
+                bad << QStringLiteral("size %1 %2, expected %3 %4").arg(b[i].size).arg(b[i].hash).arg(a[i].size).arg(a[i].hash);
+            if (b[i].key != a[i].key)
+                bad << QStringLiteral("keyframe flag");
+            if (b[i].hasPts != a[i].hasPts || (a[i].hasPts && !near(b[i].ptsUs, a[i].ptsUs)))
+                bad << QStringLiteral("pts %1 us, expected %2 us").arg(b[i].ptsUs).arg(a[i].ptsUs);
+            if ((sameContainer && b[i].hasDts != a[i].hasDts) || (a[i].hasDts && b[i].hasDts && !near(b[i].dtsUs, a[i].dtsUs)))
+                bad << QStringLiteral("dts %1 us (%2), expected %3 us (%4)").arg(b[i].dtsUs).arg(b[i].hasDts).arg(a[i].dtsUs).arg(a[i].hasDts);
+            if (!bad.isEmpty())
+                return QStringLiteral("%1 packet %2: %3").arg(it.key()).arg(i).arg(bad.join(QLatin1String("; ")));
+        }
+    }
+    return QString();
 }
 
 } // namespace MediaProbe

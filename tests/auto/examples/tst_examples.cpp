@@ -1,0 +1,201 @@
+// The example modules. VexaInputFile given a missing file. VexaOutputFile
+// under pressure: its worker is held still while a producer thread sends
+// packets, so that the queue bound or the payload ring fills up; FFmpeg's
+// framemd5 muxer writes the file, whose per-packet hashes show whether each
+// payload survived intact and which packets were kept. (What the input reads
+// from real files is checked end to end by the remux cases of the tools
+// test, against ffprobe.)
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QScopeGuard>
+#include <QSemaphore>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QtTest>
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+}
+
+#include "testmodules.h"
+#include "vexa.h"
+#include "vexaexamplemodules.h"
+#include "vexamedia.h"
+
+namespace {
+
+QByteArray payload(int index, int size)
+{
+    QByteArray b(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i)
+        b[i] = char((index * 131 + i * 7) & 0xff);
+    return b;
+}
+
+VexaObject::StreamInfo compressed(const QVariantMap &params)
+{
+    VexaObject::StreamInfo info;
+    info.type = VexaMedia::CompressedStream;
+    info.params = params;
+    return info;
+}
+
+// framemd5 lines without comments: stream, dts, pts, duration, size, hash.
+QList<QStringList> readFrameMd5(const QString &path)
+{
+    QList<QStringList> rows;
+    QFile f(path);
+    if (f.open(QIODevice::ReadOnly | QIODevice::Text))
+        for (const QString &line : QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+            if (!line.startsWith(QLatin1Char('#')))
+                rows << line.split(QLatin1Char(',')).replaceInStrings(QRegularExpression("^\\s+|\\s+$"), QString());
+    return rows;
+}
+
+} // namespace
+
+class tst_Examples : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(dir.isValid());
+        Vexa::init(false);
+        vexaRegisterExampleModules();
+        qRegisterMetaType<VexaTestSource *>("VexaTestSource");
+        qRegisterMetaType<VexaTestSink *>("VexaTestSink");
+    }
+
+    // A missing file is an "error" event naming it; the module stays alive.
+    void inputMissingFile()
+    {
+        const QString path = dir.filePath("no-such-file.mp4");
+        VexaObject *in = Vexa::create("InputFile");
+        auto *sink = static_cast<VexaTestSink *>(Vexa::create("TestSink"));
+        Vexa::linkV(in, sink);
+        Vexa::linkE(in, sink);
+        QVERIFY(sink->start());
+        QVERIFY(in->start(QVariantMap{{"path", path}}));
+        QTRY_VERIFY(!sink->events().isEmpty());
+        QCOMPARE(sink->events().first().first, QStringLiteral("error"));
+        const QString message = sink->events().first().second.toString();
+        QVERIFY2(message.contains(path) && message.contains("No such file"), qPrintable(message));
+        QCOMPARE(sink->packets(), 0);
+        QCOMPARE(in->getStreamInfoV().type, 0);
+        QVERIFY(in->stop(true));
+        in->destroy();
+        sink->destroy();
+    }
+
+    void outputOverflow_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<int>("bufLen");
+        QTest::addColumn<int>("memSize");
+        QTest::addColumn<int>("size");
+        QTest::addColumn<int>("heldAt");      // wait: packets received when the sender is held back
+        QTest::addColumn<QList<int>>("kept"); // packets in the file, by index
+        QTest::addColumn<bool>("audioToo");   // an audio stream is described but sends nothing
+
+        const QList<int> all{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
+        // The bound counts the incoming packet: a bound of 4 holds 3.
+        QTest::newRow("wait, queue full") << "wait" << 4 << (1 << 20) << 500 << 4 << all << false;
+        // A 2500-byte ring holds two 1000-byte payloads; the third would wrap
+        // onto the first, still queued.
+        QTest::newRow("wait, ring full") << "wait" << 50 << 2500 << 1000 << 3 << all << false;
+        // The muxer keeps video back while it waits for audio to interleave
+        // with; the ring fills with blocks it holds, and it must let go.
+        QTest::newRow("wait, ring held by the muxer") << "wait" << 50 << 2500 << 1000 << 3 << all << true;
+        QTest::newRow("drop, queue full keeps the newest") << "drop" << 4 << (1 << 20) << 500 << 0 << QList<int>{9, 10, 11} << false;
+        QTest::newRow("drop, ring full keeps the queued") << "drop" << 50 << 2500 << 1000 << 0 << QList<int>{0, 1} << false;
+    }
+    void outputOverflow()
+    {
+        QFETCH(QString, mode);
+        QFETCH(int, bufLen);
+        QFETCH(int, memSize);
+        QFETCH(int, size);
+        QFETCH(int, heldAt);
+        QFETCH(QList<int>, kept);
+        QFETCH(bool, audioToo);
+        const int count = 12;
+
+        const QString path = dir.filePath(QStringLiteral("%1.framemd5").arg(QTest::currentDataTag()).replace(' ', '_'));
+        auto *src = static_cast<VexaTestSource *>(Vexa::create("TestSource"));
+        VexaObject *out = Vexa::create("OutputFile");
+        src->setOutInfoV(compressed({{"kind", "video"}, {"codecId", int(AV_CODEC_ID_MPEG4)}, {"codecName", "mpeg4"},
+                                     {"timeBaseNum", 1}, {"timeBaseDen", 25}, {"width", 64}, {"height", 48},
+                                     {"packetFlags", "tag"}}));
+        if (audioToo) {
+            src->setOutInfoA(compressed({{"kind", "audio"}, {"codecId", int(AV_CODEC_ID_PCM_S16LE)}, {"codecName", "pcm_s16le"},
+                                         {"timeBaseNum", 1}, {"timeBaseDen", 48000}, {"sampleRate", 48000}, {"channels", 1}}));
+            Vexa::linkA(src, out);
+        }
+        out->setData(QVariantMap{{"path", path}, {"format", "framemd5"}, {"overflow", mode},
+                                 {"bufLenV", bufLen}, {"memSize", memSize}});
+        Vexa::linkV(src, out);
+        QVERIFY(out->start());
+        QVERIFY(src->start());
+
+        // Hold the output's worker inside a posted call: nothing is drained.
+        QSemaphore inside, release;
+        QMetaObject::invokeMethod(out, [&] { inside.release(); release.acquire(); }, Qt::QueuedConnection);
+        QVERIFY(inside.tryAcquire(1, 30000));
+
+        // One scratch buffer, scribbled over after every send: the output must
+        // keep its own copy.
+        QByteArray scratch(size, '\0');
+        QScopedPointer<QThread> producer(QThread::create([&] {
+            for (int i = 0; i < count; ++i) {
+                scratch = payload(i, size);
+                VexaObject::Packet p;
+                p.data = scratch.data();
+                p.len = size;
+                p.pts = i * 40000;
+                p.tag = i % 12 == 0 ? 1 : 0;
+                src->sendPacketV(p);
+                scratch.fill('\xee');
+            }
+        }));
+        producer->start();
+        // On a failed check too, let the worker and the producer finish
+        // before the locals they use go away.
+        auto finish = qScopeGuard([&] {
+            release.release();
+            producer->wait();
+        });
+
+        auto stat = [out](const char *key) { return out->invoke("stats").toMap().value(key).toLongLong(); };
+        if (mode == QLatin1String("wait")) {
+            QTRY_COMPARE(stat("receivedV"), qint64(heldAt));
+            QVERIFY(!producer->isFinished());
+            QCOMPARE(stat("droppedV"), qint64(0));
+        } else {
+            QVERIFY(producer->wait(30000));
+            QCOMPARE(stat("droppedV"), qint64(count - kept.size()));
+        }
+        release.release();
+        QVERIFY(producer->wait(30000));
+        QVERIFY(out->stop(true));
+
+        const QList<QStringList> rows = readFrameMd5(path);
+        QCOMPARE(rows.size(), kept.size());
+        for (int r = 0; r < rows.size(); ++r) {
+            const int i = kept.at(r);
+            QCOMPARE(rows[r].value(4).toInt(), size);
+            QCOMPARE(rows[r].value(2).toLongLong(), qint64(i)); // pts, in 1/25 s
+            QCOMPARE(rows[r].value(5).toLatin1(), QCryptographicHash::hash(payload(i, size), QCryptographicHash::Md5).toHex());
+        }
+        src->destroy();
+        out->destroy();
+    }
+
+private:
+    QTemporaryDir dir;
+};
+
+QTEST_GUILESS_MAIN(tst_Examples)
+#include "tst_examples.moc"
