@@ -62,9 +62,13 @@ VexaObject::VexaObject(QObject *parent)
     blockSignals(true);
 }
 
-// The payload ring is released by destroy(), not here: the destructor runs in
-// the object's thread, possibly long after destroy() handed the object over.
-VexaObject::~VexaObject() = default;
+// Only a ring that destroy() handed over is released here; an object deleted
+// without destroy() keeps its ring, as it always has.
+VexaObject::~VexaObject()
+{
+    if (payloadArena.releaseOnDelete)
+        std::free(payloadArena.base);
+}
 
 bool VexaObject::setData(QString json)
 {
@@ -233,14 +237,13 @@ void VexaObject::destroy()
     const bool release = !name().startsWith(QLatin1String("InputRtsp")) && !threadName.isEmpty();
     const QString thread = threadName;
     Vexa::delObject(this);
-    // The payload ring goes with the object. With an event loop, its release
-    // is queued into the object's thread behind the onStop posted above, so
-    // a module that flushes queued payloads in onStop never reads freed
-    // memory; without one, onStop has already run and it is freed at once.
+    // The payload ring goes with the object. With an event loop it is freed
+    // when the object is deleted in its own thread, after the onStop posted
+    // above, so a module that flushes queued payloads in onStop never reads
+    // freed memory; without one, onStop has already run and it goes at once.
+    const bool freeNow = payloadArena.base && !QCoreApplication::instance();
     char *arena = payloadArena.base;
-    const bool queueFree = arena && QCoreApplication::instance();
-    if (queueFree)
-        QMetaObject::invokeMethod(this, [arena] { std::free(arena); }, Qt::QueuedConnection);
+    payloadArena.releaseOnDelete = !freeNow;
     // Another thread may delete this object as soon as deleteLater() is
     // called: take what is needed first and touch nothing of it afterwards.
     // The deferred delete is posted before the thread is released: a last
@@ -249,7 +252,7 @@ void VexaObject::destroy()
     deleteLater();
     if (release)
         Vexa::delThread(thread);
-    if (arena && !queueFree)
+    if (freeNow)
         std::free(arena);
 }
 

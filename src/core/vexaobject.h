@@ -236,6 +236,7 @@ private:
         char *base = nullptr;
         char *pos;
         qint32 size = 0;
+        bool releaseOnDelete = false; // set by destroy(): freed at the deferred delete
     } payloadArena;
 
     Q_DISABLE_COPY(VexaObject)
