@@ -96,16 +96,23 @@ private slots:
         proc.start(cmd.takeFirst(), cmd);
         QVERIFY(proc.waitForStarted(30000));
 
-        // Wait for a progress line that shows packets flowing into the output.
+        // Wait for three progress lines that show packets flowing into the
+        // output (600 ms of paced media), so both streams have reached it.
         QByteArray err;
         const QRegularExpression flowing(QStringLiteral("out [1-9]\\d* pkt/s"));
         const bool seen = QTest::qWaitFor([&] {
             proc.waitForReadyRead(100);
             err += proc.readAllStandardError();
-            return flowing.match(QString::fromUtf8(err)).hasMatch() || proc.state() != QProcess::Running;
+            int lines = 0;
+            for (auto it = flowing.globalMatch(QString::fromUtf8(err)); it.hasNext(); it.next())
+                ++lines;
+            return lines >= 3 || proc.state() != QProcess::Running;
         }, 60000);
         QVERIFY2(seen && proc.state() == QProcess::Running, err.constData());
-        QCOMPARE(::kill(pid_t(proc.processId()), SIGINT), 0);
+        // A pid of 0 would signal the whole process group, test runner included.
+        const qint64 pid = proc.processId();
+        QVERIFY(pid > 0);
+        QCOMPARE(::kill(pid_t(pid), SIGINT), 0);
         QVERIFY(proc.waitForFinished(60000));
         err += proc.readAllStandardError();
         QCOMPARE(proc.exitStatus(), QProcess::NormalExit);
