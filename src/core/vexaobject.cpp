@@ -23,6 +23,26 @@ void lockForWriteByPolling(QReadWriteLock &lock)
         usleep(1);
 }
 
+// Appends a packet to a bounded queue. The bound counts the new packet; a
+// full queue loses its oldest packet (one per call), reports it when the
+// framework's debug switch is on, and the call returns false. -1: no bound.
+template<typename Report>
+bool appendBounded(QReadWriteLock &lock, QList<VexaObject::Packet> &queue, qint32 bound,
+                   const VexaObject::Packet &pkt, Report reportFull)
+{
+    lockForWriteByPolling(lock);
+    queue.append(pkt);
+    if (bound == -1 || queue.size() < bound) {
+        lock.unlock();
+        return true;
+    }
+    if (Vexa::debug)
+        reportFull();
+    queue.removeFirst();
+    lock.unlock();
+    return false;
+}
+
 // Decides whether an incoming description differs from the current one and
 // takes it over if so. Only the keys the incoming description carries are
 // compared (a key that disappeared alone is no change); another sender always
@@ -315,38 +335,21 @@ void VexaObject::sendPacketV(Packet pkt)
 
 bool VexaObject::bufferPacketA(Packet pkt)
 {
-    lockForWriteByPolling(lockA);
-    packetsA.append(pkt);
-    if (bufLenA == -1 || packetsA.size() < bufLenA) {
-        lockA.unlock();
-        return true;
-    }
-    if (Vexa::debug)
+    return appendBounded(lockA, packetsA, bufLenA, pkt, [this] {
         qDebug("[%s] bufA full %d", qUtf8Printable(name()), bufLenA);
-    packetsA.removeFirst();
-    lockA.unlock();
-    return false;
+    });
 }
 
 bool VexaObject::bufferPacketV(Packet pkt)
 {
-    lockForWriteByPolling(lockV);
-    packetsV.append(pkt);
-    if (bufLenV == -1 || packetsV.size() < bufLenV) {
-        lockV.unlock();
-        return true;
-    }
-    if (Vexa::debug) {
+    return appendBounded(lockV, packetsV, bufLenV, pkt, [this] {
         // settings["path"] is an inserting lookup: after the first report an
         // object without a "path" setting has one with a null value. Modules
         // have long relied on the key being there, so it stays that way.
         QDebug line = qDebug();
         line.noquote() << QStringLiteral("[%1] bufV full %2").arg(name()).arg(bufLenV);
         line.quote() << settings[QStringLiteral("path")].toString();
-    }
-    packetsV.removeFirst();
-    lockV.unlock();
-    return false;
+    });
 }
 
 void VexaObject::sendInfoA(StreamInfo info)

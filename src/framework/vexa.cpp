@@ -65,6 +65,46 @@ void fillPools(hi_vb_cfg &cfg, const QVariantList &pools, const char *listName)
     }
 }
 
+// The signatures of one stream kind's link, as SIGNAL() and SLOT() spell them.
+struct StreamLink {
+    const char *infoSignal;
+    const char *infoSlot;
+    const char *packetSignal;
+    const char *packetSlot;
+    const char *unlinkSlot;
+};
+
+const StreamLink audioLink{SIGNAL(newInfoA(StreamInfo)), SLOT(onNewInfoAPriv(StreamInfo)),
+                           SIGNAL(newPacketA(Packet)), SLOT(onNewPacketA(Packet)), "onUnLinkAPriv"};
+const StreamLink videoLink{SIGNAL(newInfoV(StreamInfo)), SLOT(onNewInfoVPriv(StreamInfo)),
+                           SIGNAL(newPacketV(Packet)), SLOT(onNewPacketV(Packet)), "onUnLinkVPriv"};
+
+// Descriptions travel queued into the destination's thread, packets directly
+// in the sender's. False when the pair is linked already (or Qt refused).
+bool connectStream(VexaObject *src, VexaObject *dst, const StreamLink &kind)
+{
+    if (!QObject::connect(src, kind.infoSignal, dst, kind.infoSlot, uniqueQueued))
+        return false;
+    QObject::connect(src, kind.packetSignal, dst, kind.packetSlot, uniqueDirect);
+    return true;
+}
+
+// The unlink notice is queued whether or not a link existed, behind any
+// description the same source queued before.
+void disconnectStream(VexaObject *src, VexaObject *dst, const StreamLink &kind, const VexaObject::StreamInfo &info)
+{
+    QObject::disconnect(src, kind.infoSignal, dst, kind.infoSlot);
+    QObject::disconnect(src, kind.packetSignal, dst, kind.packetSlot);
+    QMetaObject::invokeMethod(dst, kind.unlinkSlot, Qt::QueuedConnection, streamInfoArg(info));
+}
+
+// A source's outgoing description as a destination receives it.
+VexaObject::StreamInfo fromSource(VexaObject::StreamInfo info, VexaObject *src)
+{
+    info.sender = src;
+    return info;
+}
+
 } // namespace
 
 Vexa::Vexa(QObject *parent)
@@ -186,27 +226,15 @@ void Vexa::delThread(QString name)
 
 VexaObject *Vexa::linkA(VexaObject *src, VexaObject *dst)
 {
-    if (!QObject::connect(src, SIGNAL(newInfoA(StreamInfo)), dst, SLOT(onNewInfoAPriv(StreamInfo)), uniqueQueued))
-        return dst; // already linked
-    QObject::connect(src, SIGNAL(newPacketA(Packet)), dst, SLOT(onNewPacketA(Packet)), uniqueDirect);
-    if (src->outInfoA.type == 0)
-        return dst;
-    VexaObject::StreamInfo info = src->outInfoA;
-    info.sender = src;
-    dst->invokeInfoA(info);
+    if (connectStream(src, dst, audioLink) && src->outInfoA.type != 0)
+        dst->invokeInfoA(fromSource(src->outInfoA, src));
     return dst;
 }
 
 VexaObject *Vexa::linkV(VexaObject *src, VexaObject *dst)
 {
-    if (!QObject::connect(src, SIGNAL(newInfoV(StreamInfo)), dst, SLOT(onNewInfoVPriv(StreamInfo)), uniqueQueued))
-        return dst; // already linked
-    QObject::connect(src, SIGNAL(newPacketV(Packet)), dst, SLOT(onNewPacketV(Packet)), uniqueDirect);
-    if (src->outInfoV.type == 0)
-        return dst;
-    VexaObject::StreamInfo info = src->outInfoV;
-    info.sender = src;
-    dst->invokeInfoV(info);
+    if (connectStream(src, dst, videoLink) && src->outInfoV.type != 0)
+        dst->invokeInfoV(fromSource(src->outInfoV, src));
     return dst;
 }
 
@@ -218,22 +246,12 @@ VexaObject *Vexa::linkE(VexaObject *src, VexaObject *dst)
 
 void Vexa::unLinkA(VexaObject *src, VexaObject *dst)
 {
-    QObject::disconnect(src, SIGNAL(newInfoA(StreamInfo)), dst, SLOT(onNewInfoAPriv(StreamInfo)));
-    QObject::disconnect(src, SIGNAL(newPacketA(Packet)), dst, SLOT(onNewPacketA(Packet)));
-    // Sent whether or not a link existed; queued behind any description the
-    // same source queued before.
-    VexaObject::StreamInfo info = src->outInfoA;
-    info.sender = src;
-    QMetaObject::invokeMethod(dst, "onUnLinkAPriv", Qt::QueuedConnection, streamInfoArg(info));
+    disconnectStream(src, dst, audioLink, fromSource(src->outInfoA, src));
 }
 
 void Vexa::unLinkV(VexaObject *src, VexaObject *dst)
 {
-    QObject::disconnect(src, SIGNAL(newInfoV(StreamInfo)), dst, SLOT(onNewInfoVPriv(StreamInfo)));
-    QObject::disconnect(src, SIGNAL(newPacketV(Packet)), dst, SLOT(onNewPacketV(Packet)));
-    VexaObject::StreamInfo info = src->outInfoV;
-    info.sender = src;
-    QMetaObject::invokeMethod(dst, "onUnLinkVPriv", Qt::QueuedConnection, streamInfoArg(info));
+    disconnectStream(src, dst, videoLink, fromSource(src->outInfoV, src));
 }
 
 bool Vexa::unLinkE(VexaObject *src, VexaObject *dst)
