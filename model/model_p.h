@@ -123,6 +123,40 @@ inline int vxInt(const Enum &field)
     return value;
 }
 
+// The common tail of a get call once its object is found: @p nullPtr when
+// the caller gave no record, otherwise the stored record copied out.
+template <typename Record>
+inline hi_s32 vxCopyOut(const Record &stored, Record *out, hi_s32 nullPtr)
+{
+    if (!out)
+        return nullPtr;
+    *out = stored;
+    return HI_SUCCESS;
+}
+
+// The common tail of a set call once its object is found: @p nullPtr when
+// the caller gave no record, otherwise the status of @p check (called with
+// the new and the stored record); the record is stored only when that is
+// HI_SUCCESS.
+template <typename Record, typename Check>
+inline hi_s32 vxCopyIn(Record &stored, const Record *in, hi_s32 nullPtr, Check check)
+{
+    if (!in)
+        return nullPtr;
+    const hi_s32 status = check(*in, static_cast<const Record &>(stored));
+    if (status != HI_SUCCESS)
+        return status;
+    stored = *in;
+    return HI_SUCCESS;
+}
+
+// A set call that takes any record the caller gives.
+template <typename Record>
+inline hi_s32 vxCopyIn(Record &stored, const Record *in, hi_s32 nullPtr)
+{
+    return vxCopyIn(stored, in, nullPtr, [](const Record &, const Record &) -> hi_s32 { return HI_SUCCESS; });
+}
+
 // Formats the arguments of a logged call (printf rules).
 std::string vxArgs(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 // "{mod,dev,chn}" or "null".

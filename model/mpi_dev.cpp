@@ -8,43 +8,39 @@
 
 #include "model_p.h"
 
+static bool validVoDev(hi_vo_dev dev)
+{
+    return dev >= 0 && dev < HI_VO_MAX_DEV_NUM;
+}
+
 hi_s32 hi_mpi_vdec_get_mod_param(hi_vdec_mod_param *mod_param)
 {
     VX_CALL(vxStatus, "%s", "");
-    if (!mod_param)
-        return HI_ERR_VDEC_NULL_PTR;
-    *mod_param = s.vdecMod;
-    return HI_SUCCESS;
+    return vxCopyOut(s.vdecMod, mod_param, HI_ERR_VDEC_NULL_PTR);
 }
 
 hi_s32 hi_mpi_vdec_set_mod_param(const hi_vdec_mod_param *mod_param)
 {
     VX_CALL(vxStatus, "%d", mod_param ? vxInt(mod_param->vb_src) : -1);
-    if (!mod_param)
-        return HI_ERR_VDEC_NULL_PTR;
-    // The decoder takes module, private or user pools, not common ones.
-    if (vxInt(mod_param->vb_src) < HI_VB_SRC_MOD || vxInt(mod_param->vb_src) > HI_VB_SRC_USER)
-        return HI_ERR_VDEC_ILLEGAL_PARAM;
-    s.vdecMod = *mod_param;
-    return HI_SUCCESS;
+    return vxCopyIn(s.vdecMod, mod_param, HI_ERR_VDEC_NULL_PTR,
+                    [](const hi_vdec_mod_param &param, const hi_vdec_mod_param &) -> hi_s32 {
+                        // The decoder takes module, private or user pools, not common ones.
+                        if (vxInt(param.vb_src) < HI_VB_SRC_MOD || vxInt(param.vb_src) > HI_VB_SRC_USER)
+                            return HI_ERR_VDEC_ILLEGAL_PARAM;
+                        return HI_SUCCESS;
+                    });
 }
 
 hi_s32 hi_mpi_vi_get_mod_param(hi_vi_mod_param *mod_param)
 {
     VX_CALL(vxStatus, "%s", "");
-    if (!mod_param)
-        return HI_ERR_VI_NULL_PTR;
-    *mod_param = s.viMod;
-    return HI_SUCCESS;
+    return vxCopyOut(s.viMod, mod_param, HI_ERR_VI_NULL_PTR);
 }
 
 hi_s32 hi_mpi_vi_set_mod_param(const hi_vi_mod_param *mod_param)
 {
     VX_CALL(vxStatus, "%d", mod_param ? mod_param->detect_err_frame : 0);
-    if (!mod_param)
-        return HI_ERR_VI_NULL_PTR;
-    s.viMod = *mod_param;
-    return HI_SUCCESS;
+    return vxCopyIn(s.viMod, mod_param, HI_ERR_VI_NULL_PTR);
 }
 
 hi_s32 hi_mpi_vi_set_frame_depth(hi_vi_pipe vi_pipe, hi_vi_chn vi_chn, hi_u32 depth)
@@ -63,7 +59,7 @@ hi_s32 hi_mpi_vi_set_frame_depth(hi_vi_pipe vi_pipe, hi_vi_chn vi_chn, hi_u32 de
 hi_s32 hi_mpi_vo_set_vtth(hi_vo_dev dev, hi_u32 vtth)
 {
     VX_CALL(vxStatus, "%d,%u", dev, vtth);
-    if (dev < 0 || dev >= HI_VO_MAX_DEV_NUM)
+    if (!validVoDev(dev))
         return HI_ERR_VO_INVALID_DEV_ID;
     s.vtth[dev] = vtth;
     return HI_SUCCESS;
@@ -72,12 +68,9 @@ hi_s32 hi_mpi_vo_set_vtth(hi_vo_dev dev, hi_u32 vtth)
 hi_s32 hi_mpi_vo_get_vtth(hi_vo_dev dev, hi_u32 *vtth)
 {
     VX_CALL(vxStatus, "%d", dev);
-    if (dev < 0 || dev >= HI_VO_MAX_DEV_NUM)
+    if (!validVoDev(dev))
         return HI_ERR_VO_INVALID_DEV_ID;
-    if (!vtth)
-        return HI_ERR_VO_NULL_PTR;
-    *vtth = s.vtth[dev];
-    return HI_SUCCESS;
+    return vxCopyOut(s.vtth[dev], vtth, HI_ERR_VO_NULL_PTR);
 }
 
 hi_s32 hi_mpi_vo_set_bt_param(hi_vo_dev dev, const hi_vo_bt_param *bt_param)
@@ -85,26 +78,23 @@ hi_s32 hi_mpi_vo_set_bt_param(hi_vo_dev dev, const hi_vo_bt_param *bt_param)
     VX_CALL(vxStatus, "%d,%d,%d,%d", dev, bt_param ? vxInt(bt_param->yc_inverted_en) : -1,
             bt_param ? vxInt(bt_param->bit_inverted_en) : -1,
             bt_param ? vxInt(bt_param->clk_edge) : -1);
-    if (dev < 0 || dev >= HI_VO_MAX_DEV_NUM)
+    if (!validVoDev(dev))
         return HI_ERR_VO_INVALID_DEV_ID;
-    if (!bt_param)
-        return HI_ERR_VO_NULL_PTR;
-    if (vxInt(bt_param->yc_inverted_en) > HI_TRUE || vxInt(bt_param->bit_inverted_en) > HI_TRUE
-        || vxInt(bt_param->clk_edge) < 0 || vxInt(bt_param->clk_edge) >= OT_VO_CLK_EDGE_BUTT)
-        return HI_ERR_VO_ILLEGAL_PARAM;
-    s.bt[dev] = *bt_param;
-    return HI_SUCCESS;
+    return vxCopyIn(s.bt[dev], bt_param, HI_ERR_VO_NULL_PTR,
+                    [](const hi_vo_bt_param &param, const hi_vo_bt_param &) -> hi_s32 {
+                        if (vxInt(param.yc_inverted_en) > HI_TRUE || vxInt(param.bit_inverted_en) > HI_TRUE
+                            || vxInt(param.clk_edge) < 0 || vxInt(param.clk_edge) >= OT_VO_CLK_EDGE_BUTT)
+                            return HI_ERR_VO_ILLEGAL_PARAM;
+                        return HI_SUCCESS;
+                    });
 }
 
 hi_s32 hi_mpi_vo_get_bt_param(hi_vo_dev dev, hi_vo_bt_param *bt_param)
 {
     VX_CALL(vxStatus, "%d", dev);
-    if (dev < 0 || dev >= HI_VO_MAX_DEV_NUM)
+    if (!validVoDev(dev))
         return HI_ERR_VO_INVALID_DEV_ID;
-    if (!bt_param)
-        return HI_ERR_VO_NULL_PTR;
-    *bt_param = s.bt[dev];
-    return HI_SUCCESS;
+    return vxCopyOut(s.bt[dev], bt_param, HI_ERR_VO_NULL_PTR);
 }
 
 hi_s32 hi_mpi_vo_set_video_layer_attr(hi_vo_layer layer, const hi_vo_video_layer_attr *layer_attr)
@@ -112,13 +102,13 @@ hi_s32 hi_mpi_vo_set_video_layer_attr(hi_vo_layer layer, const hi_vo_video_layer
     VX_CALL(vxStatus, "%d", layer);
     if (layer < 0 || layer >= HI_VO_MAX_LAYER_NUM)
         return HI_ERR_VO_INVALID_LAYER_ID;
-    if (!layer_attr)
-        return HI_ERR_VO_NULL_PTR;
-    if (layer_attr->display_buf_len > 15 || vxInt(layer_attr->partition_mode) < 0
-        || vxInt(layer_attr->partition_mode) >= OT_VO_PARTITION_MODE_BUTT)
-        return HI_ERR_VO_ILLEGAL_PARAM;
-    s.layer[layer] = *layer_attr;
-    return HI_SUCCESS;
+    return vxCopyIn(s.layer[layer], layer_attr, HI_ERR_VO_NULL_PTR,
+                    [](const hi_vo_video_layer_attr &attr, const hi_vo_video_layer_attr &) -> hi_s32 {
+                        if (attr.display_buf_len > 15 || vxInt(attr.partition_mode) < 0
+                            || vxInt(attr.partition_mode) >= OT_VO_PARTITION_MODE_BUTT)
+                            return HI_ERR_VO_ILLEGAL_PARAM;
+                        return HI_SUCCESS;
+                    });
 }
 
 hi_s32 hi_mpi_vo_get_video_layer_attr(hi_vo_layer layer, hi_vo_video_layer_attr *layer_attr)
@@ -126,10 +116,7 @@ hi_s32 hi_mpi_vo_get_video_layer_attr(hi_vo_layer layer, hi_vo_video_layer_attr 
     VX_CALL(vxStatus, "%d", layer);
     if (layer < 0 || layer >= HI_VO_MAX_LAYER_NUM)
         return HI_ERR_VO_INVALID_LAYER_ID;
-    if (!layer_attr)
-        return HI_ERR_VO_NULL_PTR;
-    *layer_attr = s.layer[layer];
-    return HI_SUCCESS;
+    return vxCopyOut(s.layer[layer], layer_attr, HI_ERR_VO_NULL_PTR);
 }
 
 hi_s32 hi_tde_open(hi_void)

@@ -54,6 +54,63 @@ static VxVpssChn *channel(VxState &s, hi_vpss_grp grp, hi_vpss_chn chn, hi_s32 *
     return &g->chn[chn];
 }
 
+// Calls @p fn with group @p grp when it exists; otherwise returns why not.
+template <typename Fn>
+static hi_s32 onGroup(VxState &s, hi_vpss_grp grp, Fn fn)
+{
+    hi_s32 status = HI_SUCCESS;
+    VxVpssGrp *g = group(s, grp, &status);
+    return g ? fn(*g) : status;
+}
+
+// Calls @p fn with channel @p chn of group @p grp when it exists; otherwise
+// returns why not.
+template <typename Fn>
+static hi_s32 onChannel(VxState &s, hi_vpss_grp grp, hi_vpss_chn chn, Fn fn)
+{
+    hi_s32 status = HI_SUCCESS;
+    VxVpssChn *c = channel(s, grp, chn, &status);
+    return c ? fn(*c) : status;
+}
+
+// Starts or stops group @p grp.
+static hi_s32 runGroup(VxState &s, hi_vpss_grp grp, bool started)
+{
+    return onGroup(s, grp, [started](VxVpssGrp &g) -> hi_s32 {
+        g.started = started;
+        return HI_SUCCESS;
+    });
+}
+
+// Copies @p member of group @p grp out to the caller.
+template <typename Record>
+static hi_s32 getGrp(VxState &s, hi_vpss_grp grp, Record VxVpssGrp::*member, Record *out)
+{
+    return onGroup(s, grp, [&](VxVpssGrp &g) { return vxCopyOut(g.*member, out, HI_ERR_VPSS_NULL_PTR); });
+}
+
+// Stores the caller's record as @p member of group @p grp once @p check passes.
+template <typename Record, typename Check>
+static hi_s32 setGrp(VxState &s, hi_vpss_grp grp, Record VxVpssGrp::*member, const Record *in, Check check)
+{
+    return onGroup(s, grp, [&](VxVpssGrp &g) { return vxCopyIn(g.*member, in, HI_ERR_VPSS_NULL_PTR, check); });
+}
+
+// getGrp() and setGrp() for a member of channel @p chn of group @p grp.
+template <typename Record>
+static hi_s32 getChn(VxState &s, hi_vpss_grp grp, hi_vpss_chn chn, Record VxVpssChn::*member, Record *out)
+{
+    return onChannel(s, grp, chn, [&](VxVpssChn &c) { return vxCopyOut(c.*member, out, HI_ERR_VPSS_NULL_PTR); });
+}
+
+template <typename Record, typename Check>
+static hi_s32 setChn(VxState &s, hi_vpss_grp grp, hi_vpss_chn chn, Record VxVpssChn::*member, const Record *in,
+                     Check check)
+{
+    return onChannel(s, grp, chn,
+                     [&](VxVpssChn &c) { return vxCopyIn(c.*member, in, HI_ERR_VPSS_NULL_PTR, check); });
+}
+
 hi_s32 hi_mpi_vpss_create_grp(hi_vpss_grp grp, const hi_vpss_grp_attr *grp_attr)
 {
     VX_CALL(vxStatus, "%d,%u,%u", grp, grp_attr ? grp_attr->max_width : 0, grp_attr ? grp_attr->max_height : 0);
@@ -82,253 +139,174 @@ hi_s32 hi_mpi_vpss_create_grp(hi_vpss_grp grp, const hi_vpss_grp_attr *grp_attr)
 hi_s32 hi_mpi_vpss_destroy_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    // A running group must be stopped before it can go.
-    if (g->started)
-        return HI_ERR_VPSS_NOT_PERM;
-    *g = VxVpssGrp();
-    return HI_SUCCESS;
+    return onGroup(s, grp, [](VxVpssGrp &g) -> hi_s32 {
+        // A running group must be stopped before it can go.
+        if (g.started)
+            return HI_ERR_VPSS_NOT_PERM;
+        g = VxVpssGrp();
+        return HI_SUCCESS;
+    });
 }
 
 hi_s32 hi_mpi_vpss_start_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    g->started = true;
-    return HI_SUCCESS;
+    return runGroup(s, grp, true);
 }
 
 hi_s32 hi_mpi_vpss_stop_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    g->started = false;
-    return HI_SUCCESS;
+    return runGroup(s, grp, false);
 }
 
 hi_s32 hi_mpi_vpss_get_grp_attr(hi_vpss_grp grp, hi_vpss_grp_attr *grp_attr)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (!grp_attr)
-        return HI_ERR_VPSS_NULL_PTR;
-    *grp_attr = g->attr;
-    return HI_SUCCESS;
+    return getGrp(s, grp, &VxVpssGrp::attr, grp_attr);
 }
 
 hi_s32 hi_mpi_vpss_set_grp_attr(hi_vpss_grp grp, const hi_vpss_grp_attr *grp_attr)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (!grp_attr)
-        return HI_ERR_VPSS_NULL_PTR;
-    if (!validGrpAttr(*grp_attr))
-        return HI_ERR_VPSS_ILLEGAL_PARAM;
-    // The maximum size is fixed when the group is created.
-    if (grp_attr->max_width != g->attr.max_width || grp_attr->max_height != g->attr.max_height)
-        return HI_ERR_VPSS_NOT_SUPPORT;
-    g->attr = *grp_attr;
-    return HI_SUCCESS;
+    return setGrp(s, grp, &VxVpssGrp::attr, grp_attr,
+                  [](const hi_vpss_grp_attr &attr, const hi_vpss_grp_attr &current) -> hi_s32 {
+                      if (!validGrpAttr(attr))
+                          return HI_ERR_VPSS_ILLEGAL_PARAM;
+                      // The maximum size is fixed when the group is created.
+                      if (attr.max_width != current.max_width || attr.max_height != current.max_height)
+                          return HI_ERR_VPSS_NOT_SUPPORT;
+                      return HI_SUCCESS;
+                  });
 }
 
 hi_s32 hi_mpi_vpss_get_grp_crop(hi_vpss_grp grp, hi_vpss_crop_info *crop_info)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (!crop_info)
-        return HI_ERR_VPSS_NULL_PTR;
-    *crop_info = g->crop;
+    return getGrp(s, grp, &VxVpssGrp::crop, crop_info);
+}
+
+static hi_s32 checkCrop(const hi_vpss_crop_info &crop_info, const hi_vpss_crop_info &)
+{
+    if (vxInt(crop_info.enable) == HI_FALSE)
+        return HI_SUCCESS;
+    const hi_rect &r = crop_info.crop_rect;
+    if (vxInt(crop_info.crop_mode) == HI_COORD_RATIO) {
+        // Per-mille of the picture.
+        if (r.x < 0 || r.y < 0 || r.width == 0 || r.height == 0 || r.x + r.width > 1000 || r.y + r.height > 1000)
+            return HI_ERR_VPSS_ILLEGAL_PARAM;
+    } else if (vxInt(crop_info.crop_mode) == HI_COORD_ABS) {
+        if (r.x < 0 || r.y < 0 || r.width < kMinSize || r.height < kMinSize)
+            return HI_ERR_VPSS_ILLEGAL_PARAM;
+    } else {
+        return HI_ERR_VPSS_ILLEGAL_PARAM;
+    }
     return HI_SUCCESS;
 }
 
 hi_s32 hi_mpi_vpss_set_grp_crop(hi_vpss_grp grp, const hi_vpss_crop_info *crop_info)
 {
     VX_CALL(vxStatus, "%d,%d", grp, crop_info ? vxInt(crop_info->enable) : -1);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (!crop_info)
-        return HI_ERR_VPSS_NULL_PTR;
-    if (vxInt(crop_info->enable) != HI_FALSE) {
-        const hi_rect &r = crop_info->crop_rect;
-        if (vxInt(crop_info->crop_mode) == HI_COORD_RATIO) {
-            // Per-mille of the picture.
-            if (r.x < 0 || r.y < 0 || r.width == 0 || r.height == 0 || r.x + r.width > 1000
-                || r.y + r.height > 1000)
-                return HI_ERR_VPSS_ILLEGAL_PARAM;
-        } else if (vxInt(crop_info->crop_mode) == HI_COORD_ABS) {
-            if (r.x < 0 || r.y < 0 || r.width < kMinSize || r.height < kMinSize)
-                return HI_ERR_VPSS_ILLEGAL_PARAM;
-        } else {
-            return HI_ERR_VPSS_ILLEGAL_PARAM;
-        }
-    }
-    g->crop = *crop_info;
-    return HI_SUCCESS;
+    return setGrp(s, grp, &VxVpssGrp::crop, crop_info, checkCrop);
 }
 
 hi_s32 hi_mpi_vpss_get_grp_param(hi_vpss_grp grp, hi_vpss_grp_param *grp_param)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (!grp_param)
-        return HI_ERR_VPSS_NULL_PTR;
-    *grp_param = g->param;
-    return HI_SUCCESS;
+    return getGrp(s, grp, &VxVpssGrp::param, grp_param);
 }
 
 hi_s32 hi_mpi_vpss_set_grp_param(hi_vpss_grp grp, const hi_vpss_grp_param *grp_param)
 {
     VX_CALL(vxStatus, "%d,%u", grp, grp_param ? grp_param->contrast : 0);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (!grp_param)
-        return HI_ERR_VPSS_NULL_PTR;
-    if (grp_param->contrast > 64)
-        return HI_ERR_VPSS_ILLEGAL_PARAM;
-    g->param = *grp_param;
-    return HI_SUCCESS;
+    return setGrp(s, grp, &VxVpssGrp::param, grp_param,
+                  [](const hi_vpss_grp_param &param, const hi_vpss_grp_param &) -> hi_s32 {
+                      return param.contrast > 64 ? HI_ERR_VPSS_ILLEGAL_PARAM : HI_SUCCESS;
+                  });
 }
 
 hi_s32 hi_mpi_vpss_set_grp_delay(hi_vpss_grp grp, hi_u32 delay)
 {
     VX_CALL(vxStatus, "%d,%u", grp, delay);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (delay > 1000000)
-        return HI_ERR_VPSS_ILLEGAL_PARAM;
-    g->delay = delay;
-    return HI_SUCCESS;
+    return onGroup(s, grp, [delay](VxVpssGrp &g) -> hi_s32 {
+        if (delay > 1000000)
+            return HI_ERR_VPSS_ILLEGAL_PARAM;
+        g.delay = delay;
+        return HI_SUCCESS;
+    });
 }
 
 hi_s32 hi_mpi_vpss_get_grp_delay(hi_vpss_grp grp, hi_u32 *delay)
 {
     VX_CALL(vxStatus, "%d", grp);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssGrp *g = group(s, grp, &status);
-    if (!g)
-        return status;
-    if (!delay)
-        return HI_ERR_VPSS_NULL_PTR;
-    *delay = g->delay;
-    return HI_SUCCESS;
+    return getGrp(s, grp, &VxVpssGrp::delay, delay);
 }
 
 hi_s32 hi_mpi_vpss_get_chn_attr(hi_vpss_grp grp, hi_vpss_chn chn, hi_vpss_chn_attr *chn_attr)
 {
     VX_CALL(vxStatus, "%d,%d", grp, chn);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssChn *c = channel(s, grp, chn, &status);
-    if (!c)
-        return status;
-    if (!chn_attr)
-        return HI_ERR_VPSS_NULL_PTR;
-    *chn_attr = c->attr;
-    return HI_SUCCESS;
+    return getChn(s, grp, chn, &VxVpssChn::attr, chn_attr);
 }
 
 hi_s32 hi_mpi_vpss_set_chn_attr(hi_vpss_grp grp, hi_vpss_chn chn, const hi_vpss_chn_attr *chn_attr)
 {
     VX_CALL(vxStatus, "%d,%d,%u,%u", grp, chn, chn_attr ? chn_attr->width : 0, chn_attr ? chn_attr->height : 0);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssChn *c = channel(s, grp, chn, &status);
-    if (!c)
-        return status;
-    if (!chn_attr)
-        return HI_ERR_VPSS_NULL_PTR;
-    const hi_vpss_grp_attr &grpAttr = s.vpss[grp].attr;
-    // A channel cannot put out more than its group was created to carry.
-    if (chn_attr->width < kMinSize || chn_attr->height < kMinSize || chn_attr->width > grpAttr.max_width
-        || chn_attr->height > grpAttr.max_height)
-        return HI_ERR_VPSS_ILLEGAL_PARAM;
-    if (vxInt(chn_attr->chn_mode) < 0 || vxInt(chn_attr->chn_mode) >= OT_VPSS_CHN_MODE_BUTT || chn_attr->depth > 8
-        || !validPixelFormat(chn_attr->pixel_format) || vxInt(chn_attr->aspect_ratio.mode) < 0
-        || vxInt(chn_attr->aspect_ratio.mode) >= OT_ASPECT_RATIO_BUTT || !validFrameRate(chn_attr->frame_rate))
-        return HI_ERR_VPSS_ILLEGAL_PARAM;
-    c->attr = *chn_attr;
-    return HI_SUCCESS;
+    return setChn(s, grp, chn, &VxVpssChn::attr, chn_attr,
+                  [&s, grp](const hi_vpss_chn_attr &attr, const hi_vpss_chn_attr &) -> hi_s32 {
+                      const hi_vpss_grp_attr &grpAttr = s.vpss[grp].attr;
+                      // A channel cannot put out more than its group was created to carry.
+                      if (attr.width < kMinSize || attr.height < kMinSize || attr.width > grpAttr.max_width
+                          || attr.height > grpAttr.max_height)
+                          return HI_ERR_VPSS_ILLEGAL_PARAM;
+                      if (vxInt(attr.chn_mode) < 0 || vxInt(attr.chn_mode) >= OT_VPSS_CHN_MODE_BUTT
+                          || attr.depth > 8 || !validPixelFormat(attr.pixel_format)
+                          || vxInt(attr.aspect_ratio.mode) < 0
+                          || vxInt(attr.aspect_ratio.mode) >= OT_ASPECT_RATIO_BUTT
+                          || !validFrameRate(attr.frame_rate))
+                          return HI_ERR_VPSS_ILLEGAL_PARAM;
+                      return HI_SUCCESS;
+                  });
 }
 
 hi_s32 hi_mpi_vpss_enable_chn(hi_vpss_grp grp, hi_vpss_chn chn)
 {
     VX_CALL(vxStatus, "%d,%d", grp, chn);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssChn *c = channel(s, grp, chn, &status);
-    if (!c)
-        return status;
-    // A channel needs its attribute before it can run.
-    if (c->attr.width == 0)
-        return HI_ERR_VPSS_NOT_PERM;
-    c->enabled = true;
-    return HI_SUCCESS;
+    return onChannel(s, grp, chn, [](VxVpssChn &c) -> hi_s32 {
+        // A channel needs its attribute before it can run.
+        if (c.attr.width == 0)
+            return HI_ERR_VPSS_NOT_PERM;
+        c.enabled = true;
+        return HI_SUCCESS;
+    });
 }
 
 hi_s32 hi_mpi_vpss_disable_chn(hi_vpss_grp grp, hi_vpss_chn chn)
 {
     VX_CALL(vxStatus, "%d,%d", grp, chn);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssChn *c = channel(s, grp, chn, &status);
-    if (!c)
-        return status;
-    c->enabled = false;
-    return HI_SUCCESS;
+    return onChannel(s, grp, chn, [](VxVpssChn &c) -> hi_s32 {
+        c.enabled = false;
+        return HI_SUCCESS;
+    });
 }
 
 hi_s32 hi_mpi_vpss_set_chn_rotation(hi_vpss_grp grp, hi_vpss_chn chn, const hi_rotation_attr *rotation_attr)
 {
     VX_CALL(vxStatus, "%d,%d,%d,%d", grp, chn, rotation_attr ? vxInt(rotation_attr->enable) : -1,
             rotation_attr ? vxInt(rotation_attr->rotation_fixed) : -1);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssChn *c = channel(s, grp, chn, &status);
-    if (!c)
-        return status;
-    if (!rotation_attr)
-        return HI_ERR_VPSS_NULL_PTR;
-    if (vxInt(rotation_attr->rotation_type) == HI_ROTATION_ANG_FIXED) {
-        if (vxInt(rotation_attr->rotation_fixed) < 0 || vxInt(rotation_attr->rotation_fixed) >= OT_ROTATION_BUTT)
-            return HI_ERR_VPSS_ILLEGAL_PARAM;
-    } else if (vxInt(rotation_attr->rotation_type) != HI_ROTATION_ANG_FREE) {
-        return HI_ERR_VPSS_ILLEGAL_PARAM;
-    }
-    c->rotation = *rotation_attr;
-    return HI_SUCCESS;
+    return setChn(s, grp, chn, &VxVpssChn::rotation, rotation_attr,
+                  [](const hi_rotation_attr &rotation, const hi_rotation_attr &) -> hi_s32 {
+                      if (vxInt(rotation.rotation_type) == HI_ROTATION_ANG_FIXED) {
+                          if (vxInt(rotation.rotation_fixed) < 0 || vxInt(rotation.rotation_fixed) >= OT_ROTATION_BUTT)
+                              return HI_ERR_VPSS_ILLEGAL_PARAM;
+                      } else if (vxInt(rotation.rotation_type) != HI_ROTATION_ANG_FREE) {
+                          return HI_ERR_VPSS_ILLEGAL_PARAM;
+                      }
+                      return HI_SUCCESS;
+                  });
 }
 
 hi_s32 hi_mpi_vpss_get_chn_rotation(hi_vpss_grp grp, hi_vpss_chn chn, hi_rotation_attr *rotation_attr)
 {
     VX_CALL(vxStatus, "%d,%d", grp, chn);
-    hi_s32 status = HI_SUCCESS;
-    VxVpssChn *c = channel(s, grp, chn, &status);
-    if (!c)
-        return status;
-    if (!rotation_attr)
-        return HI_ERR_VPSS_NULL_PTR;
-    *rotation_attr = c->rotation;
-    return HI_SUCCESS;
+    return getChn(s, grp, chn, &VxVpssChn::rotation, rotation_attr);
 }
