@@ -60,16 +60,7 @@ fi
 # compiler builds the emulator helper below, the host's Qt tools stand in
 # for the sysroot's.
 host_pkgs=(gcc-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qtbase5-dev-tools ca-certificates)
-missing=()
-for p in "${host_pkgs[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'ok installed' || missing+=("$p")
-done
-if ((${#missing[@]})); then
-    log "installing host packages: ${missing[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get -o DPkg::Lock::Timeout=600 update -qq
-    apt-get -o DPkg::Lock::Timeout=600 install -y -qq --no-install-recommends "${missing[@]}"
-fi
+bash "$here/install-deps.sh" "${host_pkgs[@]}"
 
 # --- mirror ---------------------------------------------------------------
 # Reuse the Debian mirror this machine already uses for its own release.

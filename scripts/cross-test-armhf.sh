@@ -46,16 +46,7 @@ phase() {
 # them on the build machine.
 host_pkgs=(g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user
            cmake make pkg-config qtbase5-dev-tools ffmpeg ca-certificates)
-missing=()
-for p in "${host_pkgs[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'ok installed' || missing+=("$p")
-done
-if ((${#missing[@]})); then
-    log "installing host packages: ${missing[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get -o DPkg::Lock::Timeout=600 update -qq
-    apt-get -o DPkg::Lock::Timeout=600 install -y -qq --no-install-recommends "${missing[@]}"
-fi
+bash "$here/install-deps.sh" "${host_pkgs[@]}"
 phase "host packages"
 
 # --- sysroot -----------------------------------------------------------------

@@ -1,15 +1,21 @@
 #!/usr/bin/env bash
-# Installs what building, testing and running VexaBase needs on Debian 12,
-# skipping packages that are already there. Run as root (or with sudo).
+# Installs Debian packages that are missing, skipping those already there.
+#   scripts/install-deps.sh               what building, testing and running VexaBase needs
+#   scripts/install-deps.sh PKG [PKG...]  just these (the cross-build scripts use this)
+# Run as root (or with sudo).
 set -euo pipefail
 
-packages=(
-    g++ cmake make pkg-config
-    qtbase5-dev qtbase5-dev-tools
-    libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
-    ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
-    graphviz    # dot: pipeline graphs as SVG
-)
+if [ $# -gt 0 ]; then
+    packages=("$@")
+else
+    packages=(
+        g++ cmake make pkg-config
+        qtbase5-dev qtbase5-dev-tools
+        libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
+        ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
+        graphviz    # dot: pipeline graphs as SVG
+    )
+fi
 
 missing=()
 for p in "${packages[@]}"; do
@@ -29,5 +35,6 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "install-deps: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# Wait for another apt run (a second script, an unattended upgrade) rather than fail.
+$SUDO apt-get -o DPkg::Lock::Timeout=600 update -qq
+$SUDO apt-get -o DPkg::Lock::Timeout=600 install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -306,6 +306,18 @@ bool HiVpss::setDelay(int delay)
     return true;
 }
 
+// Reads the group attribute, lets @p change edit it and writes it back; the
+// results are not looked at (the callers' settings are best effort).
+template<typename Change>
+static void editGroupAttr(int grp, Change change)
+{
+    hi_vpss_grp_attr attr;
+    std::memset(&attr, 0, sizeof(attr));
+    hi_mpi_vpss_get_grp_attr(grp, &attr);
+    change(attr);
+    hi_mpi_vpss_set_grp_attr(grp, &attr);
+}
+
 void HiVpss::setParam(int level)
 {
     hi_vpss_grp_param param;
@@ -314,27 +326,15 @@ void HiVpss::setParam(int level)
     param.contrast = static_cast<hi_u32>(level);
     hi_mpi_vpss_set_grp_param(grp, &param);
 
-    hi_vpss_grp_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_mpi_vpss_get_grp_attr(grp, &attr);
-    attr.dci_en = level > 0 ? HI_TRUE : HI_FALSE;
-    hi_mpi_vpss_set_grp_attr(grp, &attr);
+    editGroupAttr(grp, [level](hi_vpss_grp_attr &attr) { attr.dci_en = level > 0 ? HI_TRUE : HI_FALSE; });
 }
 
 void HiVpss::enableNR()
 {
-    hi_vpss_grp_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_mpi_vpss_get_grp_attr(grp, &attr);
-    attr.nr_en = HI_TRUE;
-    hi_mpi_vpss_set_grp_attr(grp, &attr);
+    editGroupAttr(grp, [](hi_vpss_grp_attr &attr) { attr.nr_en = HI_TRUE; });
 }
 
 void HiVpss::enableDIE()
 {
-    hi_vpss_grp_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_mpi_vpss_get_grp_attr(grp, &attr);
-    attr.dei_mode = HI_VPSS_DEI_MODE_AUTO;
-    hi_mpi_vpss_set_grp_attr(grp, &attr);
+    editGroupAttr(grp, [](hi_vpss_grp_attr &attr) { attr.dei_mode = HI_VPSS_DEI_MODE_AUTO; });
 }
