@@ -9,7 +9,10 @@
 #include <QMetaEnum>
 
 #include "vexa.h"
+#include "vexadelivery_p.h"
 #include "vexajson.h"
+#include "vexalinktable_p.h"
+#include "vexathreaduses_p.h"
 
 namespace {
 
@@ -37,7 +40,7 @@ bool appendBounded(QReadWriteLock &lock, QList<VexaObject::Packet> &queue, qint3
         return true;
     }
     if (Vexa::debug)
-        reportFull();
+        reportFull(bound);
     queue.removeFirst();
     lock.unlock();
     return false;
@@ -69,7 +72,37 @@ bool acceptInfo(VexaObject::StreamInfo &current, const VexaObject::StreamInfo &i
     return true;
 }
 
+// The queue bounds are set in the module's thread and read by the senders'
+// threads: one word, read and written whole.
+qint32 loadBound(const qint32 &bound)
+{
+    return __atomic_load_n(&bound, __ATOMIC_RELAXED);
+}
+
+void storeBound(qint32 &bound, qint32 value)
+{
+    __atomic_store_n(&bound, value, __ATOMIC_RELAXED);
+}
+
+// True when a call from the current thread into @p obj must not wait for
+// obj's event loop: there is none (no application object) or the caller is
+// that loop's own thread.
+bool runsHere(const QObject *obj)
+{
+    return !QCoreApplication::instance() || obj->thread() == QThread::currentThread();
+}
+
 } // namespace
+
+VexaObject::State VexaObject::loadState() const
+{
+    return __atomic_load_n(&state, __ATOMIC_ACQUIRE);
+}
+
+void VexaObject::storeState(State s)
+{
+    __atomic_store_n(&state, s, __ATOMIC_RELEASE);
+}
 
 VexaObject::VexaObject(QObject *parent)
     : QObject(parent)
@@ -86,6 +119,8 @@ VexaObject::VexaObject(QObject *parent)
 // without destroy() keeps its ring, as it always has.
 VexaObject::~VexaObject()
 {
+    VexaLinkTable::forget(this);
+    VexaThreadUses::takeAll(this);
     if (payloadArena.releaseOnDelete)
         std::free(payloadArena.base);
 }
@@ -97,7 +132,7 @@ bool VexaObject::setData(QString json)
 
 bool VexaObject::setData(QVariantMap data)
 {
-    if (state != started) {
+    if (loadState() != started) {
         for (auto it = data.constBegin(); it != data.constEnd(); ++it)
             pendingData.insert(it.key(), it.value());
         return true;
@@ -125,9 +160,9 @@ void VexaObject::onSetDataPriv(QVariantMap data)
         }
     }
     if (data.contains(QStringLiteral("bufLenA")))
-        bufLenA = data.value(QStringLiteral("bufLenA")).toInt();
+        storeBound(bufLenA, data.value(QStringLiteral("bufLenA")).toInt());
     if (data.contains(QStringLiteral("bufLenV")))
-        bufLenV = data.value(QStringLiteral("bufLenV")).toInt();
+        storeBound(bufLenV, data.value(QStringLiteral("bufLenV")).toInt());
     if (data.contains(QStringLiteral("debugLevel")))
         debugLevel = data.value(QStringLiteral("debugLevel")).toInt();
     if (data.isEmpty())
@@ -139,9 +174,8 @@ QVariantMap VexaObject::getData()
 {
     QVariantMap result;
     // Without an application object nothing was moved and there is no event
-    // loop to hop through: read in the caller.
-    const bool hop = state == started && QCoreApplication::instance()
-        && thread() != QThread::currentThread();
+    // loop to hop through: read in the caller, as in the object's own thread.
+    const bool hop = loadState() == started && !runsHere(this);
     QMetaObject::invokeMethod(this, "doGetData", hop ? Qt::BlockingQueuedConnection : Qt::DirectConnection,
                               Q_RETURN_ARG(QVariantMap, result));
     return result;
@@ -159,10 +193,11 @@ QVariantMap VexaObject::getUserData()
 
 bool VexaObject::start()
 {
-    if (state == started)
+    const State from = loadState();
+    if (from == started)
         return false;
 
-    if (state == created) {
+    if (from == created) {
         // The queue bounds and the payload ring are settled once, at the
         // first start; a restart keeps them.
         for (const char *key : {"bufLenA", "bufLenV", "memSize"}) {
@@ -170,28 +205,32 @@ bool VexaObject::start()
             if (pendingData.contains(k))
                 settings.insert(k, pendingData.value(k));
         }
-        bufLenA = settings.contains(QStringLiteral("bufLenA")) ? settings.value(QStringLiteral("bufLenA")).toInt() : 20;
-        bufLenV = settings.contains(QStringLiteral("bufLenV")) ? settings.value(QStringLiteral("bufLenV")).toInt() : 20;
+        storeBound(bufLenA, settings.contains(QStringLiteral("bufLenA")) ? settings.value(QStringLiteral("bufLenA")).toInt() : 20);
+        storeBound(bufLenV, settings.contains(QStringLiteral("bufLenV")) ? settings.value(QStringLiteral("bufLenV")).toInt() : 20);
         memInit(settings.contains(QStringLiteral("memSize")) ? settings.value(QStringLiteral("memSize")).toInt() : 0);
     }
 
-    state = started;
+    storeState(started);
     blockSignals(false);
 
-    if (!QCoreApplication::instance()) {
+    const bool direct = !QCoreApplication::instance();
+    if (direct) {
         if (!pendingData.isEmpty()) {
             onSetDataPriv(pendingData);
             pendingData.clear();
         }
         onStart();
     } else {
+        // Each use of a registry thread taken here is given back by destroy().
         if (threadName == QLatin1String("main")) {
             moveToThread(QCoreApplication::instance()->thread());
         } else if (threadName.isEmpty()) {
             QString own = name();
             moveToThread(Vexa::newThread(own, threadPriority));
+            VexaThreadUses::took(this, own);
         } else {
             moveToThread(Vexa::newThread(threadName, threadPriority));
+            VexaThreadUses::took(this, threadName);
         }
         if (!pendingData.isEmpty()) {
             QMetaObject::invokeMethod(this, "onSetDataPriv", Qt::QueuedConnection, Q_ARG(QVariantMap, pendingData));
@@ -201,14 +240,23 @@ bool VexaObject::start()
     }
 
     // Descriptions that arrived before the start reach the module after
-    // onStart, once each (the last one of each kind).
+    // onStart, once each (the last one of each kind); directly when there is
+    // no event loop to post to.
     if (pendingInfoA.type != 0) {
-        QMetaObject::invokeMethod(this, "onNewInfoAPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, pendingInfoA));
+        const StreamInfo parked = pendingInfoA;
         pendingInfoA.type = 0;
+        if (direct)
+            onNewInfoAPriv(parked);
+        else
+            QMetaObject::invokeMethod(this, "onNewInfoAPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, parked));
     }
     if (pendingInfoV.type != 0) {
-        QMetaObject::invokeMethod(this, "onNewInfoVPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, pendingInfoV));
+        const StreamInfo parked = pendingInfoV;
         pendingInfoV.type = 0;
+        if (direct)
+            onNewInfoVPriv(parked);
+        else
+            QMetaObject::invokeMethod(this, "onNewInfoVPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, parked));
     }
     return true;
 }
@@ -225,14 +273,19 @@ bool VexaObject::start(QString json)
 
 bool VexaObject::stop(bool block)
 {
-    if (state != started)
+    if (loadState() != started)
         return false;
-    state = stoped;
-    if (QCoreApplication::instance()) {
-        QMetaObject::invokeMethod(this, "onStop", block ? Qt::BlockingQueuedConnection : Qt::QueuedConnection);
+    storeState(stoped);
+    if (!QCoreApplication::instance()) {
+        onStop();
         return true;
     }
-    onStop();
+    // A blocking stop from the object's own thread runs onStop at once:
+    // waiting for its own event loop would never end.
+    const Qt::ConnectionType type = !block ? Qt::QueuedConnection
+        : runsHere(this)                   ? Qt::DirectConnection
+                                           : Qt::BlockingQueuedConnection;
+    QMetaObject::invokeMethod(this, "onStop", type);
     return true;
 }
 
@@ -244,36 +297,40 @@ QString VexaObject::name()
 QString VexaObject::getState()
 {
     const QMetaEnum e = staticMetaObject.enumerator(staticMetaObject.indexOfEnumerator("State"));
-    return QString::fromLatin1(e.valueToKey(state));
+    return QString::fromLatin1(e.valueToKey(loadState()));
 }
 
 void VexaObject::destroy()
 {
-    if (state == started)
+    if (loadState() == started)
         stop(false);
-    state = destroyed;
-    // Network inputs ("InputRtsp...") keep their named thread for good: their
-    // sessions may still deliver into it after the module is gone.
-    const bool release = !name().startsWith(QLatin1String("InputRtsp")) && !threadName.isEmpty();
-    const QString thread = threadName;
+    storeState(destroyed);
+    // Give back the thread uses this object's starts took. Network inputs
+    // ("InputRtsp...") keep theirs for good: their sessions may still deliver
+    // into the thread after the module is gone.
+    QStringList uses = VexaThreadUses::takeAll(this);
+    if (name().startsWith(QLatin1String("InputRtsp")))
+        uses.clear();
     Vexa::delObject(this);
-    // The payload ring goes with the object. With an event loop it is freed
-    // when the object is deleted in its own thread, after the onStop posted
-    // above, so a module that flushes queued payloads in onStop never reads
-    // freed memory; without one, onStop has already run and it goes at once.
-    const bool freeNow = payloadArena.base && !QCoreApplication::instance();
-    char *arena = payloadArena.base;
-    payloadArena.releaseOnDelete = !freeNow;
+    // No link delivers into the object from here on, and no delivery that
+    // began earlier is still running in it.
+    VexaLinkTable::cutInto(this);
+    // The payload ring goes with the object, after onStop: a module that
+    // flushes queued payloads in onStop never reads freed memory.
+    payloadArena.releaseOnDelete = true;
+    if (!QCoreApplication::instance()) {
+        // onStop has run in stop(), and no event loop would ever run a
+        // deferred delete.
+        delete this;
+        return;
+    }
     // Another thread may delete this object as soon as deleteLater() is
-    // called: take what is needed first and touch nothing of it afterwards.
-    // The deferred delete is posted before the thread is released: a last
-    // release quits the thread, which then deletes only what was posted
-    // before it finished; posted after, the object would never be deleted.
+    // called: touch nothing of it afterwards. The deferred delete is posted
+    // before the threads are released: a last release quits the thread,
+    // which then runs only what was posted before it finished.
     deleteLater();
-    if (release)
+    for (const QString &thread : qAsConst(uses))
         Vexa::delThread(thread);
-    if (freeNow)
-        std::free(arena);
 }
 
 void VexaObject::memInit(int size)
@@ -308,9 +365,11 @@ char *VexaObject::bufferData(char *src, int len, int headroom)
 QVariant VexaObject::invoke(QString name, QVariant arg)
 {
     QVariant result;
-    if (state != started)
+    if (loadState() != started)
         return result;
-    const Qt::ConnectionType type = !QCoreApplication::instance() || directInvokeNames.contains(name)
+    // Called from the object's own thread, a blocking call would wait for
+    // itself: it runs directly, as a listed name does.
+    const Qt::ConnectionType type = runsHere(this) || directInvokeNames.contains(name)
         ? Qt::DirectConnection
         : Qt::BlockingQueuedConnection;
     const QByteArray method = name.toLatin1();
@@ -321,33 +380,38 @@ QVariant VexaObject::invoke(QString name, QVariant arg)
     return result;
 }
 
+// The delivery scope lets an unlink or a destroy in another thread wait until
+// the linked receivers' hooks running from this send have returned.
 void VexaObject::sendPacketA(Packet pkt)
 {
     pkt.sender = this;
+    VexaDelivery::Scope delivering(this);
     emit newPacketA(pkt);
 }
 
 void VexaObject::sendPacketV(Packet pkt)
 {
     pkt.sender = this;
+    VexaDelivery::Scope delivering(this);
     emit newPacketV(pkt);
 }
 
 bool VexaObject::bufferPacketA(Packet pkt)
 {
-    return appendBounded(lockA, packetsA, bufLenA, pkt, [this] {
-        qDebug("[%s] bufA full %d", qUtf8Printable(name()), bufLenA);
+    return appendBounded(lockA, packetsA, loadBound(bufLenA), pkt, [this](qint32 bound) {
+        qDebug("[%s] bufA full %d", qUtf8Printable(name()), bound);
     });
 }
 
 bool VexaObject::bufferPacketV(Packet pkt)
 {
-    return appendBounded(lockV, packetsV, bufLenV, pkt, [this] {
+    return appendBounded(lockV, packetsV, loadBound(bufLenV), pkt, [this](qint32 bound) {
         // settings["path"] is an inserting lookup: after the first report an
         // object without a "path" setting has one with a null value. Modules
         // have long relied on the key being there, so it stays that way.
+        // The name is printed as it is, whatever characters it holds.
         QDebug line = qDebug();
-        line.noquote() << QStringLiteral("[%1] bufV full %2").arg(name()).arg(bufLenV);
+        line.noquote() << QLatin1Char('[') + name() + QLatin1String("] bufV full ") + QString::number(bound);
         line.quote() << settings[QStringLiteral("path")].toString();
     });
 }
@@ -364,19 +428,29 @@ void VexaObject::sendInfoV(StreamInfo info)
     emit newInfoV(info);
 }
 
+// Without an application object there is no event loop to queue to: the
+// description is handled at once.
 bool VexaObject::invokeInfoA(StreamInfo info)
 {
+    if (!QCoreApplication::instance()) {
+        onNewInfoAPriv(info);
+        return true;
+    }
     return QMetaObject::invokeMethod(this, "onNewInfoAPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, info));
 }
 
 bool VexaObject::invokeInfoV(StreamInfo info)
 {
+    if (!QCoreApplication::instance()) {
+        onNewInfoVPriv(info);
+        return true;
+    }
     return QMetaObject::invokeMethod(this, "onNewInfoVPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, info));
 }
 
 void VexaObject::onNewInfoAPriv(StreamInfo info)
 {
-    if (state != started) {
+    if (loadState() != started) {
         pendingInfoA = info;
         return;
     }
@@ -386,7 +460,7 @@ void VexaObject::onNewInfoAPriv(StreamInfo info)
 
 void VexaObject::onNewInfoVPriv(StreamInfo info)
 {
-    if (state != started) {
+    if (loadState() != started) {
         pendingInfoV = info;
         return;
     }

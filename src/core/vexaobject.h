@@ -135,8 +135,13 @@ public:
     void memInit(int size);
 
     /**
-     * Stops if started, releases the named thread, unregisters the object and
-     * deletes it later in its own thread. The object must not be used after.
+     * Stops if started, gives back the worker-thread uses its start() calls
+     * took, unregisters the object, cuts every audio and video link into it
+     * and waits for the packet deliveries to it that were running, then
+     * deletes it later in its own thread (at once when there is no
+     * application object, onStop having run). The object must not be used
+     * after. A module must not destroy an object from inside a packet
+     * delivery to that same object.
      */
     void destroy();
 
@@ -187,6 +192,12 @@ private slots:
 
 private:
     friend class Vexa;
+    friend class VexaLinkTable;
+
+    // The state is written by the thread that starts, stops or destroys the
+    // object and read by senders and callers in others: always through these.
+    State loadState() const;
+    void storeState(State s);
 
     State state = created;
 

@@ -1,8 +1,10 @@
 #include "vexa.h"
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -24,6 +26,7 @@ extern "C" {
 #include "vexahi.h"
 #include "vexainputnet_p.h"
 #include "vexajson.h"
+#include "vexalinktable_p.h"
 #include "vexaobject.h"
 
 QMap<QString, VexaObject *> Vexa::objectMap;
@@ -35,9 +38,6 @@ QVariantMap Vexa::Config;
 bool Vexa::debug = false;
 
 namespace {
-
-const Qt::ConnectionType uniqueQueued = Qt::ConnectionType(Qt::UniqueConnection | Qt::QueuedConnection);
-const Qt::ConnectionType uniqueDirect = Qt::ConnectionType(Qt::UniqueConnection | Qt::DirectConnection);
 
 // The slots take the record under its short registered name.
 QGenericArgument streamInfoArg(const VexaObject::StreamInfo &info)
@@ -65,37 +65,18 @@ void fillPools(hi_vb_cfg &cfg, const QVariantList &pools, const char *listName)
     }
 }
 
-// The signatures of one stream kind's link, as SIGNAL() and SLOT() spell them.
-struct StreamLink {
-    const char *infoSignal;
-    const char *infoSlot;
-    const char *packetSignal;
-    const char *packetSlot;
-    const char *unlinkSlot;
-};
-
-const StreamLink audioLink{SIGNAL(newInfoA(StreamInfo)), SLOT(onNewInfoAPriv(StreamInfo)),
-                           SIGNAL(newPacketA(Packet)), SLOT(onNewPacketA(Packet)), "onUnLinkAPriv"};
-const StreamLink videoLink{SIGNAL(newInfoV(StreamInfo)), SLOT(onNewInfoVPriv(StreamInfo)),
-                           SIGNAL(newPacketV(Packet)), SLOT(onNewPacketV(Packet)), "onUnLinkVPriv"};
-
-// Descriptions travel queued into the destination's thread, packets directly
-// in the sender's. False when the pair is linked already (or Qt refused).
-bool connectStream(VexaObject *src, VexaObject *dst, const StreamLink &kind)
+// Queued into the receiver's thread, or a direct call when there is no
+// application object and so no event loop to queue to.
+Qt::ConnectionType hop()
 {
-    if (!QObject::connect(src, kind.infoSignal, dst, kind.infoSlot, uniqueQueued))
-        return false;
-    QObject::connect(src, kind.packetSignal, dst, kind.packetSlot, uniqueDirect);
-    return true;
+    return QCoreApplication::instance() ? Qt::QueuedConnection : Qt::DirectConnection;
 }
 
-// The unlink notice is queued whether or not a link existed, behind any
-// description the same source queued before.
-void disconnectStream(VexaObject *src, VexaObject *dst, const StreamLink &kind, const VexaObject::StreamInfo &info)
+// The unlink notice reaches the receiver whether or not a link existed,
+// behind any description the same source queued before.
+void noticeUnlink(VexaObject *dst, const char *slot, const VexaObject::StreamInfo &info)
 {
-    QObject::disconnect(src, kind.infoSignal, dst, kind.infoSlot);
-    QObject::disconnect(src, kind.packetSignal, dst, kind.packetSlot);
-    QMetaObject::invokeMethod(dst, kind.unlinkSlot, Qt::QueuedConnection, streamInfoArg(info));
+    QMetaObject::invokeMethod(dst, slot, hop(), streamInfoArg(info));
 }
 
 // A source's outgoing description as a destination receives it.
@@ -183,6 +164,10 @@ QThread *Vexa::newThread(QString &name, QThread::Priority priority)
     }
     if (!threadMap.contains(name)) {
         QThread *thread = new QThread();
+        // The thread object lives in the application thread, whose event loop
+        // deletes it once it has finished, whichever thread released it last.
+        if (QCoreApplication::instance())
+            thread->moveToThread(QCoreApplication::instance()->thread());
         threadMap.insert(name, thread);
         thread->setObjectName(name);
         thread->start(priority);
@@ -204,20 +189,32 @@ void Vexa::delThread(QString name)
 
     QThread *thread = threadMap.value(name);
     thread->requestInterruption();
-    // A direct quit() ends the event loop at its next turn and drops the calls
-    // already queued for the thread's objects (the onStop and the deferred
-    // delete that destroy() posted): the quit is queued behind them instead.
-    QObject *quitter = new QObject;
-    quitter->moveToThread(thread);
-    QMetaObject::invokeMethod(quitter, [thread, quitter] {
-        quitter->deleteLater();
+    if (!QCoreApplication::instance()) {
+        // No event loop delivers posted calls: quit at once, and free the
+        // thread object from a helper that waits for the thread to end.
         thread->quit();
-    }, Qt::QueuedConnection);
-    // Deleting a QThread that still runs aborts the process, and quit() only
-    // asks the event loop to end: the object goes once the thread finished.
-    QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
-    if (thread->isFinished())
-        thread->deleteLater();
+        std::thread([thread] {
+            thread->wait();
+            delete thread;
+        }).detach();
+    } else {
+        // A direct quit() ends the event loop at its next turn and drops the
+        // calls already queued for the thread's objects (the onStop and the
+        // deferred delete that destroy() posted): the quit is queued behind
+        // them instead.
+        QObject *quitter = new QObject;
+        quitter->moveToThread(thread);
+        QMetaObject::invokeMethod(quitter, [thread, quitter] {
+            quitter->deleteLater();
+            thread->quit();
+        }, Qt::QueuedConnection);
+        // Deleting a QThread that still runs aborts the process, and quit()
+        // only asks the event loop to end: the object goes once the thread
+        // finished, in the thread it lives in (the application thread).
+        QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+        if (thread->isFinished())
+            thread->deleteLater();
+    }
     threadCount.remove(name);
     threadMap.remove(name);
 }
@@ -226,32 +223,35 @@ void Vexa::delThread(QString name)
 
 VexaObject *Vexa::linkA(VexaObject *src, VexaObject *dst)
 {
-    if (connectStream(src, dst, audioLink) && src->outInfoA.type != 0)
+    if (VexaLinkTable::link(src, dst, VexaLinkTable::Audio) && src->outInfoA.type != 0)
         dst->invokeInfoA(fromSource(src->outInfoA, src));
     return dst;
 }
 
 VexaObject *Vexa::linkV(VexaObject *src, VexaObject *dst)
 {
-    if (connectStream(src, dst, videoLink) && src->outInfoV.type != 0)
+    if (VexaLinkTable::link(src, dst, VexaLinkTable::Video) && src->outInfoV.type != 0)
         dst->invokeInfoV(fromSource(src->outInfoV, src));
     return dst;
 }
 
 VexaObject *Vexa::linkE(VexaObject *src, VexaObject *dst)
 {
-    QObject::connect(src, SIGNAL(newEvent(QString,QVariant)), dst, SLOT(onNewEvent(QString,QVariant)), uniqueQueued);
+    QObject::connect(src, SIGNAL(newEvent(QString,QVariant)), dst, SLOT(onNewEvent(QString,QVariant)),
+                     Qt::ConnectionType(Qt::UniqueConnection | hop()));
     return dst;
 }
 
 void Vexa::unLinkA(VexaObject *src, VexaObject *dst)
 {
-    disconnectStream(src, dst, audioLink, fromSource(src->outInfoA, src));
+    VexaLinkTable::unlink(src, dst, VexaLinkTable::Audio);
+    noticeUnlink(dst, "onUnLinkAPriv", fromSource(src->outInfoA, src));
 }
 
 void Vexa::unLinkV(VexaObject *src, VexaObject *dst)
 {
-    disconnectStream(src, dst, videoLink, fromSource(src->outInfoV, src));
+    VexaLinkTable::unlink(src, dst, VexaLinkTable::Video);
+    noticeUnlink(dst, "onUnLinkVPriv", fromSource(src->outInfoV, src));
 }
 
 bool Vexa::unLinkE(VexaObject *src, VexaObject *dst)
@@ -400,7 +400,13 @@ QVariantMap Vexa::getVersion()
 
 void signalHandler(int)
 {
-    vexaQuitNetTimer();
+    const bool timerStopped = vexaStopNetTimer();
     VexaHi::mmzClear();
+    if (!timerStopped) {
+        // Destroying the still running static timer thread at exit would
+        // abort: end without static destructors, output flushed.
+        std::fflush(nullptr);
+        std::_Exit(0);
+    }
     std::exit(0);
 }

@@ -4,7 +4,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QMetaObject>
-#include <QMutexLocker>
 #include <QProcess>
 #include <QSocketNotifier>
 #include <QStandardPaths>
@@ -290,11 +289,9 @@ void Launcher::shutdown(int exitCode, const QString &why)
     auto alive = std::make_shared<QAtomicInt>(objects.size());
     for (VexaObject *obj : qAsConst(objects))
         connect(obj, &QObject::destroyed, this, [alive] { alive->deref(); }, Qt::DirectConnection);
-    QStringList names;
-    for (int i : order) {
-        names << objects.at(i)->name();
+    // destroy() gives back the worker threads the modules' starts took.
+    for (int i : order)
         objects.at(i)->destroy();
-    }
     QElapsedTimer wait;
     wait.start();
     while (alive->loadAcquire() > 0 && wait.elapsed() < 5000) {
@@ -302,17 +299,6 @@ void Launcher::shutdown(int exitCode, const QString &why)
         QThread::msleep(1);
     }
     objects.clear();
-    // Modules without a thread name ran in a thread named after themselves,
-    // which destroy() leaves in use; release it.
-    for (const QString &n : qAsConst(names)) {
-        bool known;
-        {
-            QMutexLocker locker(&Vexa::lockThread);
-            known = Vexa::threadMap.contains(n);
-        }
-        if (known && n != QLatin1String("main"))
-            Vexa::delThread(n);
-    }
     releaseMediaMemory();
     emit finished(code);
 }

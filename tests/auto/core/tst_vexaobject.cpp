@@ -366,6 +366,68 @@ private slots:
         QCOMPARE(trail.get(), (QStringList{"start", "stop", "dtor in own thread"}));
     }
 
+    // destroy() gives back exactly the thread uses the object's starts took:
+    // none for a never-started or "main" object, every one for restarts, the
+    // thread named after the object when threadName was empty; network
+    // inputs ("InputRtsp...") keep theirs.
+    void threadUsesGivenBack()
+    {
+        VexaProbe *user = makeProbe(QStringLiteral("uses_user"), QStringLiteral("uses_shared"));
+        VexaProbe *idle = makeProbe(QStringLiteral("uses_idle"), QStringLiteral("uses_shared"));
+        QVERIFY(user->start());
+        idle->destroy();
+        QCOMPARE(threadUses(QStringLiteral("uses_shared")), 1);
+        QVERIFY(user->invoke(QStringLiteral("ping"), 1).isValid()); // its thread still answers
+
+        VexaProbe *inMain = startInMain(QStringLiteral("uses_main"));
+        VexaProbe *restarted = makeProbe(QStringLiteral("uses_restart"), QStringLiteral("uses_shared"));
+        QVERIFY(restarted->start() && restarted->stop(true) && restarted->start());
+        QCOMPARE(threadUses(QStringLiteral("uses_shared")), 3);
+        inMain->destroy();
+        restarted->destroy();
+        QCOMPARE(threadUses(QStringLiteral("uses_shared")), 1);
+
+        VexaProbe *own = makeProbe(QStringLiteral("uses_own"));
+        QVERIFY(own->start());
+        QPointer<QThread> ownThread = own->thread();
+        QCOMPARE(ownThread->objectName(), QStringLiteral("uses_own"));
+        own->destroy();
+        QVERIFY(!Vexa::threadMap.contains(QStringLiteral("uses_own")));
+        QTRY_VERIFY(ownThread.isNull());
+
+        VexaProbe *rtsp = makeProbe(QStringLiteral("InputRtsp_uses"));
+        QVERIFY(rtsp->start());
+        rtsp->destroy();
+        QCOMPARE(threadUses(QStringLiteral("InputRtsp_uses")), 1);
+        Vexa::delThread(QStringLiteral("InputRtsp_uses"));
+        QVERIFY(retire({user}));
+    }
+
+    // stop(true), getData() and invoke() called from the object's own thread
+    // run directly instead of waiting for that thread's event loop.
+    void ownThreadCallsRunDirectly_data()
+    {
+        QTest::addColumn<QString>("threadName");
+        QTest::newRow("worker thread") << QString();
+        QTest::newRow("main") << QStringLiteral("main");
+    }
+    void ownThreadCallsRunDirectly()
+    {
+        QFETCH(QString, threadName);
+        VexaProbe *p = makeProbe(QStringLiteral("own_calls"), threadName);
+        QVERIFY(p->start(QVariantMap{{"k", 1}}));
+        QVariantList results;
+        QAtomicInt done;
+        QMetaObject::invokeMethod(p, [&] {
+            results << p->getData().value(QStringLiteral("k")) << p->invoke(QStringLiteral("ping"), 5)
+                    << p->stop(true) << p->hooks().last();
+            done.storeRelease(1);
+        }, Qt::QueuedConnection);
+        QTRY_VERIFY(done.loadAcquire());
+        QCOMPARE(results, (QVariantList{1, 5, true, QStringLiteral("stop")}));
+        QVERIFY(retire({p}));
+    }
+
     // Packets share their payload; descriptions copy their parameters on write.
     void recordCopies()
     {
@@ -441,6 +503,7 @@ private slots:
     // reads the "path" setting, which inserts a null one when missing.
     void fullQueueDebugLine_data()
     {
+        QTest::addColumn<QString>("name");
         QTest::addColumn<bool>("audio");
         QTest::addColumn<QVariantMap>("settings");
         QTest::addColumn<QString>("line");
@@ -448,17 +511,22 @@ private slots:
         const QVariantMap bound{{"bufLenA", 2}, {"bufLenV", 2}};
         QVariantMap withPath = bound;
         withPath.insert(QStringLiteral("path"), QStringLiteral("/dev/v0"));
-        QTest::newRow("audio") << true << bound << "[flow_debug] bufA full 2";
-        QTest::newRow("video without path") << false << bound << "[flow_debug] bufV full 2 \"\"";
-        QTest::newRow("video with path") << false << withPath << "[flow_debug] bufV full 2 \"/dev/v0\"";
+        const QString name = QStringLiteral("flow_debug");
+        QTest::newRow("audio") << name << true << bound << "[flow_debug] bufA full 2";
+        QTest::newRow("video without path") << name << false << bound << "[flow_debug] bufV full 2 \"\"";
+        QTest::newRow("video with path") << name << false << withPath << "[flow_debug] bufV full 2 \"/dev/v0\"";
+        // Names are printed verbatim, whatever placeholders they hold.
+        QTest::newRow("audio, odd name") << "flow_%1%2%s" << true << bound << "[flow_%1%2%s] bufA full 2";
+        QTest::newRow("video, odd name") << "flow_%1%2%s" << false << withPath << "[flow_%1%2%s] bufV full 2 \"/dev/v0\"";
     }
     void fullQueueDebugLine()
     {
+        QFETCH(QString, name);
         QFETCH(bool, audio);
         QFETCH(QVariantMap, settings);
         QFETCH(QString, line);
 
-        VexaProbe *p = startInMain(QStringLiteral("flow_debug"), settings);
+        VexaProbe *p = startInMain(name, settings);
         Vexa::debug = true;
         QTest::ignoreMessage(QtDebugMsg, qPrintable(line));
         for (int i = 0; i < 2; ++i)

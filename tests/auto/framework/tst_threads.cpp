@@ -2,6 +2,9 @@
 // "oneself_N" names, and the last release stopping the thread. Only
 // generatedNames() asks for empty names, so it sees a fresh registry.
 
+#include <algorithm>
+#include <thread>
+
 #include <QCoreApplication>
 #include <QPointer>
 #include <QSemaphore>
@@ -97,6 +100,21 @@ private slots:
         Vexa::delThread(name);
         Vexa::delThread(name);
         QTRY_VERIFY(t.isNull());
+    }
+
+    // Threads asked for and released from threads without an event loop (a
+    // std::thread, a capture callback) are still freed once they finished.
+    void releasedFromPlainThreads()
+    {
+        QVector<QPointer<QThread>> threads;
+        std::thread([&] {
+            for (int i = 0; i < 20; ++i) {
+                QString name = QStringLiteral("thr_plain_%1").arg(i);
+                threads << Vexa::newThread(name);
+                Vexa::delThread(name);
+            }
+        }).join();
+        QTRY_VERIFY(std::all_of(threads.begin(), threads.end(), [](const QPointer<QThread> &t) { return t.isNull(); }));
     }
 };
 

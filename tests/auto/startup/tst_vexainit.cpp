@@ -26,14 +26,6 @@
 #include <vexahi.h>
 #include <vexajson.h>
 
-// The network-input module's timer thread, as a module library defines it.
-class __attribute__((visibility("default"))) VexaInputNet
-{
-public:
-    static QThread timerThread;
-};
-QThread VexaInputNet::timerThread;
-
 namespace {
 
 QStringList callNames()
@@ -69,27 +61,6 @@ int childMode(const QString &mode, const QString &arg)
         Vexa::setConfig(arg);
         Vexa::init(true);
         return 0;
-    }
-    if (mode == QLatin1String("--sigint")) {
-        static int argc = 1;
-        static char name[] = "tst_vexainit";
-        static char *argv[] = {name, nullptr};
-        new QCoreApplication(argc, argv); // the timer thread runs an event loop
-        Vexa::setConfig(arg);
-        Vexa::init(true);
-        unsigned int phys = 0;
-        void *virt = nullptr;
-        VexaHi::mmzAlloc(&phys, &virt, 4096, false, "a", nullptr);
-        VexaHi::mmzAlloc(&phys, &virt, 8192, true, "b", nullptr);
-        VexaInputNet::timerThread.start();
-        std::atexit([] {
-            // Runs inside exit(0), before the timer thread object is destroyed.
-            const bool stopped = VexaInputNet::timerThread.wait(10000);
-            std::printf("mmz left %d, timer %s\n", vx_model_mmz_count(), stopped ? "stopped" : "running");
-            std::fflush(stdout);
-        });
-        std::raise(SIGINT);
-        return 3; // not reached: the handler exits
     }
     return 2;
 }
@@ -312,14 +283,31 @@ private slots:
         QVERIFY2(err.contains("init system failed"), err.constData());
     }
 
+    // The interrupt handler stops the network-input timer thread, whichever
+    // way its module library came in, frees the media memory and ends the
+    // process with status 0.
+    void sigint_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<QByteArray>("output");
+        const QString plain = QStringLiteral(VEXA_SIGINT_CHILD);
+        QTest::newRow("linked") << QStringLiteral(VEXA_SIGINT_CHILD_LINKED) << "linked" << QByteArray("mmz left 0, timer stopped");
+        QTest::newRow("QLibrary") << plain << "qlibrary" << QByteArray("mmz left 0, timer stopped");
+        QTest::newRow("dlopen") << plain << "dlopen" << QByteArray("mmz left 0, timer stopped");
+        QTest::newRow("no module") << plain << "none" << QByteArray("mmz left 0, timer absent");
+    }
     void sigint()
     {
+        QFETCH(QString, program);
+        QFETCH(QString, mode);
+        QFETCH(QByteArray, output);
+        const QString board = writeBoard(QVariantMap{{"videoBuffer", QVariantMap{{"sys", pools(1)}}}});
         QProcess child;
-        QVERIFY(VexaTest::runSelf(child, {"--sigint", writeBoard(QVariantMap{{"videoBuffer", QVariantMap{{"sys", pools(1)}}}})}));
-        const QByteArray out = child.readAllStandardOutput();
+        QVERIFY(VexaTest::run(child, program, {mode, board, QStringLiteral(VEXA_NETINPUT_TIMER_LIB)}));
         QCOMPARE(child.exitStatus(), QProcess::NormalExit);
         QCOMPARE(child.exitCode(), 0);
-        QCOMPARE(out.trimmed(), QByteArray("mmz left 0, timer stopped"));
+        QCOMPARE(child.readAllStandardOutput().trimmed(), output);
     }
 };
 
@@ -327,7 +315,7 @@ int main(int argc, char **argv)
 {
     if (argc >= 2 && QByteArray(argv[1]).startsWith("--") && QByteArray(argv[1]) != "--") {
         const QString mode = QString::fromLocal8Bit(argv[1]);
-        if (mode == "--config-empty" || mode == "--init-fails" || mode == "--sigint")
+        if (mode == "--config-empty" || mode == "--init-fails")
             return childMode(mode, argc >= 3 ? QString::fromLocal8Bit(argv[2]) : QString());
     }
     QCoreApplication app(argc, argv);

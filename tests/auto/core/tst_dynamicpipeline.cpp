@@ -1,0 +1,182 @@
+// Receivers linked, started, unlinked and destroyed while a source sends as
+// fast as it can from its own thread. After unLinkV returns no delivery from
+// the source runs in the receiver or starts; destroy() deletes a receiver
+// only once every delivery to it has returned (the sanitizer build catches a
+// hook running in freed memory); a receiver linked throughout gets every
+// packet; and the process's threads and memory stay flat over the run.
+// Its own process: the thread count is the whole process's.
+
+#include <thread>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QMutex>
+#include <QPointer>
+#include <QtTest>
+
+#include <Vexa>
+#include <VexaObject>
+
+class VexaStressSink : public VexaObject
+{
+    Q_OBJECT
+
+public:
+    Q_INVOKABLE explicit VexaStressSink(QObject *parent = nullptr) : VexaObject(parent) {}
+
+    QAtomicInt inside;              // deliveries running in the hook now
+    QAtomicInteger<qint64> received; // hook calls
+    bool queue = true;              // hand packets to the bounded queue, as a worker module does
+
+protected:
+    void onNewPacketV(Packet p) override
+    {
+        inside.ref();
+        received.ref();
+        if (queue)
+            bufferPacketV(p);
+        inside.deref();
+    }
+};
+
+namespace {
+
+int processThreads()
+{
+    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+}
+
+// Resident memory in kB, from /proc/self/status.
+qint64 residentKb()
+{
+    QFile f(QStringLiteral("/proc/self/status"));
+    if (!f.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : f.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    }
+    return 0;
+}
+
+bool sanitized()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return true;
+#else
+    return false;
+#endif
+}
+
+int cycles()
+{
+    const int fromEnv = qEnvironmentVariableIntValue("VEXA_STRESS_CYCLES");
+    return fromEnv > 0 ? fromEnv : 10000;
+}
+
+} // namespace
+
+class tst_DynamicPipeline : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        Vexa::init(false);
+        qRegisterMetaType<VexaStressSink *>("VexaStressSink");
+    }
+
+    void receiversComeAndGoWhileSending()
+    {
+        auto *source = qobject_cast<VexaStressSink *>(Vexa::create(QStringLiteral("StressSink"), QStringLiteral("dyn_source")));
+        auto *keeper = qobject_cast<VexaStressSink *>(Vexa::create(QStringLiteral("StressSink"), QStringLiteral("dyn_keeper")));
+        keeper->queue = false;
+        source->linkV(keeper);
+        QVERIFY(source->start() && keeper->start());
+
+        QAtomicInt stop, sending;
+        QAtomicInteger<qint64> sent;
+        QMetaObject::invokeMethod(source, [&] {
+            sending.storeRelease(1);
+            VexaObject::Packet p;
+            while (!stop.loadAcquire()) {
+                ++p.pts;
+                source->sendPacketV(p);
+                sent.storeRelease(p.pts);
+            }
+            sending.storeRelease(2);
+        });
+        QTRY_COMPARE(sending.loadAcquire(), 1);
+
+        // Warm up once, so that the baseline counts the threads and memory a
+        // running pipeline needs anyway.
+        QMutex factory; // create() and the registry are not locked
+        QAtomicInt failures;
+        const auto churn = [&](int n, QString *why) {
+            for (int i = 0; i < n; ++i) {
+                VexaStressSink *r;
+                {
+                    QMutexLocker locker(&factory);
+                    r = qobject_cast<VexaStressSink *>(Vexa::create(QStringLiteral("StressSink")));
+                }
+                r->start(QVariantMap{{"bufLenV", 20}});
+                source->linkV(r);
+                for (int spin = 0; spin < 20 && r->received.loadAcquire() == 0; ++spin)
+                    std::this_thread::yield();
+                source->unLinkV(r);
+                const qint64 atUnlink = r->received.loadAcquire();
+                if (r->inside.loadAcquire() != 0) {
+                    *why = QStringLiteral("a delivery still ran after unLinkV returned");
+                    failures.ref();
+                }
+                for (int spin = 0; spin < 3; ++spin)
+                    std::this_thread::yield();
+                if (r->received.loadAcquire() != atUnlink) {
+                    *why = QStringLiteral("a delivery started after unLinkV returned");
+                    failures.ref();
+                }
+                QMutexLocker locker(&factory);
+                r->destroy();
+            }
+        };
+        const auto run = [&](int n) {
+            QString why1, why2;
+            QAtomicInt done;
+            std::thread a([&] { churn(n / 2, &why1); done.ref(); });
+            std::thread b([&] { churn(n - n / 2, &why2); done.ref(); });
+            QTRY_VERIFY_WITH_TIMEOUT(done.loadAcquire() == 2, 600000);
+            a.join();
+            b.join();
+            QVERIFY2(failures.loadAcquire() == 0, qPrintable(why1 + why2));
+        };
+
+        run(200);
+        QTRY_VERIFY_WITH_TIMEOUT(Vexa::threadMap.size() == 2, 30000);
+        QTest::qWait(100);
+        const int threadsBefore = processThreads();
+        const qint64 memoryBefore = residentKb();
+
+        run(cycles());
+
+        // Every receiver's thread ends once released; the process is back
+        // where it was, its memory too (but for the sanitizers' own keeping).
+        QTRY_VERIFY_WITH_TIMEOUT(Vexa::threadMap.size() == 2, 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(processThreads() <= threadsBefore, 30000);
+        const qint64 grown = residentKb() - memoryBefore;
+        if (!sanitized())
+            QVERIFY2(grown < 16 * 1024, qPrintable(QStringLiteral("resident memory grew by %1 kB").arg(grown)));
+
+        stop.storeRelease(1);
+        QTRY_COMPARE(sending.loadAcquire(), 2);
+        QCOMPARE(keeper->received.loadAcquire(), sent.loadAcquire());
+        QVERIFY(Vexa::objectMap.size() == 2);
+        for (VexaObject *o : {static_cast<VexaObject *>(source), static_cast<VexaObject *>(keeper)})
+            o->destroy();
+        QTRY_VERIFY_WITH_TIMEOUT(Vexa::threadMap.isEmpty(), 30000);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_DynamicPipeline)
+#include "tst_dynamicpipeline.moc"
