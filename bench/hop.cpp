@@ -10,7 +10,12 @@
 //    under a flood, and latency p50/p99 at a paced 10,000 packets per second
 //    with the default bound of 20.
 //
-//   vexa_bench_hop [--quick]
+// 3. With --callgrind, only the hop loops of 1. for K = 4 and 16, each
+//    bracketed by callgrind client requests, for an instruction count that
+//    does not swing with the machine's load: run it through
+//    bench/hop-callgrind.sh, which prints instructions per hop and ratios.
+//
+//   vexa_bench_hop [--quick | --callgrind]
 
 #include <algorithm>
 #include <atomic>
@@ -26,6 +31,13 @@
 
 #include <Vexa>
 #include <VexaObject>
+
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#else
+#define CALLGRIND_ZERO_STATS
+#define CALLGRIND_DUMP_STATS_AT(label) ((void)(label))
+#endif
 
 using Clock = std::chrono::steady_clock;
 using Packet = VexaObject::Packet;
@@ -142,6 +154,21 @@ static double least(const std::vector<double> &v)
     return *std::min_element(v.begin(), v.end());
 }
 
+// Names the callgrind dump of the hop loop about to run; empty: no dump.
+static const char *dumpLabel = "";
+
+static void loopStarts()
+{
+    if (*dumpLabel)
+        CALLGRIND_ZERO_STATS;
+}
+
+static void loopEnded()
+{
+    if (*dumpLabel)
+        CALLGRIND_DUMP_STATS_AT(dumpLabel);
+}
+
 // ns per packet per hop through K module relays.
 static double runVexa(int k, int packets)
 {
@@ -156,12 +183,14 @@ static double runVexa(int k, int packets)
     }
     Packet p;
     p.tag = 0;
+    loopStarts();
     const qint64 t0 = nowNs();
     for (int i = 0; i < packets; ++i) {
         p.pts = i;
         source.sendPacketV(p);
     }
     const qint64 t1 = nowNs();
+    loopEnded();
     for (VexaBenchRelay *r : chain)
         delete r;
     return double(t1 - t0) / packets / k;
@@ -180,12 +209,14 @@ static double runRaw(int k, int packets)
     }
     Packet p;
     p.tag = 0;
+    loopStarts();
     const qint64 t0 = nowNs();
     for (int i = 0; i < packets; ++i) {
         p.pts = i;
         source.send(p);
     }
     const qint64 t1 = nowNs();
+    loopEnded();
     for (RawRelay *r : chain)
         delete r;
     return double(t1 - t0) / packets / k;
@@ -247,6 +278,23 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     const bool quick = argc > 1 && std::strcmp(argv[1], "--quick") == 0;
     Vexa::init(false);
+
+    if (argc > 1 && std::strcmp(argv[1], "--callgrind") == 0) {
+        // Dumps named "<chain> K=<k> packets=<n>"; the loops run once warm.
+        const int packets = 20000;
+        static char label[64];
+        for (int k : {4, 16}) {
+            runVexa(k, packets / 10);
+            runRaw(k, packets / 10);
+            std::snprintf(label, sizeof label, "module K=%d packets=%d", k, packets);
+            dumpLabel = label;
+            runVexa(k, packets);
+            std::snprintf(label, sizeof label, "plain K=%d packets=%d", k, packets);
+            runRaw(k, packets);
+            dumpLabel = "";
+        }
+        return 0;
+    }
 
     std::printf("machine: %s, %s, %d hardware threads\n", qPrintable(QSysInfo::prettyProductName()),
                 qPrintable(QSysInfo::currentCpuArchitecture()), QThread::idealThreadCount());

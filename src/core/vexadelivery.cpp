@@ -39,7 +39,6 @@ thread_local ThreadExit threadExit;
 
 } // namespace
 
-thread_local VexaDelivery::ThreadRecord *VexaDelivery::current = nullptr;
 // Decided when the library is loaded, before any packet is sent.
 std::atomic<bool> VexaDelivery::sendersFence{!expeditedBarrier()};
 
@@ -72,32 +71,29 @@ void VexaDelivery::waitForDeliveries(const VexaObject *source)
     }
 
     struct Pending {
-        const Frame *frame;
-        quint64 word;
+        const ThreadRecord *record;
+        quint64 serial;
     };
     QVarLengthArray<Pending, 8> pending;
     for (ThreadRecord *r = records.load(std::memory_order_acquire); r; r = r->next) {
         if (r == current || !r->inUse.load(std::memory_order_acquire))
             continue;
-        // The outermost running delivery from the source contains any deeper
-        // one; with every recorded level taken, the deepest one may contain
-        // unrecorded deliveries from it.
-        for (int i = 0; i < MaxDepth; ++i) {
-            const Frame &f = r->frames[i];
-            const quint64 word = f.word.load(std::memory_order_acquire);
-            if (!(word & 1))
-                break;
-            if (f.source.load(std::memory_order_relaxed) == source || i == MaxDepth - 1) {
-                pending.append({&f, word});
-                break;
-            }
-        }
+        const quint64 state = r->state.load(std::memory_order_acquire);
+        const quint64 depth = state & DepthMask;
+        bool involved = depth > quint64(MaxDepth); // unrecorded levels may hold it
+        for (quint64 i = 0; i < depth && i < quint64(MaxDepth) && !involved; ++i)
+            involved = r->sources[i].load(std::memory_order_relaxed) == source;
+        if (involved)
+            pending.append({r, state >> DepthBits});
     }
 
-    // A delivery has returned once its frame's word changed: it was popped,
-    // or another delivery took its place.
+    // The outermost delivery that contains the source's has returned once
+    // the thread is at depth 0 or another outermost delivery began.
     for (const Pending &p : pending) {
-        for (int spins = 0; p.frame->word.load(std::memory_order_acquire) == p.word; ++spins) {
+        for (int spins = 0;; ++spins) {
+            const quint64 state = p.record->state.load(std::memory_order_acquire);
+            if ((state & DepthMask) == 0 || (state >> DepthBits) != p.serial)
+                break;
             if (spins < 64)
                 QThread::yieldCurrentThread();
             else

@@ -14,9 +14,10 @@ class VexaObject;
 
 /**
  * Keeps, per thread, the stack of sources whose packets that thread is
- * delivering right now (sendPacketA/V emitting into direct links), and lets
- * another thread wait until every delivery from one source that may still
- * reach a receiver it just disconnected has returned.
+ * delivering right now (sendPacketA/V emitting into direct links; a relay
+ * sending from its packet hook nests one level deeper), and lets another
+ * thread wait until every delivery from one source that may still reach a
+ * receiver it just disconnected has returned.
  *
  * The sending side only writes its own thread's record (no read-modify-write,
  * no lock): a send costs a few plain stores. The waiting side makes the
@@ -26,25 +27,21 @@ class VexaObject;
 class VexaDelivery
 {
 public:
-    // Deeper chains (a relay inside a relay ...) than this are not recorded
-    // one by one: a waiter then waits for the deepest recorded delivery,
-    // which contains them.
+    // Sources recorded per thread; deeper nesting is counted but not
+    // recorded, and a waiter then waits for the thread's whole delivery.
     static constexpr int MaxDepth = 32;
-
-    struct Frame {
-        std::atomic<const VexaObject *> source{nullptr};
-        // serial << 1 | 1 while the delivery runs, serial << 1 once it returned.
-        std::atomic<quint64> word{0};
-    };
+    static constexpr int DepthBits = 16;
+    static constexpr quint64 DepthMask = (quint64(1) << DepthBits) - 1;
 
     // One per thread that ever sent a packet; never freed, taken over by a
     // later thread once its own thread has ended.
     struct ThreadRecord {
-        int depth = 0;      // the owning thread's only
-        quint64 pushes = 0; // the owning thread's only
+        // serial << DepthBits | depth. The serial counts the thread's
+        // outermost deliveries; depth 0: not delivering.
+        std::atomic<quint64> state{0};
         std::atomic<bool> inUse{true};
         ThreadRecord *next = nullptr;
-        Frame frames[MaxDepth];
+        std::atomic<const VexaObject *> sources[MaxDepth];
     };
 
     /** Marks the calling thread as delivering packets from @p source for the scope's lifetime. */
@@ -57,30 +54,25 @@ public:
             if (Q_UNLIKELY(!r))
                 r = attach();
             record = r;
-            level = r->depth++;
-            if (Q_LIKELY(level < MaxDepth)) {
-                word = ++r->pushes << 1;
-                r->frames[level].source.store(source, std::memory_order_relaxed);
-                r->frames[level].word.store(word | 1, std::memory_order_release);
-            }
-            // The frame must be visible before the connection list is read.
+            // Only this thread writes its state: no read-modify-write.
+            const quint64 s = r->state.load(std::memory_order_relaxed);
+            const quint64 depth = s & DepthMask;
+            if (Q_LIKELY(depth < MaxDepth))
+                r->sources[depth].store(source, std::memory_order_relaxed);
+            pushed = s + 1 + (depth == 0 ? (quint64(1) << DepthBits) : 0);
+            r->state.store(pushed, std::memory_order_release);
+            // The record must be visible before the connection list is read.
             if (Q_UNLIKELY(sendersFence.load(std::memory_order_relaxed)))
                 std::atomic_thread_fence(std::memory_order_seq_cst);
             else
                 std::atomic_signal_fence(std::memory_order_seq_cst);
         }
-        ~Scope()
-        {
-            if (Q_LIKELY(level < MaxDepth))
-                record->frames[level].word.store(word, std::memory_order_release);
-            record->depth = level;
-        }
+        ~Scope() { record->state.store(pushed - 1, std::memory_order_release); }
         Q_DISABLE_COPY(Scope)
 
     private:
         ThreadRecord *record;
-        int level;
-        quint64 word = 0;
+        quint64 pushed;
     };
 
     /**
@@ -95,7 +87,8 @@ public:
 private:
     static ThreadRecord *attach();
 
-    static thread_local ThreadRecord *current __attribute__((tls_model("initial-exec")));
+    // Constant-initialised here, so reading it needs no per-access check.
+    static inline thread_local ThreadRecord *current __attribute__((tls_model("initial-exec"))) = nullptr;
     static std::atomic<bool> sendersFence;
 };
 

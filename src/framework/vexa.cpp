@@ -197,7 +197,15 @@ void Vexa::delThread(QString name)
             thread->wait();
             delete thread;
         }).detach();
+    } else if (thread->isFinished()) {
+        thread->deleteLater();
     } else {
+        // Deleting a QThread that still runs aborts the process, and quit()
+        // only asks the event loop to end: the object goes once the thread
+        // finished, in the thread it lives in (the application thread). It
+        // may go as soon as the quit below is posted: nothing here touches it
+        // after that.
+        QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
         // A direct quit() ends the event loop at its next turn and drops the
         // calls already queued for the thread's objects (the onStop and the
         // deferred delete that destroy() posted): the quit is queued behind
@@ -208,12 +216,6 @@ void Vexa::delThread(QString name)
             quitter->deleteLater();
             thread->quit();
         }, Qt::QueuedConnection);
-        // Deleting a QThread that still runs aborts the process, and quit()
-        // only asks the event loop to end: the object goes once the thread
-        // finished, in the thread it lives in (the application thread).
-        QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
-        if (thread->isFinished())
-            thread->deleteLater();
     }
     threadCount.remove(name);
     threadMap.remove(name);

@@ -63,8 +63,11 @@ public:
     static QThread *newThread(QString &name, QThread::Priority priority = QThread::InheritPriority);
     /**
      * Releases one use of the thread @p name; the last release asks the thread
-     * to stop and deletes its QThread once it has finished. Unknown names are
-     * ignored. Thread: thread-safe (lockThread); never waits.
+     * to stop (behind the calls already queued for it; at once when there is
+     * no application object) and frees its QThread once it has finished,
+     * whichever thread released it. Unknown names are ignored.
+     * VexaObject::destroy() releases the uses its object's start() took.
+     * Thread: thread-safe (lockThread); never waits.
      */
     static void delThread(QString name);
 
@@ -78,15 +81,21 @@ public:
 
     /**
      * Links src's audio output to dst: descriptions arrive queued in dst's
-     * thread, packets directly in the sender's thread. A link that exists is
-     * left alone and sends nothing; a new one receives src's current outInfoA.
-     * Returns dst. Thread: thread-safe.
+     * thread (directly without an application object), packets directly in
+     * the sender's thread. A link that exists is left alone and sends
+     * nothing; a new one receives src's current outInfoA. A destroyed dst is
+     * not linked. Returns dst. Thread: thread-safe.
      */
     static VexaObject *linkA(VexaObject *src, VexaObject *dst);
     static VexaObject *linkV(VexaObject *src, VexaObject *dst);
     /** Links src's events to dst's onNewEvent (queued). Returns dst. */
     static VexaObject *linkE(VexaObject *src, VexaObject *dst);
-    /** Breaks the audio link and always queues onUnLinkAPriv at dst. */
+    /**
+     * Breaks the audio link, waits until no packet delivery from src into
+     * dst is running (one the calling thread is inside excepted), then always
+     * queues onUnLinkAPriv at dst (calls it directly without an application
+     * object). Never call it from a packet hook of dst while src delivers.
+     */
     static void unLinkA(VexaObject *src, VexaObject *dst);
     static void unLinkV(VexaObject *src, VexaObject *dst);
     /** Breaks the event link; true when a connection was removed. */
