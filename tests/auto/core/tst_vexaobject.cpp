@@ -428,6 +428,31 @@ private slots:
         QVERIFY(retire({p}));
     }
 
+    // The state changes in one thread (stop, start) while others ask the
+    // object through getData() and invoke(), which read it.
+    void stateReadWhileChanging()
+    {
+        VexaProbe *p = makeProbe(QStringLiteral("state_race"));
+        QVERIFY(p->start());
+        QAtomicInt done;
+        std::thread toggler([&] {
+            for (int i = 0; i < 200; ++i) {
+                p->stop(true);
+                p->start();
+            }
+            done.storeRelease(1);
+        });
+        int answered = 0;
+        while (!done.loadAcquire()) {
+            answered += p->invoke(QStringLiteral("ping"), 1).isValid();
+            p->getData();
+        }
+        toggler.join();
+        QVERIFY(answered >= 0);
+        QCOMPARE(p->getState(), QStringLiteral("started"));
+        QVERIFY(retire({p}));
+    }
+
     // Packets share their payload; descriptions copy their parameters on write.
     void recordCopies()
     {
@@ -628,13 +653,16 @@ private slots:
     void producersAndDrainer_data()
     {
         QTest::addColumn<int>("bound");
-        QTest::newRow("bound 20") << 20;
-        QTest::newRow("bound 3") << 3;
-        QTest::newRow("unbounded") << -1;
+        QTest::addColumn<bool>("rebound"); // the bound changes while the producers send
+        QTest::newRow("bound 20") << 20 << false;
+        QTest::newRow("bound 3") << 3 << false;
+        QTest::newRow("unbounded") << -1 << false;
+        QTest::newRow("bound changed while sending") << 20 << true;
     }
     void producersAndDrainer()
     {
         QFETCH(int, bound);
+        QFETCH(bool, rebound);
         const int producers = 4;
         const int perProducer = 20000;
 
@@ -675,6 +703,10 @@ private slots:
                 }
                 producing.ref();
             });
+        }
+        for (int i = 0; rebound && producing.loadAcquire() < producers; ++i) {
+            consumer->setData(QVariantMap{{"bufLenV", i % 2 ? 3 : 20}});
+            QTest::qWait(1);
         }
         QTRY_VERIFY_WITH_TIMEOUT(producing.loadAcquire() == producers, 300000);
         stop.storeRelease(1);
