@@ -9,6 +9,7 @@
 #include <QMetaEnum>
 
 #include "vexa.h"
+#include "vexacorelog_p.h"
 #include "vexajson.h"
 
 namespace {
@@ -336,7 +337,7 @@ void VexaObject::sendPacketV(Packet pkt)
 bool VexaObject::bufferPacketA(Packet pkt)
 {
     return appendBounded(lockA, packetsA, bufLenA, pkt, [this] {
-        qDebug("[%s] bufA full %d", qUtf8Printable(name()), bufLenA);
+        qCDebug(lcVexaCore, "[%s] bufA full %d", qUtf8Printable(name()), bufLenA);
     });
 }
 
@@ -345,8 +346,9 @@ bool VexaObject::bufferPacketV(Packet pkt)
     return appendBounded(lockV, packetsV, bufLenV, pkt, [this] {
         // settings["path"] is an inserting lookup: after the first report an
         // object without a "path" setting has one with a null value. Modules
-        // have long relied on the key being there, so it stays that way.
-        QDebug line = qDebug();
+        // have long relied on the key being there, so it stays that way, also
+        // when the category's debug level is switched off.
+        QDebug line = QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).debug(lcVexaCore());
         line.noquote() << QStringLiteral("[%1] bufV full %2").arg(name()).arg(bufLenV);
         line.quote() << settings[QStringLiteral("path")].toString();
     });

@@ -1,10 +1,9 @@
 #include "hivpss.h"
 
-#include <QDebug>
-
 #include <cstring>
 
 #include "hi_mpi_vpss.h"
+#include "vexaplatformlog_p.h"
 #include "vxenum_p.h"
 
 // The size every group starts with and every channel is enabled at.
@@ -31,7 +30,7 @@ bool HiVpss::validChn(int chn, const char *method) const
 {
     if (chn >= 0 && chn < channelCount)
         return true;
-    qDebug("HiVpss::%s: no channel %d in group %d", method, chn, grp);
+    qCDebug(lcVexaPlatform, "HiVpss::%s: no channel %d in group %d", method, chn, grp);
     return false;
 }
 
@@ -61,12 +60,12 @@ int HiVpss::init()
 
     hi_s32 ret = hi_mpi_vpss_create_grp(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_CreateGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_CreateGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
         return -1;
     }
     ret = hi_mpi_vpss_start_grp(grp);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_StartGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_StartGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
         return -1;
     }
     return grp;
@@ -97,7 +96,7 @@ bool HiVpss::enableChn(int chn, bool userMode)
     std::memset(&attr, 0, sizeof(attr));
     hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_get_chn_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_get_chn_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     attr.chn_mode = userMode ? HI_VPSS_CHN_MODE_USER : HI_VPSS_CHN_MODE_AUTO;
@@ -110,12 +109,12 @@ bool HiVpss::enableChn(int chn, bool userMode)
     attr.aspect_ratio.mode = HI_ASPECT_RATIO_NONE;
     ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_chn_attr enable failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr enable failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     ret = hi_mpi_vpss_enable_chn(grp, chn);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_EnableChn failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_EnableChn failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
 
@@ -146,7 +145,7 @@ bool HiVpss::resizeChn(int chn, int width, int height, bool keepAspect)
     std::memset(&attr, 0, sizeof(attr));
     hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
         return false;
     }
     attr.width = static_cast<hi_u32>(width);
@@ -154,7 +153,7 @@ bool HiVpss::resizeChn(int chn, int width, int height, bool keepAspect)
     attr.aspect_ratio.mode = keepAspect ? HI_ASPECT_RATIO_AUTO : HI_ASPECT_RATIO_NONE;
     ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
 
@@ -182,7 +181,7 @@ void HiVpss::setMax(int width, int height)
     std::memset(&attr, 0, sizeof(attr));
     const hi_s32 ret = hi_mpi_vpss_get_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_get_grp_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_get_grp_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
         return;
     }
     attr.max_width = static_cast<hi_u32>(maxWidth);
@@ -229,7 +228,7 @@ bool HiVpss::setFramerate(int dst, int src)
     std::memset(&attr, 0, sizeof(attr));
     hi_s32 ret = hi_mpi_vpss_get_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_get_grp_attr failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_get_grp_attr failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
         return false;
     }
     attr.frame_rate.src_frame_rate = src == -1 ? 30 : src;
@@ -238,7 +237,7 @@ bool HiVpss::setFramerate(int dst, int src)
         attr.frame_rate.src_frame_rate = -1; // both -1: no frame-rate control
     ret = hi_mpi_vpss_set_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_SetGrpFrameRate failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_SetGrpFrameRate failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
         return false;
     }
     return true;
@@ -253,13 +252,13 @@ static bool changeChnAttr(int grp, int chn, Change change)
     std::memset(&attr, 0, sizeof(attr));
     hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
         return false;
     }
     change(attr);
     ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     return true;
@@ -300,7 +299,7 @@ bool HiVpss::setDelay(int delay)
 {
     const hi_s32 ret = hi_mpi_vpss_set_grp_delay(grp, static_cast<hi_u32>(delay));
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_grp_delay failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_grp_delay failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     return true;

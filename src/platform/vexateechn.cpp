@@ -1,6 +1,5 @@
 #include "vexateechn.h"
 
-#include <QDebug>
 #include <QMutexLocker>
 #include <QtMath>
 
@@ -8,6 +7,7 @@
 
 #include "hi_mpi_vpss.h"
 #include "hivpss.h"
+#include "vexaplatformlog_p.h"
 #include "vexatee.h"
 #include "vxenum_p.h"
 
@@ -26,7 +26,7 @@ bool VexaTeeChn::hasGroup(const char *method) const
 {
     if (vpss)
         return true;
-    qDebug("VexaTeeChn::%s: channel %d has no VPSS group", method, chn);
+    qCDebug(lcVexaPlatform, "VexaTeeChn::%s: channel %d has no VPSS group", method, chn);
     return false;
 }
 
@@ -70,7 +70,7 @@ bool VexaTeeChn::rotateChn(int degrees)
     if (chn >= 0 && chn < HiVpss::channelCount)
         vpss->chns[chn].rotation = degrees;
     if (ret != HI_SUCCESS)
-        qDebug("hi_mpi_vpss_set_chn_rotation %#x %d,%d", static_cast<unsigned>(ret), grp, chn);
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_rotation %#x %d,%d", static_cast<unsigned>(ret), grp, chn);
     return true;
 }
 
@@ -105,7 +105,7 @@ bool VexaTeeChn::crop(double x, double y, double width, double height, bool pixe
     }
     const hi_s32 ret = hi_mpi_vpss_set_grp_crop(vpss->getId(), &info);
     if (ret != HI_SUCCESS)
-        qDebug("HI_MPI_VPSS_SetGrpCrop failed with %#x", static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_SetGrpCrop failed with %#x", static_cast<unsigned>(ret));
     return true;
 }
 
