@@ -4,11 +4,54 @@
 
 #include "hi_mpi_vpss.h"
 #include "vexaplatformlog_p.h"
-#include "vxenum_p.h"
+#include "vx_mpi_vpss_p.h"
 
-// The size every group starts with and every channel is enabled at.
-static const hi_u32 kDefaultWidth = 1920;
-static const hi_u32 kDefaultHeight = 1080;
+namespace {
+
+const hi_u32 kDefaultWidth = HiVpss::defaultWidth;
+const hi_u32 kDefaultHeight = HiVpss::defaultHeight;
+// Group ids below this one are left to other users of the VPSS.
+const int kFirstGroupId = 4;
+// -1 for both frame rates: no frame-rate control.
+const hi_s32 kNoRateControl = -1;
+// The input rate assumed when setFramerate is given none.
+const hi_s32 kDefaultSrcFrameRate = 30;
+
+// Reads a channel's attribute, lets @p change edit it and writes it back,
+// with the messages shared by the channel setters.
+template <typename Change>
+bool changeChnAttr(int grp, int chn, Change change)
+{
+    hi_vpss_chn_attr attr;
+    std::memset(&attr, 0, sizeof(attr));
+    hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
+    if (ret != HI_SUCCESS) {
+        qCDebug(lcVexaPlatform, "reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn,
+                static_cast<unsigned>(ret));
+        return false;
+    }
+    change(attr);
+    ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
+    if (ret != HI_SUCCESS) {
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
+        return false;
+    }
+    return true;
+}
+
+// Reads the group attribute, lets @p change edit it and writes it back; the
+// results are not looked at (the callers' settings are best effort).
+template <typename Change>
+void editGroupAttr(int grp, Change change)
+{
+    hi_vpss_grp_attr attr;
+    std::memset(&attr, 0, sizeof(attr));
+    hi_mpi_vpss_get_grp_attr(grp, &attr);
+    change(attr);
+    hi_mpi_vpss_set_grp_attr(grp, &attr);
+}
+
+} // namespace
 
 HiVpss::HiVpss(QObject *parent)
     : QObject(parent)
@@ -37,7 +80,7 @@ bool HiVpss::validChn(int chn, const char *method) const
 int HiVpss::requestID()
 {
     hi_vpss_grp_attr attr;
-    for (int id = 4; id < HI_VPSS_MAX_GRP_NUM; ++id) {
+    for (int id = kFirstGroupId; id < HI_VPSS_MAX_GRP_NUM; ++id) {
         if (hi_mpi_vpss_get_grp_attr(id, &attr) == HI_ERR_VPSS_UNEXIST)
             return id;
     }
@@ -55,8 +98,8 @@ int HiVpss::init()
     attr.max_dei_width = kDefaultWidth;
     attr.max_dei_height = kDefaultHeight;
     attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-    attr.frame_rate.src_frame_rate = -1;
-    attr.frame_rate.dst_frame_rate = -1;
+    attr.frame_rate.src_frame_rate = kNoRateControl;
+    attr.frame_rate.dst_frame_rate = kNoRateControl;
 
     hi_s32 ret = hi_mpi_vpss_create_grp(grp, &attr);
     if (ret != HI_SUCCESS) {
@@ -104,8 +147,8 @@ bool HiVpss::enableChn(int chn, bool userMode)
     attr.height = kDefaultHeight;
     attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
     attr.compress_mode = HI_COMPRESS_MODE_NONE;
-    attr.frame_rate.src_frame_rate = -1;
-    attr.frame_rate.dst_frame_rate = -1;
+    attr.frame_rate.src_frame_rate = kNoRateControl;
+    attr.frame_rate.dst_frame_rate = kNoRateControl;
     attr.aspect_ratio.mode = HI_ASPECT_RATIO_NONE;
     ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
@@ -119,8 +162,8 @@ bool HiVpss::enableChn(int chn, bool userMode)
     }
 
     Channel &c = chns[chn];
-    c.width = static_cast<int>(kDefaultWidth);
-    c.height = static_cast<int>(kDefaultHeight);
+    c.width = defaultWidth;
+    c.height = defaultHeight;
     c.enabled = true;
     c.userMode = userMode;
     return true;
@@ -141,21 +184,13 @@ bool HiVpss::resizeChn(int chn, int width, int height, bool keepAspect)
         return false;
     setMax(width, height);
 
-    hi_vpss_chn_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qCDebug(lcVexaPlatform, "reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
+    const bool set = changeChnAttr(grp, chn, [width, height, keepAspect](hi_vpss_chn_attr &attr) {
+        attr.width = static_cast<hi_u32>(width);
+        attr.height = static_cast<hi_u32>(height);
+        attr.aspect_ratio.mode = keepAspect ? HI_ASPECT_RATIO_AUTO : HI_ASPECT_RATIO_NONE;
+    });
+    if (!set)
         return false;
-    }
-    attr.width = static_cast<hi_u32>(width);
-    attr.height = static_cast<hi_u32>(height);
-    attr.aspect_ratio.mode = keepAspect ? HI_ASPECT_RATIO_AUTO : HI_ASPECT_RATIO_NONE;
-    ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
-        return false;
-    }
 
     Channel &c = chns[chn];
     c.width = width;
@@ -208,18 +243,8 @@ void HiVpss::setMax(int width, int height)
         setMirror(chn, c.mirror);
         setFlip(chn, c.flip);
         if (c.rotation != 0)
-            rotate(chn, c.rotation);
+            vx_mpi_vpss_set_rotation(grp, chn, c.rotation);
     }
-}
-
-void HiVpss::rotate(int chn, int degrees)
-{
-    hi_rotation_attr rot;
-    std::memset(&rot, 0, sizeof(rot));
-    rot.enable = HI_TRUE;
-    rot.rotation_type = HI_ROTATION_ANG_FIXED;
-    vxSetEnum(rot.rotation_fixed, degrees / 90);
-    hi_mpi_vpss_set_chn_rotation(grp, chn, &rot);
 }
 
 bool HiVpss::setFramerate(int dst, int src)
@@ -231,34 +256,13 @@ bool HiVpss::setFramerate(int dst, int src)
         qCDebug(lcVexaPlatform, "hi_mpi_vpss_get_grp_attr failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
         return false;
     }
-    attr.frame_rate.src_frame_rate = src == -1 ? 30 : src;
+    attr.frame_rate.src_frame_rate = src == -1 ? kDefaultSrcFrameRate : src;
     attr.frame_rate.dst_frame_rate = dst;
-    if (dst == -1)
-        attr.frame_rate.src_frame_rate = -1; // both -1: no frame-rate control
+    if (dst == kNoRateControl)
+        attr.frame_rate.src_frame_rate = kNoRateControl;
     ret = hi_mpi_vpss_set_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
         qCDebug(lcVexaPlatform, "HI_MPI_VPSS_SetGrpFrameRate failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
-        return false;
-    }
-    return true;
-}
-
-// Reads a channel's attribute, lets @p change edit it and writes it back,
-// with the messages shared by the channel setters.
-template <typename Change>
-static bool changeChnAttr(int grp, int chn, Change change)
-{
-    hi_vpss_chn_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qCDebug(lcVexaPlatform, "reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
-        return false;
-    }
-    change(attr);
-    ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     return true;
@@ -303,18 +307,6 @@ bool HiVpss::setDelay(int delay)
         return false;
     }
     return true;
-}
-
-// Reads the group attribute, lets @p change edit it and writes it back; the
-// results are not looked at (the callers' settings are best effort).
-template<typename Change>
-static void editGroupAttr(int grp, Change change)
-{
-    hi_vpss_grp_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_mpi_vpss_get_grp_attr(grp, &attr);
-    change(attr);
-    hi_mpi_vpss_set_grp_attr(grp, &attr);
 }
 
 void HiVpss::setParam(int level)

@@ -19,6 +19,18 @@ QMap<unsigned int, void *> VexaHi::mmzMap;
 QMap<int, VexaTee *> VexaHi::teeMap;
 QMutex VexaHi::lockTee;
 
+namespace {
+
+// Frame lines start on this boundary (bytes).
+const qint64 kStrideAlign = 16;
+// The largest frame makeFrame asks a pool for: a block size the platform's
+// 32-bit mapping calls can address.
+const qint64 kMaxFrameBytes = 0x7fffffff;
+// Y = U = V = 128: uniform mid-grey.
+const int kGreyLevel = 0x80;
+
+} // namespace
+
 static hi_mpp_chn mppChn(int mod, int dev, int chn)
 {
     hi_mpp_chn c;
@@ -94,10 +106,10 @@ hi_video_frame_info VexaHi::makeFrame(int width, int height, unsigned int *blk)
 
     // Sizes are computed wide so that absurd dimensions are refused rather
     // than wrapped around.
-    const qint64 stride = (static_cast<qint64>(width) + 15) & ~static_cast<qint64>(15);
+    const qint64 stride = (static_cast<qint64>(width) + kStrideAlign - 1) & ~(kStrideAlign - 1);
     const qint64 luma = stride * height;
     const qint64 size = luma * 3 / 2;
-    if (width <= 0 || height <= 0 || size > 0x7fffffff) {
+    if (width <= 0 || height <= 0 || size > kMaxFrameBytes) {
         qCDebug(lcVexaPlatform, "VexaHi::makeFrame: bad frame size %dx%d", width, height);
         return info;
     }
@@ -127,8 +139,7 @@ hi_video_frame_info VexaHi::makeFrame(int width, int height, unsigned int *blk)
         return info;
     }
 
-    // Y = U = V = 128: uniform mid-grey.
-    std::memset(virt, 0x80, static_cast<size_t>(luma + luma / 2));
+    std::memset(virt, kGreyLevel, static_cast<size_t>(luma + luma / 2));
 
     hi_video_frame &frame = info.video_frame;
     frame.width = static_cast<hi_u32>(width);

@@ -2,9 +2,7 @@
 
 #include <QMutexLocker>
 
-#include <cstring>
-
-#include "hivpss.h"
+#include "vexahi.h"
 #include "vexaplatformlog_p.h"
 #include "vexateechn.h"
 
