@@ -17,6 +17,7 @@ extern "C" {
 #include "vexahi.h"
 #include "vexainputnet_p.h"
 #include "vexajson.h"
+#include "vexanames.h"
 #include "vexaobject.h"
 #include "vx_mpi_sys_p.h"
 
@@ -90,8 +91,7 @@ Vexa::Vexa(QObject *parent)
 
 VexaObject *Vexa::create(QString className, QString name)
 {
-    if (!className.startsWith(QLatin1String("Vexa")))
-        className.prepend(QLatin1String("Vexa"));
+    className = VexaNames::fullClassName(className);
     const QByteArray cls = className.toLatin1();
 
     const int id = QMetaType::type(cls.constData());
@@ -112,7 +112,7 @@ VexaObject *Vexa::create(QString className, QString name)
     classCount.insert(className, count);
 
     if (name.isEmpty())
-        name = QString::asprintf("%s_%d", cls.constData(), count).remove(QStringLiteral("Vexa"));
+        name = QString::asprintf("%s_%d", cls.constData(), count).remove(VexaNames::classPrefix());
 
     // Suffixes go on the base name, never on an already suffixed one.
     const QByteArray base = name.toLatin1();
@@ -259,7 +259,7 @@ bool Vexa::init(bool full)
 
     // A configuration set before init (another board file) is kept.
     if (Config.isEmpty())
-        setConfig(QStringLiteral("/vexa/config/board.json"));
+        setConfig(VexaNames::boardFile());
 
     if (full) {
         if (!initSys())
