@@ -1,4 +1,4 @@
-list(APPEND VEXA_SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/vexaobject.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexacorelog.cpp)
-list(APPEND VEXA_PUBLIC_HEADERS ${CMAKE_CURRENT_LIST_DIR}/vexaobject.h ${CMAKE_CURRENT_LIST_DIR}/VexaObject)
+# Module objects: VexaObject and its records.
+vexa_folder_files(
+    SOURCES vexaobject.cpp vexacorelog.cpp
+    PUBLIC_HEADERS vexaobject.h VexaObject)

@@ -17,6 +17,16 @@ const hi_s32 kNoRateControl = -1;
 // The input rate assumed when setFramerate is given none.
 const hi_s32 kDefaultSrcFrameRate = 30;
 
+// The picture format a new group and a newly enabled channel start with:
+// semi-planar 4:2:0 without frame-rate control.
+template <typename Attr>
+void setDefaultFormat(Attr &attr)
+{
+    attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+    attr.frame_rate.src_frame_rate = kNoRateControl;
+    attr.frame_rate.dst_frame_rate = kNoRateControl;
+}
+
 // Reads a channel's attribute, lets @p change edit it and writes it back,
 // with the messages shared by the channel setters.
 template <typename Change>
@@ -97,9 +107,7 @@ int HiVpss::init()
     attr.max_height = kDefaultHeight;
     attr.max_dei_width = kDefaultWidth;
     attr.max_dei_height = kDefaultHeight;
-    attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-    attr.frame_rate.src_frame_rate = kNoRateControl;
-    attr.frame_rate.dst_frame_rate = kNoRateControl;
+    setDefaultFormat(attr);
 
     hi_s32 ret = hi_mpi_vpss_create_grp(grp, &attr);
     if (ret != HI_SUCCESS) {
@@ -145,10 +153,8 @@ bool HiVpss::enableChn(int chn, bool userMode)
     attr.chn_mode = userMode ? HI_VPSS_CHN_MODE_USER : HI_VPSS_CHN_MODE_AUTO;
     attr.width = kDefaultWidth;
     attr.height = kDefaultHeight;
-    attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+    setDefaultFormat(attr);
     attr.compress_mode = HI_COMPRESS_MODE_NONE;
-    attr.frame_rate.src_frame_rate = kNoRateControl;
-    attr.frame_rate.dst_frame_rate = kNoRateControl;
     attr.aspect_ratio.mode = HI_ASPECT_RATIO_NONE;
     ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
