@@ -268,7 +268,8 @@ bool HiVpss::setFramerate(int dst, int src)
         attr.frame_rate.src_frame_rate = kNoRateControl;
     ret = hi_mpi_vpss_set_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_SetGrpFrameRate failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_SetGrpFrameRate failed with %d %d %#x", grp, dst,
+                static_cast<unsigned>(ret));
         return false;
     }
     return true;

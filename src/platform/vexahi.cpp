@@ -59,8 +59,8 @@ bool VexaHi::bind(int srcMod, int srcDev, int srcChn, int dstMod, int dstDev, in
     const hi_s32 ret = hi_mpi_sys_bind(&src, &dst);
     if (ret == HI_SUCCESS)
         return true;
-    qCDebug(lcVexaPlatform, "HI_MPI_SYS_Bind failed with %#x %d %d %d %d %d %d", static_cast<unsigned>(ret), srcMod, srcDev, srcChn,
-           dstMod, dstDev, dstChn);
+    qCDebug(lcVexaPlatform, "HI_MPI_SYS_Bind failed with %#x %d %d %d %d %d %d", static_cast<unsigned>(ret), srcMod,
+            srcDev, srcChn, dstMod, dstDev, dstChn);
     return false;
 }
 
