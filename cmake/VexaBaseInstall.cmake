@@ -27,6 +27,20 @@ install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/VexaBaseConfigVersion.cmake
     DESTINATION ${VEXA_CMAKE_DIR})
 
+# The platform library as pkg-config spells it: the installed software
+# model, or the chip SDK where it lies.
+if(VEXA_PLATFORM STREQUAL "model")
+    set(VEXA_PC_PLATFORM_LIBS "-lVexaMpiModel")
+    set(VEXA_PC_PLATFORM_CFLAGS "-I\${includedir}/mpi")
+else()
+    set(VEXA_PC_PLATFORM_LIBS "-L${VEXA_SDK_DIR}/lib")
+    foreach(lib IN LISTS VEXA_SDK_LIBS)
+        string(APPEND VEXA_PC_PLATFORM_LIBS " -l${lib}")
+    endforeach()
+    set(VEXA_PC_PLATFORM_CFLAGS "-I${VEXA_SDK_DIR}/include")
+endif()
+file(RELATIVE_PATH VEXA_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" VEXA_PC_TO_PREFIX "${VEXA_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/VexaBase.pc.in ${CMAKE_CURRENT_BINARY_DIR}/VexaBase.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VexaBase.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

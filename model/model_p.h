@@ -23,8 +23,6 @@
 #include "hi_common_vpss.h"
 #include "vx_mpi_model.h"
 
-#define VX_MODEL_VB_UID_COUNT 27
-
 // One stretch of "physical" memory: a media-memory block or a VB pool.
 struct VxRegion {
     std::vector<unsigned char> mem;
@@ -74,9 +72,9 @@ struct VxState {
     bool vbConfigured = false;
     hi_vb_cfg vbCfg{};
     std::vector<VxPool> pools;
-    hi_vb_cfg modCfg[VX_MODEL_VB_UID_COUNT]{};
-    bool modCfgSet[VX_MODEL_VB_UID_COUNT]{};
-    bool modPoolReady[VX_MODEL_VB_UID_COUNT]{};
+    hi_vb_cfg modCfg[HI_VB_UID_BUTT]{};
+    bool modCfgSet[HI_VB_UID_BUTT]{};
+    bool modPoolReady[HI_VB_UID_BUTT]{};
 
     std::map<hi_phys_addr_t, VxRegion> regions;
     hi_phys_addr_t nextPhys = 0x10000000;

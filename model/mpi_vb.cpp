@@ -100,7 +100,7 @@ hi_s32 hi_mpi_vb_set_mod_pool_cfg(hi_vb_uid vb_uid, const hi_vb_cfg *vb_cfg)
     VX_CALL(vxStatus, "%d,%d", vxInt(vb_uid), vb_cfg ? static_cast<int>(vb_cfg->max_pool_cnt) : -1);
     if (!vb_cfg)
         return HI_ERR_VB_NULL_PTR;
-    if (vxInt(vb_uid) < 0 || vxInt(vb_uid) >= VX_MODEL_VB_UID_COUNT || !validCfg(vb_cfg))
+    if (vxInt(vb_uid) < 0 || vxInt(vb_uid) >= HI_VB_UID_BUTT || !validCfg(vb_cfg))
         return HI_ERR_VB_ILLEGAL_PARAM;
     if (s.modPoolReady[vb_uid])
         return HI_ERR_VB_BUSY;
@@ -112,7 +112,7 @@ hi_s32 hi_mpi_vb_set_mod_pool_cfg(hi_vb_uid vb_uid, const hi_vb_cfg *vb_cfg)
 hi_s32 hi_mpi_vb_init_mod_common_pool(hi_vb_uid vb_uid)
 {
     VX_CALL(vxStatus, "%d", vxInt(vb_uid));
-    if (vxInt(vb_uid) < 0 || vxInt(vb_uid) >= VX_MODEL_VB_UID_COUNT)
+    if (vxInt(vb_uid) < 0 || vxInt(vb_uid) >= HI_VB_UID_BUTT)
         return HI_ERR_VB_ILLEGAL_PARAM;
     if (!s.sysReady)
         return HI_ERR_VB_NOT_PERM;
@@ -125,7 +125,7 @@ hi_s32 hi_mpi_vb_init_mod_common_pool(hi_vb_uid vb_uid)
 hi_s32 hi_mpi_vb_exit_mod_common_pool(hi_vb_uid vb_uid)
 {
     VX_CALL(vxStatus, "%d", vxInt(vb_uid));
-    if (vxInt(vb_uid) < 0 || vxInt(vb_uid) >= VX_MODEL_VB_UID_COUNT)
+    if (vxInt(vb_uid) < 0 || vxInt(vb_uid) >= HI_VB_UID_BUTT)
         return HI_ERR_VB_ILLEGAL_PARAM;
     // Module pools go down only after SYS.
     if (s.sysReady)

@@ -1,6 +1,5 @@
-list(APPEND VEXA_SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/vexaobject.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexadelivery.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexalinktable.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexathreaduses.cpp)
-list(APPEND VEXA_PUBLIC_HEADERS ${CMAKE_CURRENT_LIST_DIR}/vexaobject.h ${CMAKE_CURRENT_LIST_DIR}/VexaObject)
+# Module objects: VexaObject and its records; the private bookkeeping of
+# links, packet deliveries and thread uses.
+vexa_folder_files(
+    SOURCES vexaobject.cpp vexacorelog.cpp vexadelivery.cpp vexalinktable.cpp vexathreaduses.cpp
+    PUBLIC_HEADERS vexaobject.h VexaObject)

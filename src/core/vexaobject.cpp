@@ -9,6 +9,7 @@
 #include <QMetaEnum>
 
 #include "vexa.h"
+#include "vexacorelog_p.h"
 #include "vexadelivery_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
@@ -404,7 +405,7 @@ void VexaObject::sendPacketV(Packet pkt)
 bool VexaObject::bufferPacketA(Packet pkt)
 {
     return appendBounded(lockA, packetsA, loadBound(bufLenA), pkt, [this](qint32 bound) {
-        qDebug("[%s] bufA full %d", qUtf8Printable(name()), bound);
+        qCDebug(lcVexaCore, "[%s] bufA full %d", qUtf8Printable(name()), bound);
     });
 }
 
@@ -413,9 +414,10 @@ bool VexaObject::bufferPacketV(Packet pkt)
     return appendBounded(lockV, packetsV, loadBound(bufLenV), pkt, [this](qint32 bound) {
         // settings["path"] is an inserting lookup: after the first report an
         // object without a "path" setting has one with a null value. Modules
-        // have long relied on the key being there, so it stays that way.
-        // The name is printed as it is, whatever characters it holds.
-        QDebug line = qDebug();
+        // have long relied on the key being there, so it stays that way, also
+        // when the category's debug level is switched off. The name is
+        // printed as it is, whatever characters it holds.
+        QDebug line = QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).debug(lcVexaCore());
         line.noquote() << QLatin1Char('[') + name() + QLatin1String("] bufV full ") + QString::number(bound);
         line.quote() << settings[QStringLiteral("path")].toString();
     });

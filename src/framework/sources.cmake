@@ -1,4 +1,4 @@
-list(APPEND VEXA_SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/vexa.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexainputnet_p.cpp)
-list(APPEND VEXA_PUBLIC_HEADERS ${CMAKE_CURRENT_LIST_DIR}/vexa.h ${CMAKE_CURRENT_LIST_DIR}/Vexa)
+# Framework services: Vexa (factory, threads, links, start-up) and VexaNames.
+vexa_folder_files(
+    SOURCES vexa.cpp vexainputnet_p.cpp vexaframeworklog.cpp vexanames.cpp
+    PUBLIC_HEADERS vexa.h vexanames.h Vexa)

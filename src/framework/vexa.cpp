@@ -3,11 +3,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <thread>
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QFile>
 #include <QMetaType>
 
@@ -16,18 +14,15 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include "hi_mpi_sys.h"
-#include "hi_mpi_vb.h"
-#include "hi_mpi_vdec.h"
-#include "hi_mpi_venc.h"
-#include "hi_mpi_vi.h"
-
 #include "vexabase_version.h"
+#include "vexaframeworklog_p.h"
 #include "vexahi.h"
 #include "vexainputnet_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
+#include "vexanames.h"
 #include "vexaobject.h"
+#include "vx_mpi_sys_p.h"
 
 QMap<QString, VexaObject *> Vexa::objectMap;
 QMap<QString, int> Vexa::classCount;
@@ -43,26 +38,6 @@ namespace {
 QGenericArgument streamInfoArg(const VexaObject::StreamInfo &info)
 {
     return QArgument<VexaObject::StreamInfo>("StreamInfo", info);
-}
-
-// Fills the pool table of a video-buffer record from a board-file list of
-// {"cnt", "size"} objects. The record has room for 16 pools; a longer list
-// is cut there rather than written past the record.
-void fillPools(hi_vb_cfg &cfg, const QVariantList &pools, const char *listName)
-{
-    int count = pools.size();
-    if (count > HI_VB_MAX_COMMON_POOLS) {
-        qDebug("videoBuffer \"%s\" lists %d pools; the first %d are used", listName, count, int(HI_VB_MAX_COMMON_POOLS));
-        count = HI_VB_MAX_COMMON_POOLS;
-    }
-    cfg.max_pool_cnt = count;
-    for (int i = 0; i < count; ++i) {
-        const QVariantMap pool = pools.at(i).toMap();
-        cfg.common_pool[i].blk_cnt = pool.value(QStringLiteral("cnt")).toInt();
-        // The size is a signed 32-bit value in the board file, widened here.
-        const qint32 size = pool.value(QStringLiteral("size")).toInt();
-        cfg.common_pool[i].blk_size = static_cast<hi_u64>(size);
-    }
 }
 
 // Queued into the receiver's thread, or a direct call when there is no
@@ -97,8 +72,7 @@ Vexa::Vexa(QObject *parent)
 
 VexaObject *Vexa::create(QString className, QString name)
 {
-    if (!className.startsWith(QLatin1String("Vexa")))
-        className.prepend(QLatin1String("Vexa"));
+    className = VexaNames::fullClassName(className);
     const QByteArray cls = className.toLatin1();
 
     const int id = QMetaType::type(cls.constData());
@@ -119,7 +93,7 @@ VexaObject *Vexa::create(QString className, QString name)
     classCount.insert(className, count);
 
     if (name.isEmpty())
-        name = QString::asprintf("%s_%d", cls.constData(), count).remove(QStringLiteral("Vexa"));
+        name = QString::asprintf("%s_%d", cls.constData(), count).remove(VexaNames::classPrefix());
 
     // Suffixes go on the base name, never on an already suffixed one.
     const QByteArray base = name.toLatin1();
@@ -279,7 +253,7 @@ VexaObject *Vexa::v2o(QVariant v)
 
 bool Vexa::init(bool full)
 {
-    qDebug("VexaSDK %s build %s_%d", VEXA_VERSION_STRING, VEXA_BUILD_DATE, VEXA_BUILD_NUMBER);
+    qCDebug(lcVexaFramework, "VexaSDK %s build %s_%d", VEXA_VERSION_STRING, VEXA_BUILD_DATE, VEXA_BUILD_NUMBER);
 
     // Queued links and invocations carry the records under these short names.
     qRegisterMetaType<VexaObject::Packet>("Packet");
@@ -287,7 +261,7 @@ bool Vexa::init(bool full)
 
     // A configuration set before init (another board file) is kept.
     if (Config.isEmpty())
-        setConfig(QStringLiteral("/vexa/config/board.json"));
+        setConfig(VexaNames::boardFile());
 
     if (full) {
         if (!initSys())
@@ -302,76 +276,9 @@ bool Vexa::init(bool full)
 
 bool Vexa::initSys()
 {
-    const QVariantMap section = Config.contains(QStringLiteral("videoBuffer"))
-        ? Config.value(QStringLiteral("videoBuffer")).toMap()
-        : QVariantMap();
-
-    hi_vb_cfg common;
-    std::memset(&common, 0, sizeof common);
-    if (!section.isEmpty())
-        fillPools(common, section.value(QStringLiteral("sys")).toList(), "sys");
-
-    // Tear down whatever an earlier run left behind.
-    hi_mpi_sys_exit();
-    for (int uid = 0; uid <= 26; ++uid) {
-        const hi_s32 ret = hi_mpi_vb_exit_mod_common_pool(static_cast<hi_vb_uid>(uid));
-        if (ret != 0) {
-            qDebug("HI_MPI_VB_ExitModCommPool failed %#x", ret);
-            return false;
-        }
-    }
-    hi_mpi_vb_exit();
-
-    const hi_s32 cfgRet = hi_mpi_vb_set_cfg(&common);
-    if (cfgRet != 0)
-        qDebug("HI_MPI_VB_SetConf failed! %#x", cfgRet);
-    if (hi_mpi_vb_init() != 0) {
-        qDebug("HI_MPI_VB_Init failed!");
+    if (!vx_mpi_sys_init(Config))
         return false;
-    }
-    if (hi_mpi_sys_init() != 0) {
-        qDebug("HI_MPI_SYS_Init failed!");
-        return false;
-    }
-
-    // Encoders share one stream buffer per module type off.
-    for (hi_venc_mod_type type : {HI_VENC_MOD_H264, HI_VENC_MOD_H265}) {
-        hi_venc_mod_param param;
-        std::memset(&param, 0, sizeof param);
-        param.mod_type = type;
-        hi_mpi_venc_get_mod_param(&param);
-        if (type == HI_VENC_MOD_H264)
-            param.h264_mod_param.one_stream_buf = 0;
-        else
-            param.h265_mod_param.one_stream_buf = 0;
-        hi_mpi_venc_set_mod_param(&param);
-    }
-
-    hi_vi_mod_param vi;
-    std::memset(&vi, 0, sizeof vi);
-    hi_mpi_vi_get_mod_param(&vi);
-    vi.detect_err_frame = -1;
-    hi_mpi_vi_set_mod_param(&vi);
-
-    hi_vb_cfg dec;
-    std::memset(&dec, 0, sizeof dec);
-    if (!section.isEmpty()) {
-        const QVariantList decPools = section.value(QStringLiteral("dec")).toList();
-        fillPools(dec, decPools, "dec");
-        if (!decPools.isEmpty()) {
-            hi_mpi_vb_set_mod_pool_cfg(HI_VB_UID_VDEC, &dec);
-        } else {
-            // No decoder pools in the board file: the decoder uses private buffers.
-            hi_vdec_mod_param vdec;
-            std::memset(&vdec, 0, sizeof vdec);
-            hi_mpi_vdec_get_mod_param(&vdec);
-            vdec.vb_src = HI_VB_SRC_PRIVATE;
-            hi_mpi_vdec_set_mod_param(&vdec);
-        }
-    }
-    hi_mpi_vb_init_mod_common_pool(HI_VB_UID_VDEC);
-
-    qDebug("init done");
+    qCDebug(lcVexaFramework, "init done");
     return true;
 }
 

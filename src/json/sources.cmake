@@ -1,2 +1,4 @@
-list(APPEND VEXA_SOURCES ${CMAKE_CURRENT_LIST_DIR}/vexajson.cpp)
-list(APPEND VEXA_PUBLIC_HEADERS ${CMAKE_CURRENT_LIST_DIR}/vexajson.h)
+# JSON helper.
+vexa_folder_files(
+    SOURCES vexajson.cpp vexajsonlog.cpp
+    PUBLIC_HEADERS vexajson.h)

@@ -1,15 +1,67 @@
 #include "hivpss.h"
 
-#include <QDebug>
-
 #include <cstring>
 
 #include "hi_mpi_vpss.h"
-#include "vxenum_p.h"
+#include "vexaplatformlog_p.h"
+#include "vx_mpi_vpss_p.h"
 
-// The size every group starts with and every channel is enabled at.
-static const hi_u32 kDefaultWidth = 1920;
-static const hi_u32 kDefaultHeight = 1080;
+namespace {
+
+const hi_u32 kDefaultWidth = HiVpss::defaultWidth;
+const hi_u32 kDefaultHeight = HiVpss::defaultHeight;
+// Group ids below this one are left to other users of the VPSS.
+const int kFirstGroupId = 4;
+// -1 for both frame rates: no frame-rate control.
+const hi_s32 kNoRateControl = -1;
+// The input rate assumed when setFramerate is given none.
+const hi_s32 kDefaultSrcFrameRate = 30;
+
+// The picture format a new group and a newly enabled channel start with:
+// semi-planar 4:2:0 without frame-rate control.
+template <typename Attr>
+void setDefaultFormat(Attr &attr)
+{
+    attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+    attr.frame_rate.src_frame_rate = kNoRateControl;
+    attr.frame_rate.dst_frame_rate = kNoRateControl;
+}
+
+// Reads a channel's attribute, lets @p change edit it and writes it back,
+// with the messages shared by the channel setters.
+template <typename Change>
+bool changeChnAttr(int grp, int chn, Change change)
+{
+    hi_vpss_chn_attr attr;
+    std::memset(&attr, 0, sizeof(attr));
+    hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
+    if (ret != HI_SUCCESS) {
+        qCDebug(lcVexaPlatform, "reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn,
+                static_cast<unsigned>(ret));
+        return false;
+    }
+    change(attr);
+    ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
+    if (ret != HI_SUCCESS) {
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
+        return false;
+    }
+    return true;
+}
+
+// Reads the group attribute, lets @p change edit it and writes it back; the
+// results are not looked at (the callers' settings are best effort).
+template <typename Change>
+void editGroupAttr(int grp, Change change)
+{
+    hi_vpss_grp_attr attr;
+    std::memset(&attr, 0, sizeof(attr));
+    hi_mpi_vpss_get_grp_attr(grp, &attr);
+    change(attr);
+    hi_mpi_vpss_set_grp_attr(grp, &attr);
+}
+
+} // namespace
 
 HiVpss::HiVpss(QObject *parent)
     : QObject(parent)
@@ -31,14 +83,14 @@ bool HiVpss::validChn(int chn, const char *method) const
 {
     if (chn >= 0 && chn < channelCount)
         return true;
-    qDebug("HiVpss::%s: no channel %d in group %d", method, chn, grp);
+    qCDebug(lcVexaPlatform, "HiVpss::%s: no channel %d in group %d", method, chn, grp);
     return false;
 }
 
 int HiVpss::requestID()
 {
     hi_vpss_grp_attr attr;
-    for (int id = 4; id < HI_VPSS_MAX_GRP_NUM; ++id) {
+    for (int id = kFirstGroupId; id < HI_VPSS_MAX_GRP_NUM; ++id) {
         if (hi_mpi_vpss_get_grp_attr(id, &attr) == HI_ERR_VPSS_UNEXIST)
             return id;
     }
@@ -55,18 +107,16 @@ int HiVpss::init()
     attr.max_height = kDefaultHeight;
     attr.max_dei_width = kDefaultWidth;
     attr.max_dei_height = kDefaultHeight;
-    attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-    attr.frame_rate.src_frame_rate = -1;
-    attr.frame_rate.dst_frame_rate = -1;
+    setDefaultFormat(attr);
 
     hi_s32 ret = hi_mpi_vpss_create_grp(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_CreateGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_CreateGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
         return -1;
     }
     ret = hi_mpi_vpss_start_grp(grp);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_StartGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_StartGrp failed with %d %#x", grp, static_cast<unsigned>(ret));
         return -1;
     }
     return grp;
@@ -97,31 +147,29 @@ bool HiVpss::enableChn(int chn, bool userMode)
     std::memset(&attr, 0, sizeof(attr));
     hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_get_chn_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_get_chn_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     attr.chn_mode = userMode ? HI_VPSS_CHN_MODE_USER : HI_VPSS_CHN_MODE_AUTO;
     attr.width = kDefaultWidth;
     attr.height = kDefaultHeight;
-    attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+    setDefaultFormat(attr);
     attr.compress_mode = HI_COMPRESS_MODE_NONE;
-    attr.frame_rate.src_frame_rate = -1;
-    attr.frame_rate.dst_frame_rate = -1;
     attr.aspect_ratio.mode = HI_ASPECT_RATIO_NONE;
     ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_chn_attr enable failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_attr enable failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     ret = hi_mpi_vpss_enable_chn(grp, chn);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_EnableChn failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_EnableChn failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
 
     Channel &c = chns[chn];
-    c.width = static_cast<int>(kDefaultWidth);
-    c.height = static_cast<int>(kDefaultHeight);
+    c.width = defaultWidth;
+    c.height = defaultHeight;
     c.enabled = true;
     c.userMode = userMode;
     return true;
@@ -142,21 +190,13 @@ bool HiVpss::resizeChn(int chn, int width, int height, bool keepAspect)
         return false;
     setMax(width, height);
 
-    hi_vpss_chn_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qDebug("reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
+    const bool set = changeChnAttr(grp, chn, [width, height, keepAspect](hi_vpss_chn_attr &attr) {
+        attr.width = static_cast<hi_u32>(width);
+        attr.height = static_cast<hi_u32>(height);
+        attr.aspect_ratio.mode = keepAspect ? HI_ASPECT_RATIO_AUTO : HI_ASPECT_RATIO_NONE;
+    });
+    if (!set)
         return false;
-    }
-    attr.width = static_cast<hi_u32>(width);
-    attr.height = static_cast<hi_u32>(height);
-    attr.aspect_ratio.mode = keepAspect ? HI_ASPECT_RATIO_AUTO : HI_ASPECT_RATIO_NONE;
-    ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
-        return false;
-    }
 
     Channel &c = chns[chn];
     c.width = width;
@@ -182,7 +222,7 @@ void HiVpss::setMax(int width, int height)
     std::memset(&attr, 0, sizeof(attr));
     const hi_s32 ret = hi_mpi_vpss_get_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_get_grp_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_get_grp_attr failed with %d %#x", grp, static_cast<unsigned>(ret));
         return;
     }
     attr.max_width = static_cast<hi_u32>(maxWidth);
@@ -209,18 +249,8 @@ void HiVpss::setMax(int width, int height)
         setMirror(chn, c.mirror);
         setFlip(chn, c.flip);
         if (c.rotation != 0)
-            rotate(chn, c.rotation);
+            vx_mpi_vpss_set_rotation(grp, chn, c.rotation);
     }
-}
-
-void HiVpss::rotate(int chn, int degrees)
-{
-    hi_rotation_attr rot;
-    std::memset(&rot, 0, sizeof(rot));
-    rot.enable = HI_TRUE;
-    rot.rotation_type = HI_ROTATION_ANG_FIXED;
-    vxSetEnum(rot.rotation_fixed, degrees / 90);
-    hi_mpi_vpss_set_chn_rotation(grp, chn, &rot);
 }
 
 bool HiVpss::setFramerate(int dst, int src)
@@ -229,37 +259,17 @@ bool HiVpss::setFramerate(int dst, int src)
     std::memset(&attr, 0, sizeof(attr));
     hi_s32 ret = hi_mpi_vpss_get_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_get_grp_attr failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_get_grp_attr failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
         return false;
     }
-    attr.frame_rate.src_frame_rate = src == -1 ? 30 : src;
+    attr.frame_rate.src_frame_rate = src == -1 ? kDefaultSrcFrameRate : src;
     attr.frame_rate.dst_frame_rate = dst;
-    if (dst == -1)
-        attr.frame_rate.src_frame_rate = -1; // both -1: no frame-rate control
+    if (dst == kNoRateControl)
+        attr.frame_rate.src_frame_rate = kNoRateControl;
     ret = hi_mpi_vpss_set_grp_attr(grp, &attr);
     if (ret != HI_SUCCESS) {
-        qDebug("HI_MPI_VPSS_SetGrpFrameRate failed with %d %d %#x", grp, dst, static_cast<unsigned>(ret));
-        return false;
-    }
-    return true;
-}
-
-// Reads a channel's attribute, lets @p change edit it and writes it back,
-// with the messages shared by the channel setters.
-template <typename Change>
-static bool changeChnAttr(int grp, int chn, Change change)
-{
-    hi_vpss_chn_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_s32 ret = hi_mpi_vpss_get_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qDebug("reseiz chn HI_MPI_VPSS_GetChnMode failed with %d %d %#x", grp, chn, static_cast<unsigned>(ret));
-        return false;
-    }
-    change(attr);
-    ret = hi_mpi_vpss_set_chn_attr(grp, chn, &attr);
-    if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_chn_attr resize failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_SetGrpFrameRate failed with %d %d %#x", grp, dst,
+                static_cast<unsigned>(ret));
         return false;
     }
     return true;
@@ -300,22 +310,10 @@ bool HiVpss::setDelay(int delay)
 {
     const hi_s32 ret = hi_mpi_vpss_set_grp_delay(grp, static_cast<hi_u32>(delay));
     if (ret != HI_SUCCESS) {
-        qDebug("hi_mpi_vpss_set_grp_delay failed with %d %#x", grp, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_grp_delay failed with %d %#x", grp, static_cast<unsigned>(ret));
         return false;
     }
     return true;
-}
-
-// Reads the group attribute, lets @p change edit it and writes it back; the
-// results are not looked at (the callers' settings are best effort).
-template<typename Change>
-static void editGroupAttr(int grp, Change change)
-{
-    hi_vpss_grp_attr attr;
-    std::memset(&attr, 0, sizeof(attr));
-    hi_mpi_vpss_get_grp_attr(grp, &attr);
-    change(attr);
-    hi_mpi_vpss_set_grp_attr(grp, &attr);
 }
 
 void HiVpss::setParam(int level)

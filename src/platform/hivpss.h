@@ -40,6 +40,9 @@ public:
     };
 
     static const int channelCount = 4;
+    /** The size every group starts with and every channel is enabled at. */
+    static constexpr int defaultWidth = 1920;
+    static constexpr int defaultHeight = 1080;
 
     explicit HiVpss(QObject *parent = nullptr);
     ~HiVpss() override;
@@ -80,14 +83,13 @@ public:
     void enableNR();
     void enableDIE();
 
-    int maxWidth = 1920;
-    int maxHeight = 1080;
+    int maxWidth = defaultWidth;
+    int maxHeight = defaultHeight;
     int grp = -1;
     Channel chns[channelCount];
 
 private:
     bool validChn(int chn, const char *method) const;
-    void rotate(int chn, int degrees);
 };
 
 #endif // HIVPSS_H

@@ -1,14 +1,7 @@
-# Media platform glue: VexaHi, the VPSS tees and the vx_mpi helpers.
-list(APPEND VEXA_SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/hivpss.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexahi.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexatee.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vexateechn.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vx_mpi_dev.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/vx_mpi_venc.cpp)
-list(APPEND VEXA_PUBLIC_HEADERS
-    ${CMAKE_CURRENT_LIST_DIR}/hivpss.h
-    ${CMAKE_CURRENT_LIST_DIR}/vexahi.h
-    ${CMAKE_CURRENT_LIST_DIR}/vexatee.h
-    ${CMAKE_CURRENT_LIST_DIR}/vexateechn.h
-    ${CMAKE_CURRENT_LIST_DIR}/vx_mpi.h)
+# Media platform glue: VexaHi, the VPSS tees and the vx_mpi helpers (one
+# source file per platform module they drive).
+vexa_folder_files(
+    SOURCES hivpss.cpp vexahi.cpp vexaplatformlog.cpp vexatee.cpp vexateechn.cpp
+            vx_mpi_sys.cpp vx_mpi_vdec.cpp vx_mpi_venc.cpp vx_mpi_vi.cpp vx_mpi_vo.cpp
+            vx_mpi_vpss.cpp vx_tde.cpp
+    PUBLIC_HEADERS hivpss.h vexahi.h vexatee.h vexateechn.h vx_mpi.h vx_mpp_chn.h)

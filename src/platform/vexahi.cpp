@@ -1,6 +1,5 @@
 #include "vexahi.h"
 
-#include <QDebug>
 #include <QMutexLocker>
 
 #include <cstring>
@@ -8,6 +7,7 @@
 #include "hi_mpi_sys.h"
 #include "hi_mpi_vb.h"
 #include "hivpss.h"
+#include "vexaplatformlog_p.h"
 #include "vexatee.h"
 #include "vexateechn.h"
 #include "vxenum_p.h"
@@ -18,6 +18,18 @@ QMutex VexaHi::lockPTS;
 QMap<unsigned int, void *> VexaHi::mmzMap;
 QMap<int, VexaTee *> VexaHi::teeMap;
 QMutex VexaHi::lockTee;
+
+namespace {
+
+// Frame lines start on this boundary (bytes).
+const qint64 kStrideAlign = 16;
+// The largest frame makeFrame asks a pool for: a block size the platform's
+// 32-bit mapping calls can address.
+const qint64 kMaxFrameBytes = 0x7fffffff;
+// Y = U = V = 128: uniform mid-grey.
+const int kGreyLevel = 0x80;
+
+} // namespace
 
 static hi_mpp_chn mppChn(int mod, int dev, int chn)
 {
@@ -47,15 +59,15 @@ bool VexaHi::bind(int srcMod, int srcDev, int srcChn, int dstMod, int dstDev, in
     const hi_s32 ret = hi_mpi_sys_bind(&src, &dst);
     if (ret == HI_SUCCESS)
         return true;
-    qDebug("HI_MPI_SYS_Bind failed with %#x %d %d %d %d %d %d", static_cast<unsigned>(ret), srcMod, srcDev, srcChn,
-           dstMod, dstDev, dstChn);
+    qCDebug(lcVexaPlatform, "HI_MPI_SYS_Bind failed with %#x %d %d %d %d %d %d", static_cast<unsigned>(ret), srcMod,
+            srcDev, srcChn, dstMod, dstDev, dstChn);
     return false;
 }
 
 bool VexaHi::bindFromTee(VexaTeeChn *chn, int dstMod, int dstDev, int dstChn)
 {
     if (!chn) {
-        qDebug("VexaHi::bindFromTee: no tee channel");
+        qCDebug(lcVexaPlatform, "VexaHi::bindFromTee: no tee channel");
         return false;
     }
     const vx_mpp_chn src = chn->getChn();
@@ -66,7 +78,7 @@ void VexaHi::getPTS(void *pts, bool withOffset)
 {
     hi_u64 *out = static_cast<hi_u64 *>(pts);
     if (!out) {
-        qDebug("VexaHi::getPTS: no output value");
+        qCDebug(lcVexaPlatform, "VexaHi::getPTS: no output value");
         return;
     }
     QMutexLocker locker(&lockPTS);
@@ -94,17 +106,17 @@ hi_video_frame_info VexaHi::makeFrame(int width, int height, unsigned int *blk)
 
     // Sizes are computed wide so that absurd dimensions are refused rather
     // than wrapped around.
-    const qint64 stride = (static_cast<qint64>(width) + 15) & ~static_cast<qint64>(15);
+    const qint64 stride = (static_cast<qint64>(width) + kStrideAlign - 1) & ~(kStrideAlign - 1);
     const qint64 luma = stride * height;
     const qint64 size = luma * 3 / 2;
-    if (width <= 0 || height <= 0 || size > 0x7fffffff) {
-        qDebug("VexaHi::makeFrame: bad frame size %dx%d", width, height);
+    if (width <= 0 || height <= 0 || size > kMaxFrameBytes) {
+        qCDebug(lcVexaPlatform, "VexaHi::makeFrame: bad frame size %dx%d", width, height);
         return info;
     }
 
     const hi_vb_blk handle = hi_mpi_vb_get_blk(HI_VB_INVALID_POOL_ID, static_cast<hi_u64>(size), nullptr);
     if (handle == HI_VB_INVALID_HANDLE) {
-        qDebug("HI_MPI_VB_GetBlock failed");
+        qCDebug(lcVexaPlatform, "HI_MPI_VB_GetBlock failed");
         return info;
     }
     // From here on the block is the caller's, even if a later step fails.
@@ -113,22 +125,21 @@ hi_video_frame_info VexaHi::makeFrame(int width, int height, unsigned int *blk)
 
     const hi_vb_pool pool = hi_mpi_vb_handle_to_pool_id(handle);
     if (pool == HI_VB_INVALID_POOL_ID) {
-        qDebug("HI_MPI_VB_Handle2PoolId failed");
+        qCDebug(lcVexaPlatform, "HI_MPI_VB_Handle2PoolId failed");
         return info;
     }
     const hi_phys_addr_t phys = hi_mpi_vb_handle_to_phys_addr(handle);
     if (phys == 0) {
-        qDebug("HI_MPI_VB_Handle2PhysAddr failed");
+        qCDebug(lcVexaPlatform, "HI_MPI_VB_Handle2PhysAddr failed");
         return info;
     }
     unsigned char *virt = static_cast<unsigned char *>(hi_mpi_sys_mmap(phys, static_cast<hi_u32>(size)));
     if (!virt) {
-        qDebug("HI_MPI_SYS_Mmap failed");
+        qCDebug(lcVexaPlatform, "HI_MPI_SYS_Mmap failed");
         return info;
     }
 
-    // Y = U = V = 128: uniform mid-grey.
-    std::memset(virt, 0x80, static_cast<size_t>(luma + luma / 2));
+    std::memset(virt, kGreyLevel, static_cast<size_t>(luma + luma / 2));
 
     hi_video_frame &frame = info.video_frame;
     frame.width = static_cast<hi_u32>(width);
@@ -154,7 +165,7 @@ int VexaHi::mmzAlloc(unsigned int *phys, void **virt, unsigned int size, bool ca
                      const char *zoneName)
 {
     if (!phys || !virt) {
-        qDebug("VexaHi::mmzAlloc: no address outputs");
+        qCDebug(lcVexaPlatform, "VexaHi::mmzAlloc: no address outputs");
         return HI_ERR_SYS_NULL_PTR;
     }
     // The platform's physical address may be wider than the registry's key.

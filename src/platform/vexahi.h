@@ -7,20 +7,10 @@
 
 #include "hi_common_video.h"
 #include "vexabase_export.h"
+#include "vx_mpp_chn.h"
 
 class VexaTee;
 class VexaTeeChn;
-
-/**
- * A platform channel address: module id, device id, channel id, the same
- * triple as the platform's own channel address record. Module id 7 is the
- * VPSS; module id 87 (one past the last module) stands for "no source".
- */
-struct vx_mpp_chn {
-    int mod_id;
-    int dev_id;
-    int chn_id;
-};
 
 /**
  * Static facade over the media platform for the services every module

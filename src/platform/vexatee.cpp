@@ -1,11 +1,9 @@
 #include "vexatee.h"
 
-#include <QDebug>
 #include <QMutexLocker>
 
-#include <cstring>
-
-#include "hivpss.h"
+#include "vexahi.h"
+#include "vexaplatformlog_p.h"
 #include "vexateechn.h"
 
 QMutex VexaTee::mutex;
@@ -26,7 +24,7 @@ VexaTee::VexaTee(QObject *parent)
             return;
         }
     }
-    qDebug("VexaTee: all %d tee ids are taken", kTeeIds);
+    qCDebug(lcVexaPlatform, "VexaTee: all %d tee ids are taken", kTeeIds);
 }
 
 VexaTee::~VexaTee()

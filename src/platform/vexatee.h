@@ -5,10 +5,11 @@
 #include <QMutex>
 #include <QObject>
 
+#include "hi_common.h"
+#include "hivpss.h"
 #include "vexabase_export.h"
-#include "vexahi.h"
+#include "vx_mpp_chn.h"
 
-class HiVpss;
 class VexaTeeChn;
 
 /**
@@ -56,8 +57,8 @@ public:
     /** Hands procParam to every group (HiVpss::setParam). */
     void updateParam();
 
-    int maxWidth = 1920;
-    int maxHeight = 1080;
+    int maxWidth = HiVpss::defaultWidth;
+    int maxHeight = HiVpss::defaultHeight;
     /** Processing level given to every group; applied by newChn and updateParam. */
     int procParam = 0;
     int spare = 0; // kept for the record's layout; not used

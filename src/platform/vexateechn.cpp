@@ -1,6 +1,5 @@
 #include "vexateechn.h"
 
-#include <QDebug>
 #include <QMutexLocker>
 #include <QtMath>
 
@@ -8,8 +7,9 @@
 
 #include "hi_mpi_vpss.h"
 #include "hivpss.h"
+#include "vexaplatformlog_p.h"
 #include "vexatee.h"
-#include "vxenum_p.h"
+#include "vx_mpi_vpss_p.h"
 
 VexaTeeChn::VexaTeeChn(QObject *parent)
     : QObject(parent)
@@ -26,7 +26,7 @@ bool VexaTeeChn::hasGroup(const char *method) const
 {
     if (vpss)
         return true;
-    qDebug("VexaTeeChn::%s: channel %d has no VPSS group", method, chn);
+    qCDebug(lcVexaPlatform, "VexaTeeChn::%s: channel %d has no VPSS group", method, chn);
     return false;
 }
 
@@ -60,28 +60,36 @@ bool VexaTeeChn::rotateChn(int degrees)
     if (!hasGroup("rotateChn"))
         return true;
     const int grp = vpss->getId();
-    hi_rotation_attr rot;
-    std::memset(&rot, 0, sizeof(rot));
-    rot.enable = degrees != 0 ? HI_TRUE : HI_FALSE;
-    rot.rotation_type = HI_ROTATION_ANG_FIXED;
-    vxSetEnum(rot.rotation_fixed, degrees / 90);
-    const hi_s32 ret = hi_mpi_vpss_set_chn_rotation(grp, chn, &rot);
+    const hi_s32 ret = vx_mpi_vpss_set_rotation(grp, chn, degrees);
     // Kept whatever the platform said, so a rebuilt group tries it again.
     if (chn >= 0 && chn < HiVpss::channelCount)
         vpss->chns[chn].rotation = degrees;
     if (ret != HI_SUCCESS)
-        qDebug("hi_mpi_vpss_set_chn_rotation %#x %d,%d", static_cast<unsigned>(ret), grp, chn);
+        qCDebug(lcVexaPlatform, "hi_mpi_vpss_set_chn_rotation %#x %d,%d", static_cast<unsigned>(ret), grp, chn);
     return true;
 }
 
+namespace {
+
+// The smallest crop rectangle the platform takes; a disabled crop carries it
+// so that the record stays valid.
+const hi_u32 kMinCropWidth = 64;
+const hi_u32 kMinCropHeight = 64;
+// Ratio coordinates are per-mille of the picture.
+const double kRatioScale = 1000.0;
+// Just inside the range of qint64, so the conversion below never overflows.
+const double kInt64Limit = 9.2e18;
+
 // Float to integer as a C cast would, but defined for every input:
 // non-finite and out-of-range values become 0.
-static qint64 toInteger(double v)
+qint64 toInteger(double v)
 {
-    if (!qIsFinite(v) || v >= 9.2e18 || v <= -9.2e18)
+    if (!qIsFinite(v) || v >= kInt64Limit || v <= -kInt64Limit)
         return 0;
     return static_cast<qint64>(v);
 }
+
+} // namespace
 
 bool VexaTeeChn::crop(double x, double y, double width, double height, bool pixels)
 {
@@ -90,13 +98,12 @@ bool VexaTeeChn::crop(double x, double y, double width, double height, bool pixe
     hi_vpss_crop_info info;
     std::memset(&info, 0, sizeof(info));
     info.enable = HI_TRUE;
-    info.crop_rect.width = 64;
-    info.crop_rect.height = 64;
+    info.crop_rect.width = kMinCropWidth;
+    info.crop_rect.height = kMinCropHeight;
     if (width == 0.0 || height == 0.0) {
         info.enable = HI_FALSE;
     } else {
-        // Ratio coordinates are per-mille of the picture.
-        const double scale = pixels ? 1.0 : 1000.0;
+        const double scale = pixels ? 1.0 : kRatioScale;
         info.crop_mode = pixels ? HI_COORD_ABS : HI_COORD_RATIO;
         info.crop_rect.x = static_cast<hi_s32>(toInteger(x * scale));
         info.crop_rect.y = static_cast<hi_s32>(toInteger(y * scale));
@@ -105,7 +112,7 @@ bool VexaTeeChn::crop(double x, double y, double width, double height, bool pixe
     }
     const hi_s32 ret = hi_mpi_vpss_set_grp_crop(vpss->getId(), &info);
     if (ret != HI_SUCCESS)
-        qDebug("HI_MPI_VPSS_SetGrpCrop failed with %#x", static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "HI_MPI_VPSS_SetGrpCrop failed with %#x", static_cast<unsigned>(ret));
     return true;
 }
 

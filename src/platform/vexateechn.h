@@ -6,7 +6,7 @@
 
 #include "hi_common_video.h"
 #include "vexabase_export.h"
-#include "vexahi.h"
+#include "vx_mpp_chn.h"
 
 class HiVpss;
 

@@ -1,10 +1,9 @@
 #include "vx_mpi.h"
 
-#include <QDebug>
-
 #include <cstring>
 
 #include "hi_mpi_venc.h"
+#include "vexaplatformlog_p.h"
 
 // The floor under the QP in constant and adaptive bit-rate modes: those
 // modes always run with a minimum QP of 16, whatever the settings say.
@@ -62,7 +61,7 @@ void vx_mpi_venc_set_rc_param(int chn, QMap<QString, QVariant> settings)
 
     const hi_s32 ret = hi_mpi_venc_set_rc_param(chn, &rc);
     if (ret != HI_SUCCESS)
-        qDebug("hi_mpi_venc_set_rc_param [%d] faild with %#x", chn, static_cast<unsigned>(ret));
+        qCDebug(lcVexaPlatform, "hi_mpi_venc_set_rc_param [%d] faild with %#x", chn, static_cast<unsigned>(ret));
 }
 
 void vx_mpi_venc_vui_disable(int chn, QMap<QString, QVariant> settings)

@@ -5,14 +5,10 @@
 #include <QMetaType>
 
 #include "vexaexamplemodules.h"
+#include "vexanames.h"
 #include "vexaobject.h"
 
 namespace {
-
-QString fullName(const QString &name)
-{
-    return name.startsWith(QLatin1String("Vexa")) ? name : QLatin1String("Vexa") + name;
-}
 
 bool isModule(const QMetaObject *mo)
 {
@@ -72,7 +68,7 @@ QStringList VexaModuleCatalog::classNames()
 
 const QMetaObject *VexaModuleCatalog::find(const QString &name)
 {
-    const QByteArray full = fullName(name).toLatin1();
+    const QByteArray full = VexaNames::fullClassName(name).toLatin1();
     const int id = QMetaType::type(full.constData());
     if (id == 0 || !(QMetaType::typeFlags(id) & QMetaType::PointerToQObject))
         return nullptr;
@@ -84,5 +80,5 @@ const QMetaObject *VexaModuleCatalog::find(const QString &name)
 
 QString VexaModuleCatalog::shortName(const QString &fullName)
 {
-    return fullName.startsWith(QLatin1String("Vexa")) ? fullName.mid(4) : fullName;
+    return VexaNames::shortClassName(fullName);
 }

@@ -12,6 +12,7 @@
 #include <QProcess>
 #include <QtTest>
 
+#include "vexanames.h"
 #include "vexaprobe.h"
 #include "vexatest.h"
 
@@ -95,12 +96,34 @@ private slots:
             QCOMPARE(Vexa::find(expected.at(i)), obj);
             made << obj;
         }
-        QString cls = classes.last();
-        if (!cls.startsWith(QLatin1String("Vexa")))
-            cls.prepend(QLatin1String("Vexa"));
-        QCOMPARE(made.last()->metaObject()->className(), qPrintable(cls));
+        QCOMPARE(made.last()->metaObject()->className(), qPrintable(VexaNames::fullClassName(classes.last())));
         for (VexaObject *obj : made)
             obj->destroy();
+    }
+
+    // The prefix rule the factory and the tools share: one leading "Vexa" is
+    // added for the lookup and taken off for display; case matters.
+    void classNames_data()
+    {
+        QTest::addColumn<QString>("given");
+        QTest::addColumn<QString>("full");
+        QTest::addColumn<QString>("shortened");
+
+        QTest::newRow("short name") << "Encoder" << "VexaEncoder" << "Encoder";
+        QTest::newRow("full name") << "VexaEncoder" << "VexaEncoder" << "Encoder";
+        QTest::newRow("prefix twice") << "VexaVexaMux" << "VexaVexaMux" << "VexaMux";
+        QTest::newRow("other case") << "vexaMux" << "VexavexaMux" << "vexaMux";
+        QTest::newRow("prefix alone") << "Vexa" << "Vexa" << "";
+        QTest::newRow("empty") << "" << "Vexa" << "";
+    }
+    void classNames()
+    {
+        QFETCH(QString, given);
+        QFETCH(QString, full);
+        QFETCH(QString, shortened);
+
+        QCOMPARE(VexaNames::fullClassName(given), full);
+        QCOMPARE(VexaNames::shortClassName(given), shortened);
     }
 
     // A lookup never inserts; removing an entry leaves the object alive and

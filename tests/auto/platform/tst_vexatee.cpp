@@ -11,6 +11,7 @@
 
 #include "hivpss.h"
 #include "platformtest.h"
+#include "vexahi.h"
 #include "vexatee.h"
 #include "vexateechn.h"
 

@@ -1,0 +1,3 @@
+#include "vexacorelog_p.h"
+
+Q_LOGGING_CATEGORY(lcVexaCore, "vexa.core")

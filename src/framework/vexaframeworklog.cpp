@@ -1,0 +1,3 @@
+#include "vexaframeworklog_p.h"
+
+Q_LOGGING_CATEGORY(lcVexaFramework, "vexa.framework")

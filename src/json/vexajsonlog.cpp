@@ -1,0 +1,3 @@
+#include "vexajsonlog_p.h"
+
+Q_LOGGING_CATEGORY(lcVexaJson, "vexa.json")
