@@ -56,6 +56,7 @@ VexaDelivery::ThreadRecord *VexaDelivery::attach()
         while (!records.compare_exchange_weak(r->next, r, std::memory_order_release, std::memory_order_relaxed)) {
         }
     }
+    r->fence = sendersFence.load(std::memory_order_relaxed);
     threadExit.record = r;
     current = r;
     return r;
@@ -65,10 +66,8 @@ void VexaDelivery::waitForDeliveries(const VexaObject *source)
 {
     // Makes every sender's frames visible here, and the caller's disconnect
     // visible to every delivery that starts from now on.
-    if (sendersFence.load(std::memory_order_relaxed) || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0) {
-        sendersFence.store(true, std::memory_order_relaxed);
+    if (sendersFence.load(std::memory_order_relaxed) || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0)
         std::atomic_thread_fence(std::memory_order_seq_cst);
-    }
 
     struct Pending {
         const ThreadRecord *record;

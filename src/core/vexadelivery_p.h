@@ -39,6 +39,9 @@ public:
         // serial << DepthBits | depth. The serial counts the thread's
         // outermost deliveries; depth 0: not delivering.
         std::atomic<quint64> state{0};
+        // A copy of the process-wide choice, next to the state the send
+        // writes anyway.
+        bool fence = true;
         std::atomic<bool> inUse{true};
         ThreadRecord *next = nullptr;
         std::atomic<const VexaObject *> sources[MaxDepth];
@@ -59,10 +62,12 @@ public:
             const quint64 depth = s & DepthMask;
             if (Q_LIKELY(depth < MaxDepth))
                 r->sources[depth].store(source, std::memory_order_relaxed);
-            pushed = s + 1 + (depth == 0 ? (quint64(1) << DepthBits) : 0);
+            pushed = s + 1;
+            if (depth == 0)
+                pushed += quint64(1) << DepthBits;
             r->state.store(pushed, std::memory_order_release);
             // The record must be visible before the connection list is read.
-            if (Q_UNLIKELY(sendersFence.load(std::memory_order_relaxed)))
+            if (Q_UNLIKELY(r->fence))
                 std::atomic_thread_fence(std::memory_order_seq_cst);
             else
                 std::atomic_signal_fence(std::memory_order_seq_cst);
