@@ -1,8 +1,8 @@
 #include "vexainputfile.h"
 
-#include <QDebug>
 #include <QTimer>
 
+#include "vexaexamples_p.h"
 #include "vexamedia.h"
 
 extern "C" {
@@ -42,8 +42,8 @@ VexaInputFile::~VexaInputFile()
 QVariant VexaInputFile::stats()
 {
     QVariantMap m;
-    m["packetsA"] = qint64(packetsA.loadAcquire());
-    m["packetsV"] = qint64(packetsV.loadAcquire());
+    m["packetsA"] = qint64(sentPacketsA.loadAcquire());
+    m["packetsV"] = qint64(sentPacketsV.loadAcquire());
     m["bytesA"] = qint64(bytesA.loadAcquire());
     m["bytesV"] = qint64(bytesV.loadAcquire());
     m["dropped"] = qint64(0);
@@ -142,7 +142,7 @@ bool VexaInputFile::openFile()
         outInfoA = StreamInfo();
     }
     if (debugLevel > 0)
-        qDebug().noquote() << name() << "opened" << path << "video" << videoIndex << "audio" << audioIndex;
+        qCDebug(lcExamples).noquote() << name() << "opened" << path << "video" << videoIndex << "audio" << audioIndex;
     return true;
 }
 
@@ -159,7 +159,7 @@ void VexaInputFile::closeFile()
 void VexaInputFile::fail(const QString &message)
 {
     running = false;
-    qDebug().noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     sendEvent(QStringLiteral("error"), message);
 }
 
@@ -210,7 +210,7 @@ void VexaInputFile::readSome()
                 }
                 running = false;
                 if (debugLevel > 0)
-                    qDebug().noquote() << name() << "end of file";
+                    qCDebug(lcExamples).noquote() << name() << "end of file";
                 sendEvent(QStringLiteral("eos"), name());
                 return;
             }
@@ -283,11 +283,11 @@ void VexaInputFile::sendCurrent()
 
     ++passPackets;
     if (video) {
-        packetsV.fetchAndAddRelaxed(1);
+        sentPacketsV.fetchAndAddRelaxed(1);
         bytesV.fetchAndAddRelaxed(pkt->size);
         sendPacketV(out);
     } else {
-        packetsA.fetchAndAddRelaxed(1);
+        sentPacketsA.fetchAndAddRelaxed(1);
         bytesA.fetchAndAddRelaxed(pkt->size);
         sendPacketA(out);
     }

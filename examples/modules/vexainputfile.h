@@ -33,9 +33,11 @@ class QTimer;
 class VEXAEXAMPLEMODULES_EXPORT VexaInputFile : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:path", "media file to read")
-    Q_CLASSINFO("setting:loop", "bool, restart at the end of the file (default false)")
-    Q_CLASSINFO("setting:realtime", "bool, pace packets by their timestamps (default false)")
+    Q_CLASSINFO("setting:path", "input; media file to read")
+    Q_CLASSINFO("setting:loop", "bool=false; restart at the end of the file, timestamps keep counting up")
+    Q_CLASSINFO("setting:realtime", "bool=false; pace packets by their timestamps (live-source behaviour)")
+    Q_CLASSINFO("sends", "audio video events")
+    Q_CLASSINFO("accepts", "none")
     Q_CLASSINFO("event:eos", "the file ended (value: module name)")
     Q_CLASSINFO("event:error", "the file could not be opened or read (value: message)")
 
@@ -83,8 +85,8 @@ private:
     QElapsedTimer paceClock;
     QTimer *paceTimer = nullptr;
 
-    QAtomicInteger<qint64> packetsA = 0;
-    QAtomicInteger<qint64> packetsV = 0;
+    QAtomicInteger<qint64> sentPacketsA = 0;   // packets sent on A; not the base class queue
+    QAtomicInteger<qint64> sentPacketsV = 0;
     QAtomicInteger<qint64> bytesA = 0;
     QAtomicInteger<qint64> bytesV = 0;
     QAtomicInteger<qint32> loops = 0;

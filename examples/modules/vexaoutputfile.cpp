@@ -1,16 +1,19 @@
 #include "vexaoutputfile.h"
 
-#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
 #include <QMutexLocker>
 
 #include <cstring>
 
+#include "vexaexamples_p.h"
 #include "vexamedia.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/error.h>
+#include <libavutil/mem.h>
 }
 
 namespace {
@@ -57,6 +60,9 @@ VexaOutputFile::~VexaOutputFile()
 {
     closeMuxer();
     av_packet_free(&avpkt);
+    // Copies still queued when the module goes away.
+    for (char *block : qAsConst(heapBlocks))
+        av_free(block);
 }
 
 QVariant VexaOutputFile::stats()
@@ -71,6 +77,8 @@ QVariant VexaOutputFile::stats()
     m["droppedA"] = qint64(countA.dropped.loadAcquire());
     m["droppedV"] = qint64(countV.dropped.loadAcquire());
     m["dropped"] = qint64(countA.dropped.loadAcquire() + countV.dropped.loadAcquire());
+    m["rejected"] = qint64(countA.rejected.loadAcquire() + countV.rejected.loadAcquire());
+    m["dropping"] = dropSetting.loadAcquire() != 0;
     return m;
 }
 
@@ -100,7 +108,31 @@ void VexaOutputFile::accept(const Packet &in, bool video)
 
     Packet p = in;
     p.data = nullptr;
-    if (in.len > 0) {
+    if (in.len > 0 && qint64(in.len) + padding > ringSize) {
+        // Larger than the whole ring: a copy of its own, so that no packet is
+        // lost for its size.
+        char *start = static_cast<char *>(av_malloc(size_t(in.len) + padding));
+        if (!start) {
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        if (!warnedOversize && debugLevel > 0) {
+            warnedOversize = true;
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] packet of %2 bytes is larger than the %3-byte payload ring (memSize); copied outside it")
+                                             .arg(name()).arg(in.len).arg(ringSize);
+        }
+        heapBlocks.insert(start);
+        p.data = start;
+        locker.unlock();
+        memcpy(start, in.data, size_t(in.len));
+        memset(start + in.len, 0, padding);
+        locker.relock();
+        if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
+            releaseLocked(start);
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+    } else if (in.len > 0) {
         char *start = nullptr;
         const int total = in.len + padding;
         if (!reserve(total, &start)) {
@@ -111,7 +143,7 @@ void VexaOutputFile::accept(const Packet &in, bool video)
         if (p.data != start) {
             // The ring did not place the block where its documented algorithm
             // says; follow it so later predictions stay right.
-            qDebug().noquote() << QStringLiteral("[%1] payload ring placed a block off its predicted position").arg(name());
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] payload ring placed a block off its predicted position").arg(name());
             if (!p.data) {
                 c.dropped.fetchAndAddRelaxed(1);
                 return;
@@ -183,6 +215,11 @@ void VexaOutputFile::releaseLocked(char *data)
 {
     if (!data)
         return;
+    if (heapBlocks.remove(data)) {
+        av_free(data);
+        changed.wakeAll();
+        return;
+    }
     for (Block &b : blocks) {
         if (b.start == data && !b.done) {
             b.done = true;
@@ -211,14 +248,8 @@ bool VexaOutputFile::waitUntilAccepting()
 // (bufferData's wrap-around rule) without covering a block still queued.
 bool VexaOutputFile::reserve(int len, char **start)
 {
-    if (!ringBase || len > ringSize) {
-        if (!warnedOversize) {
-            warnedOversize = true;
-            qDebug().noquote() << QStringLiteral("[%1] packet of %2 bytes does not fit the %3-byte payload ring (memSize); dropped")
-                                  .arg(name()).arg(len).arg(ringSize);
-        }
+    if (!ringBase || len > ringSize)
         return false;
-    }
     for (;;) {
         const qint64 pos = ringPos - ringBase;
         char *s = pos + len < ringSize ? ringPos : ringBase;
@@ -284,6 +315,7 @@ void VexaOutputFile::onStart()
         if (bufLenV >= 0 && bufLenV < 2)
             bufLenV = 2;
         dropMode = settings.value("overflow").toString() == QLatin1String("drop");
+        dropSetting.storeRelease(dropMode ? 1 : 0);
         if (!ringBase) {
             ringSize = settings.value("memSize").toInt();
             // A request of the whole ring always lands at its base, which
@@ -303,6 +335,10 @@ void VexaOutputFile::onStart()
         fail(QStringLiteral("no \"path\" setting"));
         return;
     }
+    if (!settings.value("overwrite").toBool() && QFileInfo::exists(path)) {
+        fail(QStringLiteral("%1 already exists; not replaced unless \"overwrite\" is set").arg(path));
+        return;
+    }
     const QByteArray localPath = path.toLocal8Bit();
     const QByteArray format = settings.value("format").toString().toLatin1();
     int r = avformat_alloc_output_context2(&oc, nullptr, format.isEmpty() ? nullptr : format.constData(),
@@ -312,13 +348,9 @@ void VexaOutputFile::onStart()
                               : QStringLiteral("unknown container format \"%1\"").arg(QString::fromLatin1(format)));
         return;
     }
-    if (!(oc->oformat->flags & AVFMT_NOFILE)) {
-        r = avio_open(&oc->pb, localPath.constData(), AVIO_FLAG_WRITE);
-        if (r < 0) {
-            fail(QStringLiteral("cannot create %1: %2").arg(path, avError(r)));
-            return;
-        }
-    }
+    // The file itself is created with the header, once a source has
+    // described its streams: a source that cannot open its input leaves no
+    // empty output behind.
     headerWritten = false;
     streamA = streamV = -1;
     {
@@ -339,7 +371,7 @@ void VexaOutputFile::onNewInfoA(StreamInfo)
     if (!headerWritten)
         drain();
     else if (debugLevel > 0)
-        qDebug().noquote() << name() << "audio description changed after the header; ignored";
+        qCDebug(lcExamples).noquote() << name() << "audio description changed after the header; ignored";
 }
 
 void VexaOutputFile::onNewInfoV(StreamInfo)
@@ -347,7 +379,7 @@ void VexaOutputFile::onNewInfoV(StreamInfo)
     if (!headerWritten)
         drain();
     else if (debugLevel > 0)
-        qDebug().noquote() << name() << "video description changed after the header; ignored";
+        qCDebug(lcExamples).noquote() << name() << "video description changed after the header; ignored";
 }
 
 void VexaOutputFile::drain()
@@ -425,7 +457,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
             continue;
         AVStream *st = avformat_new_stream(oc, nullptr);
         if (!st || !VexaMedia::toCodecParameters(params[k], st->codecpar)) {
-            qDebug().noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
                                   .arg(name(), k == 0 ? "video" : "audio", params[k].value("codecName").toString());
             continue;
         }
@@ -445,14 +477,27 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     // Bounds how much media the muxer keeps back to interleave, and so how
     // much of the ring it holds.
     oc->max_interleave_delta = VexaMedia::TimeBase;
+    const QString path = settings.value("path").toString();
+    if (!(oc->oformat->flags & AVFMT_NOFILE) && !oc->pb) {
+        const int r = avio_open(&oc->pb, path.toLocal8Bit().constData(), AVIO_FLAG_WRITE);
+        if (r < 0) {
+            fail(QStringLiteral("cannot create %1: %2").arg(path, avError(r)));
+            return false;
+        }
+    }
     const int r = avformat_write_header(oc, nullptr);
     if (r < 0) {
+        // Nothing usable was written: leave no broken file behind.
+        const bool created = oc->pb != nullptr;
+        closeMuxer();
+        if (created)
+            QFile::remove(path);
         fail(QStringLiteral("cannot write the header of %1: %2").arg(settings.value("path").toString(), avError(r)));
         return false;
     }
     headerWritten = true;
     if (debugLevel > 0)
-        qDebug().noquote() << name() << "header written, video stream" << streamV << "audio stream" << streamA;
+        qCDebug(lcExamples).noquote() << name() << "header written, video stream" << streamV << "audio stream" << streamA;
     return true;
 }
 
@@ -527,8 +572,9 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     const int r = av_interleaved_write_frame(oc, avpkt);
     if (r < 0) {
         c.dropped.fetchAndAddRelaxed(1);
+        c.rejected.fetchAndAddRelaxed(1);
         if (rejectLines++ < maxRejectLines)
-            qDebug().noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
                                   .arg(name(), video ? "video" : "audio")
                                   .arg(static_cast<long long>(pkt.pts)).arg(avError(r));
         if (r == AVERROR(EIO) || r == AVERROR(ENOSPC))
@@ -550,9 +596,10 @@ void VexaOutputFile::finish()
     // Everything queued before stop still goes into the file.
     drain();
     if (oc && !headerWritten && inInfoA.type == 0 && inInfoV.type == 0 && pendingA.isEmpty() && pendingV.isEmpty()) {
-        // Nothing arrived: no streams to write, which is not a failure.
+        // Nothing arrived: no streams to write, which is not a failure; no
+        // file is created.
         if (debugLevel > 0)
-            qDebug().noquote() << name() << "received nothing; the file stays empty";
+            qCDebug(lcExamples).noquote() << name() << "received nothing; no file written";
         closeMuxer();
     }
     if (oc && !headerWritten)
@@ -582,7 +629,7 @@ void VexaOutputFile::finish()
     }
     const QVariantMap s = stats().toMap();
     if (debugLevel > 0 || s.value("dropped").toLongLong() > 0)
-        qDebug().noquote() << QStringLiteral("[%1] wrote %2 audio and %3 video packets, dropped %4")
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] wrote %2 audio and %3 video packets, dropped %4")
                               .arg(name())
                               .arg(s.value("packetsA").toLongLong())
                               .arg(s.value("packetsV").toLongLong())
@@ -593,7 +640,7 @@ void VexaOutputFile::finish()
 
 void VexaOutputFile::fail(const QString &message)
 {
-    qDebug().noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     closeMuxer();
     {
         // Senders stop waiting and drop until the module is stopped.

@@ -3,6 +3,7 @@
 
 #include <QAtomicInteger>
 #include <QMutex>
+#include <QSet>
 #include <QWaitCondition>
 
 #include <cstdint>
@@ -23,9 +24,14 @@ struct AVPacket;
  * has made room, so nothing is lost; "drop": for live sources, a full queue
  * drops its oldest packet and a full ring drops the new one), "memSize"
  * (payload ring in bytes, default 2 MiB: it holds every queued packet and
- * what the muxer keeps back to interleave; a packet larger than the ring is
- * dropped), "bufLenA"/"bufLenV" (queue
- * bounds, default 20; a bound below 2 is raised to 2).
+ * what the muxer keeps back to interleave; a packet larger than the ring gets
+ * a copy of its own instead), "overwrite" (replace an existing file; default
+ * false: the module fails at start rather than destroy a file),
+ * "bufLenA"/"bufLenV" (queue bounds, default 20; a bound below 2 is raised
+ * to 2).
+ *
+ * The file is created when the header is written, so that nothing is left
+ * behind when the source cannot open its input.
  *
  * One output stream is created per incoming description (VexaMedia
  * parameters). The header is written once both kinds are described, or once
@@ -47,10 +53,13 @@ struct AVPacket;
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:path", "file to write")
-    Q_CLASSINFO("setting:format", "container short name (default: from the extension)")
-    Q_CLASSINFO("setting:overflow", "\"wait\" (default, lossless back-pressure) or \"drop\" (live sources)")
-    Q_CLASSINFO("setting:memSize", "payload ring bytes (default 2097152)")
+    Q_CLASSINFO("setting:path", "output; file to write")
+    Q_CLASSINFO("setting:format", "string; container short name (default: from the extension of path)")
+    Q_CLASSINFO("setting:overflow", "enum(wait|drop)=wait; wait: lossless back-pressure, drop: live sources may lose packets")
+    Q_CLASSINFO("setting:overwrite", "bool=false; replace an existing file instead of refusing to start")
+    Q_CLASSINFO("setting:memSize", "int=2097152; payload ring bytes (larger packets are copied outside it)")
+    Q_CLASSINFO("sends", "events")
+    Q_CLASSINFO("accepts", "audio video")
     Q_CLASSINFO("event:done", "the file is complete (value: counters)")
     Q_CLASSINFO("event:error", "the file could not be created or written (value: message)")
 
@@ -62,7 +71,8 @@ public:
      * Counters: "packetsA"/"packetsV" and "bytesA"/"bytesV" written,
      * "receivedA"/"receivedV", "droppedA"/"droppedV" and "dropped" (their sum:
      * queue overflow, ring overflow, packets refused while not running or
-     * rejected by the muxer). Thread: thread-safe (called directly through invoke()).
+     * rejected by the muxer), "rejected" (of those, refused by the muxer) and
+     * "dropping" (true when "overflow" is "drop", so drops were asked for). Thread: thread-safe (called directly through invoke()).
      */
     Q_INVOKABLE QVariant stats();
 
@@ -81,6 +91,7 @@ private:
         QAtomicInteger<qint64> written = 0;
         QAtomicInteger<qint64> bytes = 0;
         QAtomicInteger<qint64> dropped = 0;
+        QAtomicInteger<qint64> rejected = 0;  // by the muxer, counted in dropped too
     };
     struct Block {
         char *start;
@@ -116,9 +127,11 @@ private:
     qint64 ringLive = 0;            // bytes of blocks not yet written
     QList<Block> blocks;            // live ring blocks, in allocation order
     bool warnedOversize = false;
+    QSet<char *> heapBlocks;        // copies of packets larger than the ring
     bool ringStarved = false;       // a sender found the ring full since the last drain
 
     QAtomicInt wakePending = 0;
+    QAtomicInt dropSetting = 0;     // "overflow" is "drop", for stats()
 
     // Worker thread only.
     AVFormatContext *oc = nullptr;

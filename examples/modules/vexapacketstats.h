@@ -22,7 +22,9 @@ class QTimer;
 class VEXAEXAMPLEMODULES_EXPORT VexaPacketStats : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:interval", "milliseconds between \"stats\" events (default 1000, 0: only at stop)")
+    Q_CLASSINFO("setting:interval", "int=1000; milliseconds between \"stats\" events (0: only at stop)")
+    Q_CLASSINFO("sends", "events")
+    Q_CLASSINFO("accepts", "audio video")
     Q_CLASSINFO("event:stats", "counters: packetsA, bytesA, packetsV, bytesV")
 
 public:
@@ -44,9 +46,9 @@ private:
 
     QTimer *timer = nullptr;        // worker thread only
     qint64 lastTotal = -1;
-    QAtomicInteger<qint64> packetsA = 0;
+    QAtomicInteger<qint64> receivedPacketsA = 0;   // not the base class queue
     QAtomicInteger<qint64> bytesA = 0;
-    QAtomicInteger<qint64> packetsV = 0;
+    QAtomicInteger<qint64> receivedPacketsV = 0;
     QAtomicInteger<qint64> bytesV = 0;
 };
 

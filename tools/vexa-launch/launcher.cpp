@@ -38,18 +38,28 @@ void releaseMediaMemory()
 #endif
 }
 
-void onInterrupt(int)
+void onInterrupt(int sig)
 {
     ++interruptCount;
     if (interruptCount > 1) {
-        // A second Ctrl-C while shutting down: leave at once, as the
+        // A second signal while shutting down: leave at once, as the
         // framework's own handler would.
         releaseMediaMemory();
-        _exit(ExitInterrupted);
+        _exit(ExitSignal + sig);
     }
-    const char byte = 1;
+    const char byte = char(sig);
     const ssize_t n = write(interruptPipe[1], &byte, 1);
     (void)n;
+}
+
+QString signalText(int sig)
+{
+    switch (sig) {
+    case SIGINT: return QStringLiteral("interrupted");
+    case SIGTERM: return QStringLiteral("interrupted by SIGTERM");
+    case SIGHUP: return QStringLiteral("interrupted by SIGHUP");
+    default: return QStringLiteral("interrupted by signal %1").arg(sig);
+    }
 }
 
 QString dotQuoted(const QString &s)
@@ -82,9 +92,15 @@ Launcher::Launcher(const Pipeline &p, const LaunchOptions &o, QObject *parent)
         interruptNotifier = new QSocketNotifier(interruptPipe[0], QSocketNotifier::Read, this);
         connect(interruptNotifier, &QSocketNotifier::activated, this, [this] {
             char buf[16];
-            while (read(interruptPipe[0], buf, sizeof(buf)) > 0) {
+            int sig = 0;
+            ssize_t n;
+            while ((n = read(interruptPipe[0], buf, sizeof(buf))) > 0) {
+                if (!sig)
+                    sig = buf[0];
             }
-            shutdown(ExitInterrupted, QStringLiteral("interrupted"));
+            if (!sig)
+                return;
+            shutdown(ExitSignal + sig, signalText(sig));
         });
     }
 }
@@ -97,7 +113,8 @@ bool Launcher::installInterruptHandler()
     sa.sa_handler = onInterrupt;
     sigemptyset(&sa.sa_mask);
     sa.sa_flags = SA_RESTART;
-    return sigaction(SIGINT, &sa, nullptr) == 0;
+    return sigaction(SIGINT, &sa, nullptr) == 0 && sigaction(SIGTERM, &sa, nullptr) == 0
+        && sigaction(SIGHUP, &sa, nullptr) == 0;
 }
 
 void Launcher::message(const QString &text, bool error)
@@ -152,8 +169,6 @@ bool Launcher::start()
         durationTimer.start(int(options.duration * 1000));
     if (!options.graph.isEmpty())
         graphNow();
-    if (pipeline.sources().isEmpty() && options.duration <= 0)
-        message(QStringLiteral("no source module: runs until Ctrl-C"));
     return true;
 }
 
@@ -164,7 +179,7 @@ void Launcher::onModuleEvent(const QString &module, const QString &type, const Q
         // its file) still fails the run.
         if (type == QLatin1String("error")) {
             message(QStringLiteral("error: %1: %2").arg(module, value.toString()), true);
-            if (code == ExitOk || code == ExitInterrupted)
+            if (code == ExitOk || code > ExitSignal)
                 code = ExitModuleError;
         }
         return;
@@ -243,7 +258,7 @@ void Launcher::shutdown(int exitCode, const QString &why)
         fputs("\n", stderr);
     progressShown = false;
     if (!why.isEmpty()) {
-        const bool error = exitCode != ExitOk && exitCode != ExitInterrupted;
+        const bool error = exitCode != ExitOk && exitCode < ExitSignal;
         message(error ? QStringLiteral("error: ") + why : why, error);
     }
 
@@ -281,6 +296,10 @@ void Launcher::shutdown(int exitCode, const QString &why)
             << num("dropped", 8) << '\n';
     }
     out.flush();
+    // Losing data matters more than how the run ended; a module error is
+    // reported as such.
+    if (reportLosses() && code != ExitModuleError)
+        code = ExitDataLost;
     if (!options.graph.isEmpty())
         graphNow();
 
@@ -315,6 +334,30 @@ void Launcher::shutdown(int exitCode, const QString &why)
     }
     releaseMediaMemory();
     emit finished(code);
+}
+
+bool Launcher::reportLosses()
+{
+    bool any = false;
+    for (int i = 0; i < objects.size(); ++i) {
+        const QVariantMap s = statsOf(objects.at(i), false);
+        const qint64 dropped = s.value("dropped").toLongLong();
+        const qint64 rejected = s.value("rejected").toLongLong();
+        // A module told to drop (a live source's output) may drop; what the
+        // muxer refused is lost either way.
+        const qint64 lost = s.value("dropping").toBool() ? rejected : dropped;
+        if (lost <= 0)
+            continue;
+        any = true;
+        QString detail;
+        if (s.contains("droppedA") || s.contains("droppedV"))
+            detail = QStringLiteral("%1 audio, %2 video").arg(s.value("droppedA").toLongLong()).arg(s.value("droppedV").toLongLong());
+        if (rejected > 0)
+            detail += QStringLiteral("%1%2 rejected by the muxer").arg(detail.isEmpty() ? "" : "; ").arg(rejected);
+        message(QStringLiteral("error: %1 lost %2 packets%3").arg(pipeline.modules.at(i).name).arg(lost)
+                    .arg(detail.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(detail)), true);
+    }
+    return any;
 }
 
 bool Launcher::writeGraph(const Pipeline &p, const QString &path, const QHash<QString, QString> &states,

@@ -109,6 +109,10 @@ private slots:
         // The muxer keeps video back while it waits for audio to interleave
         // with; the ring fills with blocks it holds, and it must let go.
         QTest::newRow("wait, ring held by the muxer") << "wait" << 50 << 2500 << 1000 << 3 << all << true;
+        // Payloads larger than the whole ring get copies of their own: never
+        // dropped for their size, still held back by the queue bound.
+        QTest::newRow("wait, packets larger than the ring") << "wait" << 4 << 2500 << 3000 << 4 << all << false;
+        QTest::newRow("drop, packets larger than the ring") << "drop" << 50 << 2500 << 3000 << 0 << all << false;
         QTest::newRow("drop, queue full keeps the newest") << "drop" << 4 << (1 << 20) << 500 << 0 << QList<int>{9, 10, 11} << false;
         QTest::newRow("drop, ring full keeps the queued") << "drop" << 50 << 2500 << 1000 << 0 << QList<int>{0, 1} << false;
     }
