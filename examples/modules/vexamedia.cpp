@@ -22,7 +22,9 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
     p["level"] = par->level;
     p["codecTag"] = quint32(par->codec_tag);
     p["bitsPerCodedSample"] = par->bits_per_coded_sample;
+    p["bitsPerRawSample"] = par->bits_per_raw_sample;
     p["packetFlags"] = QStringLiteral("tag");
+    p["packetDuration"] = QStringLiteral("tag");
     if (par->extradata && par->extradata_size > 0)
         p["extradata"] = QByteArray(reinterpret_cast<const char *>(par->extradata), par->extradata_size);
 
@@ -35,6 +37,8 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
         p["sampleAspectDen"] = par->sample_aspect_ratio.den;
         p["frameRateNum"] = stream->avg_frame_rate.num;
         p["frameRateDen"] = stream->avg_frame_rate.den;
+        p["realFrameRateNum"] = stream->r_frame_rate.num;
+        p["realFrameRateDen"] = stream->r_frame_rate.den;
         p["videoDelay"] = par->video_delay;
         p["fieldOrder"] = int(par->field_order);
         p["colorRange"] = int(par->color_range);
@@ -71,6 +75,7 @@ bool VexaMedia::toCodecParameters(const QVariantMap &p, AVCodecParameters *par)
     par->profile = p.value("profile", FF_PROFILE_UNKNOWN).toInt();
     par->level = p.value("level", FF_LEVEL_UNKNOWN).toInt();
     par->bits_per_coded_sample = p.value("bitsPerCodedSample").toInt();
+    par->bits_per_raw_sample = p.value("bitsPerRawSample").toInt();
 
     const QByteArray extra = p.value("extradata").toByteArray();
     av_freep(&par->extradata);
@@ -112,6 +117,20 @@ bool VexaMedia::toCodecParameters(const QVariantMap &p, AVCodecParameters *par)
             av_channel_layout_default(&par->ch_layout, channels);
     }
     return true;
+}
+
+quint32 VexaMedia::keepCodecTag(const QVariantMap &p, const AVCodecTag *const *tags)
+{
+    const quint32 tag = p.value("codecTag").toUInt();
+    const auto id = AVCodecID(p.value("codecId").toInt());
+    if (tag == 0)
+        return 0;
+    if (!tags)
+        return tag;
+    unsigned int own = 0;
+    if (av_codec_get_id(tags, tag) == id || !av_codec_get_tag2(tags, id, &own))
+        return tag;
+    return 0;
 }
 
 QString VexaMedia::timeBaseText(const QVariantMap &params)

@@ -13,6 +13,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/error.h>
+#include <libavutil/mathematics.h>
 #include <libavutil/mem.h>
 }
 
@@ -24,6 +25,10 @@ const int defaultMemSize = 2 * 1024 * 1024;
 // is written with the streams known so far.
 const int headerWaitPackets = 64;
 const int maxRejectLines = 5;
+// How long the muxer may hold a packet before writing it, as `ffmpeg` sets
+// it by default (-muxdelay 0.7): MPEG-TS packs audio frames into PES
+// packets up to this delay and starts its timestamps at twice it.
+const int muxDelayUs = 700000;
 // Zeroed bytes behind each payload copy, as FFmpeg expects of packet buffers.
 const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
 
@@ -79,6 +84,7 @@ QVariant VexaOutputFile::stats()
     m["dropped"] = qint64(countA.dropped.loadAcquire() + countV.dropped.loadAcquire());
     m["rejected"] = qint64(countA.rejected.loadAcquire() + countV.rejected.loadAcquire());
     m["dropping"] = dropSetting.loadAcquire() != 0;
+    m["mediaUs"] = qint64(mediaUs.loadAcquire());
     return m;
 }
 
@@ -468,6 +474,17 @@ bool VexaOutputFile::tryWriteHeader(bool force)
         const int frDen = params[k].value("frameRateDen").toInt();
         if (frNum > 0 && frDen > 0)
             st->avg_frame_rate = AVRational{frNum, frDen};
+        const int rNum = params[k].value("realFrameRateNum").toInt();
+        const int rDen = params[k].value("realFrameRateDen").toInt();
+        if (rNum > 0 && rDen > 0)
+            st->r_frame_rate = AVRational{rNum, rDen};
+        st->sample_aspect_ratio = st->codecpar->sample_aspect_ratio;
+        st->codecpar->codec_tag = VexaMedia::keepCodecTag(params[k], oc->oformat->codec_tag);
+        Track &t = tracks[k == 0 ? 1 : 0];
+        t = Track();
+        t.sourceTimeBase = st->time_base;
+        t.durationInTag = params[k].value("packetDuration").toString() == QLatin1String("tag");
+        t.sampleRate = k == 1 ? params[k].value("sampleRate").toInt() : 0;
         *index[k] = st->index;
     }
     if (oc->nb_streams == 0) {
@@ -477,6 +494,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     // Bounds how much media the muxer keeps back to interleave, and so how
     // much of the ring it holds.
     oc->max_interleave_delta = VexaMedia::TimeBase;
+    oc->max_delay = muxDelayUs;
     const QString path = settings.value("path").toString();
     if (!(oc->oformat->flags & AVFMT_NOFILE) && !oc->pb) {
         const int r = avio_open(&oc->pb, path.toLocal8Bit().constData(), AVIO_FLAG_WRITE);
@@ -559,15 +577,37 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             return false;
         }
     }
+    Track &t = tracks[video ? 1 : 0];
     avpkt->data = reinterpret_cast<uint8_t *>(pkt.data);
     avpkt->size = pkt.len;
     avpkt->stream_index = index;
-    avpkt->pts = pkt.pts == VexaMedia::NoPts ? AV_NOPTS_VALUE : av_rescale_q(pkt.pts, usTimeBase, st->time_base);
+    avpkt->pts = toStreamTime(pkt.pts, t, st);
     const qint64 dts = decodeTime(pkt);
-    avpkt->dts = dts == VexaMedia::NoPts ? AV_NOPTS_VALUE : av_rescale_q(dts, usTimeBase, st->time_base);
+    avpkt->dts = toStreamTime(dts, t, st);
+    if (!video && dts != VexaMedia::NoPts && t.sampleRate > 0 && t.sourceTimeBase.num > 0) {
+        // Audio times follow the samples, not the rounding of a coarse
+        // source time base (milliseconds in Matroska and FLV), as `ffmpeg
+        // -c copy` writes them; presentation time is the decode time.
+        int samples = av_get_audio_frame_duration2(st->codecpar, pkt.len);
+        if (samples <= 0)
+            samples = st->codecpar->frame_size;
+        if (samples > 0) {
+            const int64_t ticks = av_rescale_q(dts, usTimeBase, t.sourceTimeBase);
+            avpkt->dts = av_rescale_delta(t.sourceTimeBase, ticks, AVRational{1, t.sampleRate}, samples,
+                                          &t.rescaleLast, st->time_base);
+            avpkt->pts = avpkt->dts;
+        }
+    }
     avpkt->flags = flagsInTag ? (pkt.tag & (AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD | AV_PKT_FLAG_DISPOSABLE)) : 0;
-    avpkt->duration = 0;
+    avpkt->duration = flagsInTag && t.durationInTag
+            ? av_rescale_q(VexaMedia::tagDuration(pkt.tag), t.sourceTimeBase, st->time_base) : 0;
     avpkt->pos = -1;
+    keepDecodeOrder(t, oc->oformat->flags);
+    if (dts != VexaMedia::NoPts) {
+        const qint64 media = dts - (t.firstUs == VexaMedia::NoPts ? (t.firstUs = dts) : t.firstUs);
+        if (media > mediaUs.loadRelaxed())
+            mediaUs.storeRelease(media);
+    }
     // Takes the reference, also on failure.
     const int r = av_interleaved_write_frame(oc, avpkt);
     if (r < 0) {
@@ -584,6 +624,44 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     c.written.fetchAndAddRelaxed(1);
     c.bytes.fetchAndAddRelaxed(pkt.len);
     return true;
+}
+
+// Microseconds to the output stream's time base through the source's own
+// ticks, so that the result is what rescaling the source's timestamps gives.
+int64_t VexaOutputFile::toStreamTime(qint64 us, const Track &t, const AVStream *st)
+{
+    if (us == VexaMedia::NoPts)
+        return AV_NOPTS_VALUE;
+    if (t.sourceTimeBase.num > 0 && t.sourceTimeBase.den > 0)
+        return av_rescale_q(av_rescale_q(us, usTimeBase, t.sourceTimeBase), t.sourceTimeBase, st->time_base);
+    return av_rescale_q(us, usTimeBase, st->time_base);
+}
+
+// As `ffmpeg` does before the muxer: a decode time after the presentation
+// time, or one not after the previous packet's (equal is allowed where the
+// container allows it), is moved rather than have the muxer refuse the
+// packet.
+void VexaOutputFile::keepDecodeOrder(Track &t, int formatFlags)
+{
+    if (formatFlags & AVFMT_NOTIMESTAMPS)
+        return;
+    if (avpkt->dts != AV_NOPTS_VALUE && avpkt->pts != AV_NOPTS_VALUE && avpkt->dts > avpkt->pts) {
+        const int64_t next = t.lastDts == AV_NOPTS_VALUE ? avpkt->dts : t.lastDts + 1;
+        const int64_t a = avpkt->pts, b = avpkt->dts;
+        avpkt->pts = avpkt->dts = a + b + next - qMin(qMin(a, b), next) - qMax(qMax(a, b), next);
+    }
+    if (avpkt->dts != AV_NOPTS_VALUE && t.lastDts != AV_NOPTS_VALUE) {
+        const int64_t least = t.lastDts + ((formatFlags & AVFMT_TS_NONSTRICT) ? 0 : 1);
+        if (avpkt->dts < least) {
+            if (debugLevel > 0)
+                qCDebug(lcExamples).noquote() << QStringLiteral("[%1] decode time %2 not after %3; moved to %4")
+                                                 .arg(name()).arg(avpkt->dts).arg(t.lastDts).arg(least);
+            if (avpkt->pts != AV_NOPTS_VALUE && avpkt->pts >= avpkt->dts)
+                avpkt->pts = qMax<int64_t>(avpkt->pts, least);
+            avpkt->dts = least;
+        }
+    }
+    t.lastDts = avpkt->dts;
 }
 
 void VexaOutputFile::finish()

@@ -7,12 +7,18 @@
 #include <QWaitCondition>
 
 #include <cstdint>
+#include <limits>
+
+extern "C" {
+#include <libavutil/rational.h>
+}
 
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVFormatContext;
 struct AVPacket;
+struct AVStream;
 
 /**
  * Sink module: remuxes the audio and video packets it receives into a file
@@ -99,6 +105,15 @@ private:
         bool done;
     };
     enum Phase { Idle = 0, Accepting = 1, Closing = 2 };
+    // Per output stream, worker thread only.
+    struct Track {
+        AVRational sourceTimeBase{0, 1};
+        bool durationInTag = false;
+        int sampleRate = 0;             // audio: times follow the samples
+        int64_t rescaleLast = INT64_MIN;
+        int64_t lastDts = INT64_MIN;    // last decode time given to the muxer; INT64_MIN (AV_NOPTS_VALUE): none
+        qint64 firstUs = std::numeric_limits<qint64>::min();
+    };
 
     void accept(const Packet &pkt, bool video);
     bool waitUntilAccepting();
@@ -115,6 +130,8 @@ private:
     void finish();
     void fail(const QString &message);
     void closeMuxer();
+    int64_t toStreamTime(qint64 us, const Track &t, const AVStream *st);
+    void keepDecodeOrder(Track &t, int formatFlags);
 
     // Shared by the producers and the worker; guarded by gate.
     QMutex gate;
@@ -132,6 +149,7 @@ private:
 
     QAtomicInt wakePending = 0;
     QAtomicInt dropSetting = 0;     // "overflow" is "drop", for stats()
+    QAtomicInteger<qint64> mediaUs = 0;  // decode time written, from the first
 
     // Worker thread only.
     AVFormatContext *oc = nullptr;
@@ -142,6 +160,7 @@ private:
     QList<Packet> pendingA;
     QList<Packet> pendingV;
     int rejectLines = 0;
+    Track tracks[2];                // audio, video
 
     Counters countA;
     Counters countV;
