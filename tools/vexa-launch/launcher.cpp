@@ -76,6 +76,21 @@ qint64 packetsIn(const QVariantMap &s)
     return s.value("packetsA").toLongLong() + s.value("packetsV").toLongLong();
 }
 
+// "00:01:02.34", as ffmpeg's time=.
+QString mediaTimeText(qint64 us)
+{
+    const qint64 cs = qMax<qint64>(0, us) / 10000;
+    return QStringLiteral("%1:%2:%3.%4").arg(cs / 360000, 2, 10, QLatin1Char('0')).arg(cs / 6000 % 60, 2, 10, QLatin1Char('0'))
+        .arg(cs / 100 % 60, 2, 10, QLatin1Char('0')).arg(cs % 100, 2, 10, QLatin1Char('0'));
+}
+
+QString speedText(qint64 mediaUs, qint64 wallMs)
+{
+    if (wallMs <= 0)
+        return QStringLiteral("N/A");
+    return QStringLiteral("%1x").arg(mediaUs / 1000.0 / wallMs, 0, 'f', mediaUs / 1000.0 / wallMs < 10 ? 2 : 1);
+}
+
 } // namespace
 
 Launcher::Launcher(const Pipeline &p, const LaunchOptions &o, QObject *parent)
@@ -210,10 +225,13 @@ void Launcher::showProgress(bool last)
     const qint64 now = clock.elapsed();
     const double span = qMax<qint64>(1, now - lastTick) / 1000.0;
     QStringList parts;
+    qint64 media = -1;
     for (int i = 0; i < objects.size(); ++i) {
         const QVariantMap s = statsOf(objects.at(i), !last);
         if (s.isEmpty())
             continue;
+        if (s.contains("mediaUs"))
+            media = media < 0 ? s.value("mediaUs").toLongLong() : qMin(media, s.value("mediaUs").toLongLong());
         const qint64 packets = packetsIn(s);
         const qint64 rate = qint64((packets - lastPackets.value(i)) / span + 0.5);
         lastPackets[i] = packets;
@@ -223,6 +241,10 @@ void Launcher::showProgress(bool last)
         parts << part;
     }
     lastTick = now;
+    // The media time that has gone all the way through: the least of the
+    // modules' (an output's lags its source's).
+    if (media >= 0)
+        parts.prepend(QStringLiteral("time=%1 speed=%2").arg(mediaTimeText(media), speedText(media, now)));
     const QString line = QStringLiteral("[%1s] %2").arg(now / 1000.0, 0, 'f', 1).arg(parts.join(QLatin1String(" | ")));
     if (tty) {
         fprintf(stderr, "\r\033[K%s", qPrintable(line));
@@ -295,6 +317,20 @@ void Launcher::shutdown(int exitCode, const QString &why)
             << num("packetsA", 10) << ' ' << num("packetsV", 10) << ' ' << bytes.rightJustified(12) << ' '
             << num("dropped", 8) << '\n';
     }
+    // Media time, speed and packet rate of the whole run, as the last line.
+    const qint64 wallMs = qMax<qint64>(1, clock.elapsed());
+    qint64 media = -1;
+    qint64 packets = 0;
+    for (VexaObject *obj : qAsConst(objects)) {
+        const QVariantMap s = statsOf(obj, false);
+        if (s.contains("mediaUs"))
+            media = media < 0 ? s.value("mediaUs").toLongLong() : qMin(media, s.value("mediaUs").toLongLong());
+        packets = qMax(packets, packetsIn(s));
+    }
+    out << QStringLiteral("time=%1 speed=%2 in %3 s, %4 pkt/s")
+               .arg(mediaTimeText(qMax<qint64>(0, media)), media < 0 ? QStringLiteral("N/A") : speedText(media, wallMs))
+               .arg(wallMs / 1000.0, 0, 'f', 3).arg(qint64(packets * 1000.0 / wallMs + 0.5))
+        << '\n';
     out.flush();
     // Losing data matters more than how the run ended; a module error is
     // reported as such.

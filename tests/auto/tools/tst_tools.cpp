@@ -120,6 +120,9 @@ private slots:
                                                              QRegularExpression::MultilineOption).match(stdOut);
         QVERIFY2(m.hasMatch(), qPrintable(stdOut));
         QCOMPARE(m.captured(1), QStringLiteral("0"));
+        // Media time and speed, as ffmpeg's time= and speed=, beside the packet rate.
+        QVERIFY2(QRegularExpression(QStringLiteral("^time=00:00:0[0-4]\\.\\d\\d speed=\\d+\\.\\d+x in \\d+\\.\\d+ s, \\d+ pkt/s$"),
+                                    QRegularExpression::MultilineOption).match(stdOut).hasMatch(), qPrintable(stdOut));
 
         MediaProbe::Streams want, got;
         QString error;
@@ -168,7 +171,7 @@ private slots:
         // Wait for three progress lines that show packets flowing into the
         // output (600 ms of paced media), so both streams have reached it.
         QByteArray err;
-        const QRegularExpression flowing(QStringLiteral("out [1-9]\\d* pkt/s"));
+        const QRegularExpression flowing(QStringLiteral("time=\\d\\d:\\d\\d:\\d\\d\\.\\d\\d speed=\\S+x \\|.* out [1-9]\\d* pkt/s"));
         const bool seen = QTest::qWaitFor([&] {
             proc.waitForReadyRead(100);
             err += proc.readAllStandardError();
