@@ -59,15 +59,18 @@ VexaOutputFile::VexaOutputFile(QObject *parent)
     directInvokeNames << QStringLiteral("stats");
     // Parked until start; a "memSize" given later replaces it.
     setData(QVariantMap{{QStringLiteral("memSize"), defaultMemSize}});
+    // A sender that finds the ring full asks the worker to make the muxer
+    // let go of the packets it keeps back, or senders could wait for ever.
+    pool.setFullHandler([this] {
+        ringStarved.storeRelease(1);
+        wake();
+    });
 }
 
 VexaOutputFile::~VexaOutputFile()
 {
     closeMuxer();
     av_packet_free(&avpkt);
-    // Copies still queued when the module goes away.
-    for (char *block : qAsConst(heapBlocks))
-        av_free(block);
 }
 
 QVariant VexaOutputFile::stats()
@@ -104,94 +107,59 @@ void VexaOutputFile::accept(const Packet &in, bool video)
 {
     Counters &c = video ? countV : countA;
     c.received.fetchAndAddRelaxed(1);
-
-    QMutexLocker locker(&gate);
-    if (!waitUntilAccepting() || in.len < 0 || (in.len > 0 && !in.data)
-        || (!dropMode && !waitForQueueRoom(video))) {
+    if (in.len < 0 || (in.len > 0 && !in.data)) {
         c.dropped.fetchAndAddRelaxed(1);
         return;
     }
 
+    QMutexLocker locker(&gate);
+    if (!waitUntilAccepting() || (!dropMode && !waitForQueueRoom(video))) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return;
+    }
+    const bool drop = dropMode;
+    locker.unlock();
+
+    // The copy: from the pool's ring, or a block of its own when larger than
+    // the ring. A full ring holds the sender back (or drops, when told to),
+    // without gate, so that the worker can write and release meanwhile.
     Packet p = in;
     p.data = nullptr;
-    if (in.len > 0 && qint64(in.len) + padding > ringSize) {
-        // Larger than the whole ring: a copy of its own, so that no packet is
-        // lost for its size.
-        char *start = static_cast<char *>(av_malloc(size_t(in.len) + padding));
-        if (!start) {
-            c.dropped.fetchAndAddRelaxed(1);
-            return;
-        }
-        if (!warnedOversize && debugLevel > 0) {
-            warnedOversize = true;
-            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] packet of %2 bytes is larger than the %3-byte payload ring (memSize); copied outside it")
-                                             .arg(name()).arg(in.len).arg(ringSize);
-        }
-        heapBlocks.insert(start);
-        p.data = start;
-        locker.unlock();
-        memcpy(start, in.data, size_t(in.len));
-        memset(start + in.len, 0, padding);
-        locker.relock();
-        if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
-            releaseLocked(start);
-            c.dropped.fetchAndAddRelaxed(1);
-            return;
-        }
-    } else if (in.len > 0) {
-        char *start = nullptr;
-        const int total = in.len + padding;
-        if (!reserve(total, &start)) {
-            c.dropped.fetchAndAddRelaxed(1);
-            return;
-        }
-        p.data = bufferData(nullptr, total, 0);
-        if (p.data != start) {
-            // The ring did not place the block where its documented algorithm
-            // says; follow it so later predictions stay right.
-            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] payload ring placed a block off its predicted position").arg(name());
-            if (!p.data) {
-                c.dropped.fetchAndAddRelaxed(1);
-                return;
-            }
-            start = p.data;
-        }
-        ringPos = start + total;
-        ringLive += total;
-        blocks.append(Block{start, start + total, false});
-
-        // The block is ours until it is queued: copy without holding up the
-        // worker, which takes gate to release written blocks.
-        locker.unlock();
-        memcpy(start, in.data, size_t(in.len));
-        memset(start + in.len, 0, padding);
-        locker.relock();
-        // Another sender of the same kind may have filled the queue meanwhile.
-        if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
-            releaseLocked(start);
+    if (in.len > 0) {
+        p.data = pool.acquire(in.data, in.len, padding, drop ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+        if (!p.data) {
             c.dropped.fetchAndAddRelaxed(1);
             return;
         }
     }
 
+    locker.relock();
+    // Another sender of the same kind may have filled the queue meanwhile.
+    if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
+        locker.unlock();
+        pool.release(p.data);
+        c.dropped.fetchAndAddRelaxed(1);
+        return;
+    }
     QReadWriteLock &lock = video ? lockV : lockA;
     QList<Packet> &queue = video ? packetsV : packetsA;
     const qint32 bound = video ? bufLenV : bufLenA;
     if (dropMode && bound >= 0) {
         // Drop the oldest packet here rather than in bufferPacket, so that its
-        // ring block is released with it.
+        // block goes back to the pool with it.
+        QList<Packet> old;
         lock.lockForWrite();
-        while (!queue.isEmpty() && queue.size() >= bound - 1) {
-            const Packet old = queue.takeFirst();
-            releaseLocked(old.data);
-            c.dropped.fetchAndAddRelaxed(1);
-        }
+        while (!queue.isEmpty() && queue.size() >= bound - 1)
+            old.append(queue.takeFirst());
         video ? bufferPacketV(p) : bufferPacketA(p);
         lock.unlock();
+        c.dropped.fetchAndAddRelaxed(old.size());
+        locker.unlock();
+        release(old);
     } else {
         video ? bufferPacketV(p) : bufferPacketA(p);
+        locker.unlock();
     }
-    locker.unlock();
     wake();
 }
 
@@ -216,28 +184,6 @@ bool VexaOutputFile::waitForQueueRoom(bool video)
     return false;
 }
 
-// With gate held: marks the block starting at data as free.
-void VexaOutputFile::releaseLocked(char *data)
-{
-    if (!data)
-        return;
-    if (heapBlocks.remove(data)) {
-        av_free(data);
-        changed.wakeAll();
-        return;
-    }
-    for (Block &b : blocks) {
-        if (b.start == data && !b.done) {
-            b.done = true;
-            ringLive -= b.end - b.start;
-            break;
-        }
-    }
-    while (!blocks.isEmpty() && blocks.first().done)
-        blocks.removeFirst();
-    changed.wakeAll();
-}
-
 // With gate held: waits while the module is started but its worker has not
 // run onStart yet. True when packets are taken.
 bool VexaOutputFile::waitUntilAccepting()
@@ -250,53 +196,15 @@ bool VexaOutputFile::waitUntilAccepting()
     return phase.loadAcquire() == Accepting;
 }
 
-// With gate held: finds room for len bytes where the ring will put them
-// (bufferData's wrap-around rule) without covering a block still queued.
-bool VexaOutputFile::reserve(int len, char **start)
-{
-    if (!ringBase || len > ringSize)
-        return false;
-    for (;;) {
-        const qint64 pos = ringPos - ringBase;
-        char *s = pos + len < ringSize ? ringPos : ringBase;
-        char *e = s + len;
-        bool free = true;
-        for (const Block &b : qAsConst(blocks)) {
-            if (!b.done && s < b.end && b.start < e) {
-                free = false;
-                break;
-            }
-        }
-        if (free) {
-            *start = s;
-            return true;
-        }
-        // The muxer may be holding blocks to interleave them: ask the worker
-        // to flush it, or senders could wait for each other for ever.
-        if (!ringStarved) {
-            ringStarved = true;
-            wake();
-        }
-        if (dropMode || phase.loadAcquire() != Accepting)
-            return false;
-        changed.wait(&gate);
-    }
-}
-
 void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
 {
-    auto *self = static_cast<VexaOutputFile *>(opaque);
-    QMutexLocker locker(&self->gate);
-    self->releaseLocked(reinterpret_cast<char *>(data));
+    static_cast<VexaOutputFile *>(opaque)->pool.release(reinterpret_cast<char *>(data));
 }
 
 void VexaOutputFile::release(const QList<Packet> &packets)
 {
-    if (packets.isEmpty())
-        return;
-    QMutexLocker locker(&gate);
     for (const Packet &p : packets)
-        releaseLocked(p.data);
+        pool.release(p.data);
 }
 
 void VexaOutputFile::wake()
@@ -322,17 +230,13 @@ void VexaOutputFile::onStart()
             bufLenV = 2;
         dropMode = settings.value("overflow").toString() == QLatin1String("drop");
         dropSetting.storeRelease(dropMode ? 1 : 0);
-        if (!ringBase) {
-            ringSize = settings.value("memSize").toInt();
-            // A request of the whole ring always lands at its base, which
-            // tells where the ring starts.
-            ringBase = ringSize > 0 ? bufferData(nullptr, ringSize, 0) : nullptr;
-            if (!ringBase)
-                ringSize = 0;
-            ringPos = ringBase ? ringBase + ringSize : nullptr;
-        }
     }
-    if (!ringBase) {
+    const int memSize = settings.value("memSize").toInt();
+    // Sized once; a pool with blocks still out keeps its size.
+    if (memSize > 0 && pool.size() != memSize)
+        pool.setSize(memSize);
+    pool.open();
+    if (memSize <= 0 || pool.size() <= 0) {
         fail(QStringLiteral("\"memSize\" must be a positive number of bytes"));
         return;
     }
@@ -391,28 +295,15 @@ void VexaOutputFile::onNewInfoV(StreamInfo)
 void VexaOutputFile::drain()
 {
     wakePending.storeRelease(0);
-    QList<Packet> a;
-    QList<Packet> v;
-    bool starved;
-    {
-        // Under gate, as senders queue under it too: bufferPacketA/V, which
-        // polls for the queue lock with a sleep, then never finds it taken.
-        // The queues are swapped out, not copied; the base class's lists stay
-        // unsharable.
+    // One short critical section per queue for the whole batch.
+    QList<Packet> a = takePacketsA();
+    QList<Packet> v = takePacketsV();
+    if (!a.isEmpty() || !v.isEmpty()) {
+        // Senders held back by a full queue may go on.
         QMutexLocker locker(&gate);
-        lockA.lockForWrite();
-        a.swap(packetsA);
-        packetsA.setSharable(false);
-        lockA.unlock();
-        lockV.lockForWrite();
-        v.swap(packetsV);
-        packetsV.setSharable(false);
-        lockV.unlock();
-        if (!a.isEmpty() || !v.isEmpty())
-            changed.wakeAll();
-        starved = ringStarved;
-        ringStarved = false;
+        changed.wakeAll();
     }
+    const bool starved = ringStarved.fetchAndStoreAcquire(0) != 0;
     if (pendingA.isEmpty())
         pendingA.swap(a);
     else
@@ -446,12 +337,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     const bool haveA = inInfoA.type != 0;
     bool go = (haveV && haveA) || force;
     if (!go && (haveV || haveA)) {
-        qint64 live;
-        {
-            QMutexLocker locker(&gate);
-            live = ringLive;
-        }
-        go = pendingA.size() + pendingV.size() >= headerWaitPackets || live * 2 >= ringSize;
+        go = pendingA.size() + pendingV.size() >= headerWaitPackets || pool.usedBytes() * 2 >= pool.size();
     }
     if (!go)
         return false;
@@ -671,6 +557,8 @@ void VexaOutputFile::finish()
         phase.storeRelease(Closing);
         changed.wakeAll();
     }
+    // Senders waiting for ring room give up; what is queued is still written.
+    pool.close();
     // Everything queued before stop still goes into the file.
     drain();
     if (oc && !headerWritten && inInfoA.type == 0 && inInfoV.type == 0 && pendingA.isEmpty() && pendingV.isEmpty()) {
@@ -726,6 +614,8 @@ void VexaOutputFile::fail(const QString &message)
         phase.storeRelease(Closing);
         changed.wakeAll();
     }
+    // Senders waiting for ring room give up; what is queued is still written.
+    pool.close();
     sendEvent(QStringLiteral("error"), message);
 }
 

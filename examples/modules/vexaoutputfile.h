@@ -3,7 +3,6 @@
 
 #include <QAtomicInteger>
 #include <QMutex>
-#include <QSet>
 #include <QWaitCondition>
 
 #include <cstdint>
@@ -14,6 +13,7 @@ extern "C" {
 }
 
 #include "vexaobject.h"
+#include "vexapayloadpool.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVFormatContext;
@@ -51,10 +51,11 @@ struct AVStream;
  * Events: "done" (value: the counters of stats()) after the trailer; "error"
  * (value: a message) when the file cannot be created or written.
  *
- * Thread: onNewPacketA/V copy the payload into the ring and queue the packet
- * in the sending thread; the file is written in the module's worker thread,
- * woken by a posted call per batch. The ring is shared by A and V producers
- * under one mutex.
+ * Thread: onNewPacketA/V copy the payload into a VexaPayloadPool (which
+ * knows which copies are still queued or held by the muxer) and queue the
+ * packet in the sending thread; the file is written in the module's worker
+ * thread, woken by a posted call per batch, which takes each whole queue at
+ * once (takePacketsA/V).
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
 {
@@ -99,11 +100,6 @@ private:
         QAtomicInteger<qint64> dropped = 0;
         QAtomicInteger<qint64> rejected = 0;  // by the muxer, counted in dropped too
     };
-    struct Block {
-        char *start;
-        char *end;
-        bool done;
-    };
     enum Phase { Idle = 0, Accepting = 1, Closing = 2 };
     // Per output stream, worker thread only.
     struct Track {
@@ -118,8 +114,6 @@ private:
     void accept(const Packet &pkt, bool video);
     bool waitUntilAccepting();
     bool waitForQueueRoom(bool video);
-    void releaseLocked(char *data);
-    bool reserve(int len, char **start);
     void release(const QList<Packet> &packets);
     static void releaseBlock(void *opaque, uint8_t *data);
     void wake();
@@ -138,14 +132,10 @@ private:
     QWaitCondition changed;         // room in a queue or the ring, or a phase change
     QAtomicInt phase = Idle;        // written under gate
     bool dropMode = false;
-    char *ringBase = nullptr;
-    char *ringPos = nullptr;
-    qint32 ringSize = 0;
-    qint64 ringLive = 0;            // bytes of blocks not yet written
-    QList<Block> blocks;            // live ring blocks, in allocation order
-    bool warnedOversize = false;
-    QSet<char *> heapBlocks;        // copies of packets larger than the ring
-    bool ringStarved = false;       // a sender found the ring full since the last drain
+    QAtomicInt ringStarved = 0;     // a sender found the ring full since the last drain
+
+    // Payload copies of every queued packet and of those the muxer holds.
+    VexaPayloadPool pool;
 
     QAtomicInt wakePending = 0;
     QAtomicInt dropSetting = 0;     // "overflow" is "drop", for stats()
