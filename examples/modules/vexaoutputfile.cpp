@@ -295,13 +295,18 @@ void VexaOutputFile::onNewInfoV(StreamInfo)
 void VexaOutputFile::drain()
 {
     wakePending.storeRelease(0);
-    // One short critical section per queue for the whole batch.
-    QList<Packet> a = takePacketsA();
-    QList<Packet> v = takePacketsV();
-    if (!a.isEmpty() || !v.isEmpty()) {
-        // Senders held back by a full queue may go on.
+    // One short critical section per queue for the whole batch, under gate
+    // as senders queue under it too: bufferPacketA/V, which polls for the
+    // queue lock with a sleep, then never finds it taken.
+    QList<Packet> a;
+    QList<Packet> v;
+    {
         QMutexLocker locker(&gate);
-        changed.wakeAll();
+        a = takePacketsA();
+        v = takePacketsV();
+        // Senders held back by a full queue may go on.
+        if (!a.isEmpty() || !v.isEmpty())
+            changed.wakeAll();
     }
     const bool starved = ringStarved.fetchAndStoreAcquire(0) != 0;
     if (pendingA.isEmpty())

@@ -382,8 +382,11 @@ bool Launcher::reportLosses()
         // A module told to drop (a live source's output) may drop; what the
         // muxer refused is lost either way.
         const qint64 lost = s.value("dropping").toBool() ? rejected : dropped;
-        if (lost <= 0)
+        if (lost <= 0) {
+            if (dropped > 0)
+                message(QStringLiteral("%1 dropped %2 packets, as its settings allow").arg(pipeline.modules.at(i).name).arg(dropped));
             continue;
+        }
         any = true;
         QString detail;
         if (s.contains("droppedA") || s.contains("droppedV"))
