@@ -160,7 +160,11 @@ void VexaOutputFile::accept(const Packet &in, bool video)
         video ? bufferPacketV(p) : bufferPacketA(p);
         locker.unlock();
     }
-    wake();
+    // Lossless: the worker is woken once a batch has queued, not for every
+    // packet (each wake-up is a thread switch), and always before a sender
+    // can find its queue full. Dropping (a live source): at once.
+    if (dropMode || queuedSinceDrain.fetchAndAddRelaxed(1) + 1 >= wakeBatch.loadRelaxed())
+        wake();
 }
 
 // With gate held: back-pressure, waits until the queue takes one more packet
@@ -230,6 +234,11 @@ void VexaOutputFile::onStart()
             bufLenV = 2;
         dropMode = settings.value("overflow").toString() == QLatin1String("drop");
         dropSetting.storeRelease(dropMode ? 1 : 0);
+        // Half of the smaller queue: a sender waits for room at bound - 1
+        // packets of its kind, by which time a wake-up has been asked for.
+        const qint32 least = bufLenA < 0 ? (bufLenV < 0 ? 33 : bufLenV) : (bufLenV < 0 ? bufLenA : qMin(bufLenA, bufLenV));
+        wakeBatch.storeRelaxed(qMax(1, (least - 1) / 2));
+        queuedSinceDrain.storeRelaxed(0);
     }
     const int memSize = settings.value("memSize").toInt();
     // Sized once; a pool with blocks still out keeps its size.
@@ -295,6 +304,7 @@ void VexaOutputFile::onNewInfoV(StreamInfo)
 void VexaOutputFile::drain()
 {
     wakePending.storeRelease(0);
+    queuedSinceDrain.storeRelaxed(0);
     // One short critical section per queue for the whole batch, under gate
     // as senders queue under it too: bufferPacketA/V, which polls for the
     // queue lock with a sleep, then never finds it taken.

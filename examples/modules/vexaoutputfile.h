@@ -55,7 +55,10 @@ struct AVStream;
  * knows which copies are still queued or held by the muxer) and queue the
  * packet in the sending thread; the file is written in the module's worker
  * thread, woken by a posted call per batch, which takes each whole queue at
- * once (takePacketsA/V).
+ * once (takePacketsA/V). In "wait" mode the worker is woken once half a
+ * queue bound of packets has arrived (or a sender finds the ring full), so
+ * a source that pauses leaves up to that many packets queued until it goes
+ * on or the module stops; in "drop" mode at every packet.
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
 {
@@ -138,6 +141,8 @@ private:
     VexaPayloadPool pool;
 
     QAtomicInt wakePending = 0;
+    QAtomicInt queuedSinceDrain = 0;  // packets queued since the worker last took the queues
+    QAtomicInt wakeBatch = 1;         // lossless: packets that make a wake-up worth it
     QAtomicInt dropSetting = 0;     // "overflow" is "drop", for stats()
     QAtomicInteger<qint64> mediaUs = 0;  // decode time written, from the first
 
