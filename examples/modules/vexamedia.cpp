@@ -27,6 +27,16 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
     p["packetDuration"] = QStringLiteral("tag");
     if (par->extradata && par->extradata_size > 0)
         p["extradata"] = QByteArray(reinterpret_cast<const char *>(par->extradata), par->extradata_size);
+    // Stream-level side data a muxer writes into the header (the display
+    // matrix of a rotated phone video, for instance), by type.
+    QVariantMap side;
+    for (int i = 0; i < stream->nb_side_data; ++i) {
+        const AVPacketSideData &sd = stream->side_data[i];
+        side.insert(QString::number(int(sd.type)), QByteArray(reinterpret_cast<const char *>(sd.data), int(sd.size)));
+    }
+    if (!side.isEmpty())
+        p["sideData"] = side;
+    p["disposition"] = stream->disposition;
 
     if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
         p["kind"] = QStringLiteral("video");
@@ -131,6 +141,18 @@ quint32 VexaMedia::keepCodecTag(const QVariantMap &p, const AVCodecTag *const *t
     if (av_codec_get_id(tags, tag) == id || !av_codec_get_tag2(tags, id, &own))
         return tag;
     return 0;
+}
+
+void VexaMedia::toStream(const QVariantMap &p, AVStream *stream)
+{
+    const QVariantMap side = p.value("sideData").toMap();
+    for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
+        const QByteArray bytes = it.value().toByteArray();
+        uint8_t *data = av_stream_new_side_data(stream, AVPacketSideDataType(it.key().toInt()), size_t(bytes.size()));
+        if (data)
+            memcpy(data, bytes.constData(), size_t(bytes.size()));
+    }
+    stream->disposition = p.value("disposition").toInt();
 }
 
 QString VexaMedia::timeBaseText(const QVariantMap &params)

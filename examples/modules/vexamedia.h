@@ -59,7 +59,9 @@ public:
      * "sampleRate", "channels", "channelMask", "sampleFormat", "frameSize",
      * "initialPadding", "trailingPadding", plus "bitRate", "profile", "level",
      * "codecTag", "bitsPerCodedSample", "bitsPerRawSample", "blockAlign",
-     * "extradata" (bytes), "packetFlags" = "tag" and "packetDuration" = "tag".
+     * "extradata" (bytes), "sideData" (stream side data: bytes by
+     * AVPacketSideDataType number), "disposition", "packetFlags" = "tag" and
+     * "packetDuration" = "tag".
      */
     static QVariantMap describe(const AVStream *stream);
     /**
@@ -68,6 +70,9 @@ public:
      * see keepCodecTag().
      */
     static bool toCodecParameters(const QVariantMap &params, AVCodecParameters *par);
+
+    /** Gives @p stream the side data and disposition of a description made by describe(). */
+    static void toStream(const QVariantMap &params, AVStream *stream);
 
     /**
      * The source's codec tag for a stream of @p params in a container whose

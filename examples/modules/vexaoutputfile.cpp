@@ -380,6 +380,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
         if (rNum > 0 && rDen > 0)
             st->r_frame_rate = AVRational{rNum, rDen};
         st->sample_aspect_ratio = st->codecpar->sample_aspect_ratio;
+        VexaMedia::toStream(params[k], st);
         st->codecpar->codec_tag = VexaMedia::keepCodecTag(params[k], oc->oformat->codec_tag);
         Track &t = tracks[k == 0 ? 1 : 0];
         t = Track();

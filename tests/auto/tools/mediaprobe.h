@@ -29,6 +29,26 @@ struct Packet {
 // Packets per stream kind ("audio", "video"), in file order.
 using Streams = QMap<QString, QList<Packet>>;
 
+// What ffprobe reports of each stream's side data (type and rotation), by
+// kind, for the streams that have any.
+inline QMap<QString, QString> streamSideData(const QString &path)
+{
+    QProcess p;
+    p.start(QStringLiteral("ffprobe"), {"-v", "error", "-show_streams", "-of", "json", path});
+    p.waitForFinished(60000);
+    QMap<QString, QString> out;
+    for (const QJsonValue &s : QJsonDocument::fromJson(p.readAllStandardOutput()).object().value("streams").toArray()) {
+        const QJsonObject o = s.toObject();
+        QStringList items;
+        for (const QJsonValue &sd : o.value("side_data_list").toArray())
+            items << sd.toObject().value("side_data_type").toString() + QLatin1Char(' ')
+                         + QString::number(sd.toObject().value("rotation").toInt());
+        if (!items.isEmpty())
+            out.insert(o.value("codec_type").toString(), items.join(QLatin1String(", ")));
+    }
+    return out;
+}
+
 inline bool toolsAvailable()
 {
     return !QStandardPaths::findExecutable(QStringLiteral("ffmpeg")).isEmpty()

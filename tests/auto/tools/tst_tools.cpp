@@ -44,6 +44,8 @@ private slots:
              "-bf", "2", dir.filePath("video.mkv")}};
         for (const QStringList &args : shortClips)
             QVERIFY2(MediaProbe::ffmpeg(args, &error), qPrintable(error));
+        // A rotated video: the display matrix is stream side data.
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-metadata:s:v:0", "rotate=90", dir.filePath("rotated.mp4")}));
         // Raw video: every frame (28800 bytes) is larger than a 20000-byte ring.
         QVERIFY2(MediaProbe::ffmpeg({"-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-f", "lavfi", "-i", "sine=sample_rate=8000",
                                      "-t", "0.5", "-c:v", "rawvideo", "-pix_fmt", "yuv420p", "-c:a", "pcm_s16le",
@@ -90,6 +92,7 @@ private slots:
         QTest::newRow("video only, mkv to mp4") << "video.mkv" << "video-out.mp4" << QString();
         // The source's codec tag where the container takes it.
         QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString();
+        QTest::newRow("rotated video") << "rotated.mp4" << "rotated-out.mp4" << QString();
         // Queues of one packet and a ring a few keyframes long: the input is held
         // back constantly and the ring wraps many times.
         QTest::newRow("tight queues and ring") << "clip.mp4" << "tight.mp4"
@@ -133,6 +136,7 @@ private slots:
         QVERIFY2(error.isEmpty(), qPrintable(error));
         if (target.endsWith(QLatin1String(".ts")))
             QCOMPARE(QFileInfo(out).size(), QFileInfo(reference).size());
+        QCOMPARE(MediaProbe::streamSideData(out), MediaProbe::streamSideData(reference));
 
         QFile dot(graph);
         QVERIFY(dot.open(QIODevice::ReadOnly));
