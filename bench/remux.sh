@@ -30,10 +30,14 @@ ffmpeg -hide_banner -loglevel error -y \
     -c:a aac -b:a 128k -shortest "$clip"
 echo "Clip: $(( $(stat -c %s "$clip") / 1024 / 1024 )) MiB"
 
-# One measured run: "wall_s cpu_s maxrss_kib" on stdout.
+# One measured run: "wall_s cpu_s maxrss_kib" on stdout. Times come from
+# bash's own timer (millisecond resolution; /usr/bin/time gives only
+# hundredths, too coarse for runs of a tenth of a second), the peak memory
+# from /usr/bin/time.
 measure() {
-    /usr/bin/time -f "%e %U %S %M" -o "$work/time" "$@" >/dev/null
-    awk '{printf "%s %.2f %s\n", $1, $2 + $3, $4}' "$work/time"
+    local TIMEFORMAT='%3R %3U %3S'
+    { time /usr/bin/time -f "%M" -o "$work/mem" "$@" >/dev/null 2>"$work/err"; } 2>"$work/time"
+    awk -v m="$(cat "$work/mem")" '{printf "%s %.3f %s\n", $1, $2 + $3, m}' "$work/time"
 }
 # Median of a column of numbers.
 median() { sort -g | awk '{a[NR]=$1} END {print (NR % 2) ? a[(NR+1)/2] : (a[NR/2] + a[NR/2+1]) / 2}'; }
