@@ -15,6 +15,7 @@ QVariant VexaPacketStats::stats()
     m["bytesA"] = qint64(bytesA.loadAcquire());
     m["packetsV"] = qint64(receivedPacketsV.loadAcquire());
     m["bytesV"] = qint64(bytesV.loadAcquire());
+    m["events"] = qint64(receivedEvents.loadAcquire());
     m["dropped"] = qint64(0);
     return m;
 }
@@ -29,6 +30,11 @@ void VexaPacketStats::onNewPacketV(Packet pkt)
 {
     receivedPacketsV.fetchAndAddRelaxed(1);
     bytesV.fetchAndAddRelaxed(qMax(pkt.len, 0));
+}
+
+void VexaPacketStats::onNewEvent(QString, QVariant)
+{
+    receivedEvents.fetchAndAddRelaxed(1);
 }
 
 void VexaPacketStats::onStart()

@@ -255,6 +255,12 @@ private slots:
         launch("--set on unknown module", good, {"@", "--set", "x.path=1"}, 2, "no module named \"x\"");
         launch("bad duration", good, {"@", "--duration", "soon"}, 2, "--duration expects a positive number");
         launch("check only", remuxPipeline("x.mp4", "y.mp4"), {"@", "--check"}, 0, "valid, 2 modules, 2 links");
+        // The shipped pipelines pass every check.
+        for (const char *name : {"remux.json", "remux-stats.json", "live-loop.json"}) {
+            QTest::newRow(qPrintable(QStringLiteral("example %1").arg(name))) << QString::fromUtf8(VEXA_LAUNCH) << QByteArray()
+                << QStringList{QStringLiteral(VEXA_EXAMPLE_PIPELINES "/") + name, "--check"} << 0 << QStringList{": valid, "}
+                << QStringList() << QStringList();
+        }
         // The output file is created only once the input has been opened.
         launch("missing input file", remuxPipeline("/no/such/clip.mp4", "@DIR@/bad-out.mp4"), plain, 4,
                "error: in: cannot open /no/such/clip\\.mp4: No such file or directory", {"bad-out.mp4:absent"});
