@@ -14,6 +14,7 @@ else
         libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
         ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
         graphviz    # dot: pipeline graphs as SVG
+        time        # /usr/bin/time: CPU time and peak memory in bench/remux.sh
     )
 fi
 

@@ -2,9 +2,13 @@
 
 #include <QMetaType>
 
+#include "vexaexamples_p.h"
+
 #include "vexainputfile.h"
 #include "vexaoutputfile.h"
 #include "vexapacketstats.h"
+
+Q_LOGGING_CATEGORY(lcExamples, "vexa.examples", QtDebugMsg)
 
 QStringList vexaRegisterExampleModules()
 {

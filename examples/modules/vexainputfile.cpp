@@ -1,8 +1,8 @@
 #include "vexainputfile.h"
 
-#include <QDebug>
 #include <QTimer>
 
+#include "vexaexamples_p.h"
 #include "vexamedia.h"
 
 extern "C" {
@@ -17,6 +17,11 @@ const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
 // Packets sent per posted call when running as fast as possible: long enough
 // to amortise the hop through the event loop, short enough to see stop soon.
 const int readBatch = 64;
+// A decode-time jump larger than this in a container whose timestamps may
+// restart (MPEG-TS) is a discontinuity, taken out of what is sent.
+const qint64 discontinuityThreshold = 10 * VexaMedia::TimeBase;
+// Packet durations up to this many stream ticks travel in the tag.
+const qint64 maxTagDuration = 0xffffff;
 
 QString avError(int code)
 {
@@ -42,12 +47,13 @@ VexaInputFile::~VexaInputFile()
 QVariant VexaInputFile::stats()
 {
     QVariantMap m;
-    m["packetsA"] = qint64(packetsA.loadAcquire());
-    m["packetsV"] = qint64(packetsV.loadAcquire());
+    m["packetsA"] = qint64(sentPacketsA.loadAcquire());
+    m["packetsV"] = qint64(sentPacketsV.loadAcquire());
     m["bytesA"] = qint64(bytesA.loadAcquire());
     m["bytesV"] = qint64(bytesV.loadAcquire());
     m["dropped"] = qint64(0);
     m["loops"] = int(loops.loadAcquire());
+    m["mediaUs"] = qint64(mediaUs.loadAcquire());
     return m;
 }
 
@@ -66,6 +72,7 @@ void VexaInputFile::onStart()
 {
     loop = settings.value("loop").toBool();
     realtime = settings.value("realtime").toBool();
+    copyTimestamps = settings.value("copyTimestamps").toBool();
     if (!pkt)
         pkt = av_packet_alloc();
     if (!paceTimer) {
@@ -118,6 +125,13 @@ bool VexaInputFile::openFile()
 
     firstTsKnown = false;
     loopOffset = 0;
+    // As a remux by `ffmpeg -c copy` does, the file's start time becomes 0.
+    startShift = !copyTimestamps && fmt->start_time != AV_NOPTS_VALUE ? -qint64(fmt->start_time) : 0;
+    discontShift = 0;
+    canRestartTimestamps = !copyTimestamps && (fmt->iformat->flags & AVFMT_TS_DISCONT);
+    lastDecodeTime = VexaMedia::NoPts;
+    for (Track &t : tracks)
+        t = Track();
     passEnd = VexaMedia::NoPts;
     passPackets = 0;
     paceStarted = false;
@@ -142,7 +156,7 @@ bool VexaInputFile::openFile()
         outInfoA = StreamInfo();
     }
     if (debugLevel > 0)
-        qDebug().noquote() << name() << "opened" << path << "video" << videoIndex << "audio" << audioIndex;
+        qCDebug(lcExamples).noquote() << name() << "opened" << path << "video" << videoIndex << "audio" << audioIndex;
     return true;
 }
 
@@ -159,7 +173,7 @@ void VexaInputFile::closeFile()
 void VexaInputFile::fail(const QString &message)
 {
     running = false;
-    qDebug().noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     sendEvent(QStringLiteral("error"), message);
 }
 
@@ -182,6 +196,7 @@ bool VexaInputFile::rewind()
 {
     // The next pass starts where this one ended, so timestamps keep rising.
     loopOffset = passEnd - firstTs;
+    discontShift = 0;
     const int r = av_seek_frame(fmt, -1, fmt->start_time != AV_NOPTS_VALUE ? fmt->start_time : 0,
                                 AVSEEK_FLAG_BACKWARD);
     if (r < 0) {
@@ -210,7 +225,7 @@ void VexaInputFile::readSome()
                 }
                 running = false;
                 if (debugLevel > 0)
-                    qDebug().noquote() << name() << "end of file";
+                    qCDebug(lcExamples).noquote() << name() << "end of file";
                 sendEvent(QStringLiteral("eos"), name());
                 return;
             }
@@ -229,7 +244,7 @@ void VexaInputFile::readSome()
             const AVRational tb = fmt->streams[pkt->stream_index]->time_base;
             const int64_t ts = pkt->dts != AV_NOPTS_VALUE ? pkt->dts : pkt->pts;
             if (ts != AV_NOPTS_VALUE) {
-                const qint64 us = av_rescale_q(ts, tb, usTimeBase) + loopOffset;
+                const qint64 us = av_rescale_q(ts, tb, usTimeBase) + loopOffset + startShift + discontShift;
                 if (!paceStarted) {
                     paceStarted = true;
                     paceOrigin = us;
@@ -250,6 +265,48 @@ void VexaInputFile::readSome()
         scheduleRead(0);
 }
 
+// Takes a restart of the timestamps out of what is sent, as `ffmpeg -c copy`
+// does for containers that allow one: a decode time that jumps by more than
+// the threshold from the one predicted, or goes back before the last one,
+// moves every later timestamp of the file by the jump.
+void VexaInputFile::followDecodeTime(bool video, const AVStream *st, qint64 *pts, qint64 *dts)
+{
+    Track &t = tracks[video ? 1 : 0];
+    if (canRestartTimestamps) {
+        qint64 jump = 0;
+        if (t.nextDts == VexaMedia::NoPts) {
+            if (lastDecodeTime != VexaMedia::NoPts && qAbs(*dts - lastDecodeTime) > discontinuityThreshold)
+                jump = *dts - lastDecodeTime;
+        } else {
+            const qint64 d = *dts - t.nextDts;
+            if (qAbs(d) > discontinuityThreshold || *dts + VexaMedia::TimeBase / 10 < t.lastDts)
+                jump = d;
+        }
+        if (jump != 0) {
+            discontShift -= jump;
+            *dts -= jump;
+            if (*pts != VexaMedia::NoPts)
+                *pts -= jump;
+            if (debugLevel > 0)
+                qCDebug(lcExamples).noquote() << QStringLiteral("[%1] timestamp discontinuity of %2 us taken out")
+                                                 .arg(name()).arg(static_cast<long long>(jump));
+        }
+    }
+    // The next decode time expected: by the codec's frame size for audio, else
+    // the packet's duration, else the frame rate.
+    const AVCodecParameters *par = st->codecpar;
+    qint64 step = 0;
+    if (par->codec_type == AVMEDIA_TYPE_AUDIO && par->sample_rate > 0 && par->frame_size > 0)
+        step = VexaMedia::TimeBase * par->frame_size / par->sample_rate;
+    else if (pkt->duration > 0)
+        step = av_rescale_q(pkt->duration, st->time_base, usTimeBase);
+    else if (st->avg_frame_rate.num > 0 && st->avg_frame_rate.den > 0)
+        step = av_rescale_q(1, av_inv_q(st->avg_frame_rate), usTimeBase);
+    t.lastDts = *dts;
+    t.nextDts = *dts + step;
+    lastDecodeTime = *dts;
+}
+
 void VexaInputFile::sendCurrent()
 {
     const AVStream *st = fmt->streams[pkt->stream_index];
@@ -258,13 +315,19 @@ void VexaInputFile::sendCurrent()
     Packet out;
     out.data = reinterpret_cast<char *>(pkt->data);
     out.len = pkt->size;
-    out.tag = pkt->flags;
+    // Flags in the low byte, the duration in stream ticks above (see VexaMedia).
+    out.tag = pkt->flags & VexaMedia::TagFlagsMask;
+    if (pkt->duration > 0 && pkt->duration <= maxTagDuration)
+        out.tag = qint32(quint32(out.tag) | (quint32(pkt->duration) << VexaMedia::TagDurationShift));
+    const qint64 shift = startShift + discontShift + loopOffset;
     qint64 pts = VexaMedia::NoPts;
     qint64 dts = VexaMedia::NoPts;
     if (pkt->pts != AV_NOPTS_VALUE)
-        pts = av_rescale_q(pkt->pts, st->time_base, usTimeBase) + loopOffset;
+        pts = av_rescale_q(pkt->pts, st->time_base, usTimeBase) + shift;
     if (pkt->dts != AV_NOPTS_VALUE)
-        dts = av_rescale_q(pkt->dts, st->time_base, usTimeBase) + loopOffset;
+        dts = av_rescale_q(pkt->dts, st->time_base, usTimeBase) + shift;
+    if (dts != VexaMedia::NoPts)
+        followDecodeTime(video, st, &pts, &dts);
     out.pts = pts;
     // altPts stays -1 when decode and presentation time agree; a missing
     // decode time is sent as NoPts so that the receiver does not take pts for it.
@@ -279,15 +342,18 @@ void VexaInputFile::sendCurrent()
         }
         const qint64 dur = pkt->duration > 0 ? av_rescale_q(pkt->duration, st->time_base, usTimeBase) : 1;
         passEnd = qMax(passEnd, qMax(ts, pts) + dur);
+        const qint64 media = qMax(ts, pts) - firstTs;
+        if (media > mediaUs.loadRelaxed())
+            mediaUs.storeRelease(media);
     }
 
     ++passPackets;
     if (video) {
-        packetsV.fetchAndAddRelaxed(1);
+        sentPacketsV.fetchAndAddRelaxed(1);
         bytesV.fetchAndAddRelaxed(pkt->size);
         sendPacketV(out);
     } else {
-        packetsA.fetchAndAddRelaxed(1);
+        sentPacketsA.fetchAndAddRelaxed(1);
         bytesA.fetchAndAddRelaxed(pkt->size);
         sendPacketA(out);
     }

@@ -4,11 +4,14 @@
 #include <QAtomicInteger>
 #include <QElapsedTimer>
 
+#include <limits>
+
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVFormatContext;
 struct AVPacket;
+struct AVStream;
 class QTimer;
 
 /**
@@ -17,11 +20,15 @@ class QTimer;
  *
  * Settings: "path" (file to read), "loop" (restart at the end, timestamps keep
  * counting up; default false), "realtime" (pace packets by their decode
- * timestamps; default false: as fast as the receivers take them).
+ * timestamps; default false: as fast as the receivers take them),
+ * "copyTimestamps" (default false: timestamps are moved so that the file
+ * starts at 0, and in containers whose timestamps may restart, such as
+ * MPEG-TS files joined end to end, a restart is taken out, as a remux by
+ * `ffmpeg -c copy` does; true: the file's own timestamps).
  *
  * Before the first packet, outInfoA/outInfoV are set to the streams'
  * descriptions (VexaMedia::describe) and sent. Packets carry timestamps in
- * microseconds and the keyframe flag in tag (see VexaMedia). The payload
+ * microseconds, the packet flags and the duration in tag (see VexaMedia). The payload
  * belongs to the module and is valid only while sendPacketA/V runs.
  *
  * Events: "eos" (value: the module's name) at the end of the file unless
@@ -33,9 +40,12 @@ class QTimer;
 class VEXAEXAMPLEMODULES_EXPORT VexaInputFile : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:path", "media file to read")
-    Q_CLASSINFO("setting:loop", "bool, restart at the end of the file (default false)")
-    Q_CLASSINFO("setting:realtime", "bool, pace packets by their timestamps (default false)")
+    Q_CLASSINFO("setting:path", "input; media file to read")
+    Q_CLASSINFO("setting:loop", "bool=false; restart at the end of the file, timestamps keep counting up")
+    Q_CLASSINFO("setting:realtime", "bool=false; pace packets by their timestamps (live-source behaviour)")
+    Q_CLASSINFO("setting:copyTimestamps", "bool=false; send the file's own timestamps (default: start at 0, restarts taken out)")
+    Q_CLASSINFO("sends", "audio video events")
+    Q_CLASSINFO("accepts", "none")
     Q_CLASSINFO("event:eos", "the file ended (value: module name)")
     Q_CLASSINFO("event:error", "the file could not be opened or read (value: message)")
 
@@ -45,7 +55,7 @@ public:
 
     /**
      * Counters: "packetsA", "packetsV", "bytesA", "bytesV", "dropped" (always 0),
-     * "loops". Thread: thread-safe (called directly through invoke()).
+     * "loops", "mediaUs" (media time sent so far). Thread: thread-safe (called directly through invoke()).
      */
     Q_INVOKABLE QVariant stats();
 
@@ -62,6 +72,7 @@ private:
     bool rewind();
     void fail(const QString &message);
     void sendCurrent();
+    void followDecodeTime(bool video, const AVStream *st, qint64 *pts, qint64 *dts);
 
     AVFormatContext *fmt = nullptr; // worker thread only
     AVPacket *pkt = nullptr;
@@ -72,6 +83,18 @@ private:
     bool loop = false;
     bool realtime = false;
     bool readPosted = false;
+    bool copyTimestamps = false;
+
+    // Timestamps sent = the file's + startShift + discontShift + loopOffset, us.
+    qint64 startShift = 0;          // minus the file's start time
+    qint64 discontShift = 0;        // restarts taken out so far in this pass
+    bool canRestartTimestamps = false;
+    qint64 lastDecodeTime = 0;      // of any stream, as sent
+    struct Track {
+        qint64 lastDts = std::numeric_limits<qint64>::min();
+        qint64 nextDts = std::numeric_limits<qint64>::min();  // predicted; min: none yet
+    };
+    Track tracks[2];                // audio, video
 
     qint64 firstTs = 0;             // smallest first timestamp of the file, us
     bool firstTsKnown = false;
@@ -83,11 +106,12 @@ private:
     QElapsedTimer paceClock;
     QTimer *paceTimer = nullptr;
 
-    QAtomicInteger<qint64> packetsA = 0;
-    QAtomicInteger<qint64> packetsV = 0;
+    QAtomicInteger<qint64> sentPacketsA = 0;   // packets sent on A; not the base class queue
+    QAtomicInteger<qint64> sentPacketsV = 0;
     QAtomicInteger<qint64> bytesA = 0;
     QAtomicInteger<qint64> bytesV = 0;
     QAtomicInteger<qint32> loops = 0;
+    QAtomicInteger<qint64> mediaUs = 0;  // media time sent, from the first timestamp
 };
 
 #endif // VEXAINPUTFILE_H

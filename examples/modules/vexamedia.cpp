@@ -22,9 +22,21 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
     p["level"] = par->level;
     p["codecTag"] = quint32(par->codec_tag);
     p["bitsPerCodedSample"] = par->bits_per_coded_sample;
+    p["bitsPerRawSample"] = par->bits_per_raw_sample;
     p["packetFlags"] = QStringLiteral("tag");
+    p["packetDuration"] = QStringLiteral("tag");
     if (par->extradata && par->extradata_size > 0)
         p["extradata"] = QByteArray(reinterpret_cast<const char *>(par->extradata), par->extradata_size);
+    // Stream-level side data a muxer writes into the header (the display
+    // matrix of a rotated phone video, for instance), by type.
+    QVariantMap side;
+    for (int i = 0; i < stream->nb_side_data; ++i) {
+        const AVPacketSideData &sd = stream->side_data[i];
+        side.insert(QString::number(int(sd.type)), QByteArray(reinterpret_cast<const char *>(sd.data), int(sd.size)));
+    }
+    if (!side.isEmpty())
+        p["sideData"] = side;
+    p["disposition"] = stream->disposition;
 
     if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
         p["kind"] = QStringLiteral("video");
@@ -35,6 +47,8 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
         p["sampleAspectDen"] = par->sample_aspect_ratio.den;
         p["frameRateNum"] = stream->avg_frame_rate.num;
         p["frameRateDen"] = stream->avg_frame_rate.den;
+        p["realFrameRateNum"] = stream->r_frame_rate.num;
+        p["realFrameRateDen"] = stream->r_frame_rate.den;
         p["videoDelay"] = par->video_delay;
         p["fieldOrder"] = int(par->field_order);
         p["colorRange"] = int(par->color_range);
@@ -71,6 +85,7 @@ bool VexaMedia::toCodecParameters(const QVariantMap &p, AVCodecParameters *par)
     par->profile = p.value("profile", FF_PROFILE_UNKNOWN).toInt();
     par->level = p.value("level", FF_LEVEL_UNKNOWN).toInt();
     par->bits_per_coded_sample = p.value("bitsPerCodedSample").toInt();
+    par->bits_per_raw_sample = p.value("bitsPerRawSample").toInt();
 
     const QByteArray extra = p.value("extradata").toByteArray();
     av_freep(&par->extradata);
@@ -112,6 +127,32 @@ bool VexaMedia::toCodecParameters(const QVariantMap &p, AVCodecParameters *par)
             av_channel_layout_default(&par->ch_layout, channels);
     }
     return true;
+}
+
+quint32 VexaMedia::keepCodecTag(const QVariantMap &p, const AVCodecTag *const *tags)
+{
+    const quint32 tag = p.value("codecTag").toUInt();
+    const auto id = AVCodecID(p.value("codecId").toInt());
+    if (tag == 0)
+        return 0;
+    if (!tags)
+        return tag;
+    unsigned int own = 0;
+    if (av_codec_get_id(tags, tag) == id || !av_codec_get_tag2(tags, id, &own))
+        return tag;
+    return 0;
+}
+
+void VexaMedia::toStream(const QVariantMap &p, AVStream *stream)
+{
+    const QVariantMap side = p.value("sideData").toMap();
+    for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
+        const QByteArray bytes = it.value().toByteArray();
+        uint8_t *data = av_stream_new_side_data(stream, AVPacketSideDataType(it.key().toInt()), size_t(bytes.size()));
+        if (data)
+            memcpy(data, bytes.constData(), size_t(bytes.size()));
+    }
+    stream->disposition = p.value("disposition").toInt();
 }
 
 QString VexaMedia::timeBaseText(const QVariantMap &params)

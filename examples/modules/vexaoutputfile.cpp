@@ -1,16 +1,20 @@
 #include "vexaoutputfile.h"
 
-#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
 #include <QMutexLocker>
 
 #include <cstring>
 
+#include "vexaexamples_p.h"
 #include "vexamedia.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/error.h>
+#include <libavutil/mathematics.h>
+#include <libavutil/mem.h>
 }
 
 namespace {
@@ -21,6 +25,10 @@ const int defaultMemSize = 2 * 1024 * 1024;
 // is written with the streams known so far.
 const int headerWaitPackets = 64;
 const int maxRejectLines = 5;
+// How long the muxer may hold a packet before writing it, as `ffmpeg` sets
+// it by default (-muxdelay 0.7): MPEG-TS packs audio frames into PES
+// packets up to this delay and starts its timestamps at twice it.
+const int muxDelayUs = 700000;
 // Zeroed bytes behind each payload copy, as FFmpeg expects of packet buffers.
 const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
 
@@ -51,6 +59,12 @@ VexaOutputFile::VexaOutputFile(QObject *parent)
     directInvokeNames << QStringLiteral("stats");
     // Parked until start; a "memSize" given later replaces it.
     setData(QVariantMap{{QStringLiteral("memSize"), defaultMemSize}});
+    // A sender that finds the ring full asks the worker to make the muxer
+    // let go of the packets it keeps back, or senders could wait for ever.
+    pool.setFullHandler([this] {
+        ringStarved.storeRelease(1);
+        wake();
+    });
 }
 
 VexaOutputFile::~VexaOutputFile()
@@ -71,6 +85,9 @@ QVariant VexaOutputFile::stats()
     m["droppedA"] = qint64(countA.dropped.loadAcquire());
     m["droppedV"] = qint64(countV.dropped.loadAcquire());
     m["dropped"] = qint64(countA.dropped.loadAcquire() + countV.dropped.loadAcquire());
+    m["rejected"] = qint64(countA.rejected.loadAcquire() + countV.rejected.loadAcquire());
+    m["dropping"] = dropSetting.loadAcquire() != 0;
+    m["mediaUs"] = qint64(mediaUs.loadAcquire());
     return m;
 }
 
@@ -90,71 +107,64 @@ void VexaOutputFile::accept(const Packet &in, bool video)
 {
     Counters &c = video ? countV : countA;
     c.received.fetchAndAddRelaxed(1);
-
-    QMutexLocker locker(&gate);
-    if (!waitUntilAccepting() || in.len < 0 || (in.len > 0 && !in.data)
-        || (!dropMode && !waitForQueueRoom(video))) {
+    if (in.len < 0 || (in.len > 0 && !in.data)) {
         c.dropped.fetchAndAddRelaxed(1);
         return;
     }
 
+    QMutexLocker locker(&gate);
+    if (!waitUntilAccepting() || (!dropMode && !waitForQueueRoom(video))) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return;
+    }
+    const bool drop = dropMode;
+    locker.unlock();
+
+    // The copy: from the pool's ring, or a block of its own when larger than
+    // the ring. A full ring holds the sender back (or drops, when told to),
+    // without gate, so that the worker can write and release meanwhile.
     Packet p = in;
     p.data = nullptr;
     if (in.len > 0) {
-        char *start = nullptr;
-        const int total = in.len + padding;
-        if (!reserve(total, &start)) {
-            c.dropped.fetchAndAddRelaxed(1);
-            return;
-        }
-        p.data = bufferData(nullptr, total, 0);
-        if (p.data != start) {
-            // The ring did not place the block where its documented algorithm
-            // says; follow it so later predictions stay right.
-            qDebug().noquote() << QStringLiteral("[%1] payload ring placed a block off its predicted position").arg(name());
-            if (!p.data) {
-                c.dropped.fetchAndAddRelaxed(1);
-                return;
-            }
-            start = p.data;
-        }
-        ringPos = start + total;
-        ringLive += total;
-        blocks.append(Block{start, start + total, false});
-
-        // The block is ours until it is queued: copy without holding up the
-        // worker, which takes gate to release written blocks.
-        locker.unlock();
-        memcpy(start, in.data, size_t(in.len));
-        memset(start + in.len, 0, padding);
-        locker.relock();
-        // Another sender of the same kind may have filled the queue meanwhile.
-        if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
-            releaseLocked(start);
+        p.data = pool.acquire(in.data, in.len, padding, drop ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+        if (!p.data) {
             c.dropped.fetchAndAddRelaxed(1);
             return;
         }
     }
 
+    locker.relock();
+    // Another sender of the same kind may have filled the queue meanwhile.
+    if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
+        locker.unlock();
+        pool.release(p.data);
+        c.dropped.fetchAndAddRelaxed(1);
+        return;
+    }
     QReadWriteLock &lock = video ? lockV : lockA;
     QList<Packet> &queue = video ? packetsV : packetsA;
     const qint32 bound = video ? bufLenV : bufLenA;
     if (dropMode && bound >= 0) {
         // Drop the oldest packet here rather than in bufferPacket, so that its
-        // ring block is released with it.
+        // block goes back to the pool with it.
+        QList<Packet> old;
         lock.lockForWrite();
-        while (!queue.isEmpty() && queue.size() >= bound - 1) {
-            const Packet old = queue.takeFirst();
-            releaseLocked(old.data);
-            c.dropped.fetchAndAddRelaxed(1);
-        }
+        while (!queue.isEmpty() && queue.size() >= bound - 1)
+            old.append(queue.takeFirst());
         video ? bufferPacketV(p) : bufferPacketA(p);
         lock.unlock();
+        c.dropped.fetchAndAddRelaxed(old.size());
+        locker.unlock();
+        release(old);
     } else {
         video ? bufferPacketV(p) : bufferPacketA(p);
+        locker.unlock();
     }
-    locker.unlock();
-    wake();
+    // Lossless: the worker is woken once a batch has queued, not for every
+    // packet (each wake-up is a thread switch), and always before a sender
+    // can find its queue full. Dropping (a live source): at once.
+    if (dropMode || queuedSinceDrain.fetchAndAddRelaxed(1) + 1 >= wakeBatch.loadRelaxed())
+        wake();
 }
 
 // With gate held: back-pressure, waits until the queue takes one more packet
@@ -178,23 +188,6 @@ bool VexaOutputFile::waitForQueueRoom(bool video)
     return false;
 }
 
-// With gate held: marks the block starting at data as free.
-void VexaOutputFile::releaseLocked(char *data)
-{
-    if (!data)
-        return;
-    for (Block &b : blocks) {
-        if (b.start == data && !b.done) {
-            b.done = true;
-            ringLive -= b.end - b.start;
-            break;
-        }
-    }
-    while (!blocks.isEmpty() && blocks.first().done)
-        blocks.removeFirst();
-    changed.wakeAll();
-}
-
 // With gate held: waits while the module is started but its worker has not
 // run onStart yet. True when packets are taken.
 bool VexaOutputFile::waitUntilAccepting()
@@ -207,59 +200,15 @@ bool VexaOutputFile::waitUntilAccepting()
     return phase.loadAcquire() == Accepting;
 }
 
-// With gate held: finds room for len bytes where the ring will put them
-// (bufferData's wrap-around rule) without covering a block still queued.
-bool VexaOutputFile::reserve(int len, char **start)
-{
-    if (!ringBase || len > ringSize) {
-        if (!warnedOversize) {
-            warnedOversize = true;
-            qDebug().noquote() << QStringLiteral("[%1] packet of %2 bytes does not fit the %3-byte payload ring (memSize); dropped")
-                                  .arg(name()).arg(len).arg(ringSize);
-        }
-        return false;
-    }
-    for (;;) {
-        const qint64 pos = ringPos - ringBase;
-        char *s = pos + len < ringSize ? ringPos : ringBase;
-        char *e = s + len;
-        bool free = true;
-        for (const Block &b : qAsConst(blocks)) {
-            if (!b.done && s < b.end && b.start < e) {
-                free = false;
-                break;
-            }
-        }
-        if (free) {
-            *start = s;
-            return true;
-        }
-        // The muxer may be holding blocks to interleave them: ask the worker
-        // to flush it, or senders could wait for each other for ever.
-        if (!ringStarved) {
-            ringStarved = true;
-            wake();
-        }
-        if (dropMode || phase.loadAcquire() != Accepting)
-            return false;
-        changed.wait(&gate);
-    }
-}
-
 void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
 {
-    auto *self = static_cast<VexaOutputFile *>(opaque);
-    QMutexLocker locker(&self->gate);
-    self->releaseLocked(reinterpret_cast<char *>(data));
+    static_cast<VexaOutputFile *>(opaque)->pool.release(reinterpret_cast<char *>(data));
 }
 
 void VexaOutputFile::release(const QList<Packet> &packets)
 {
-    if (packets.isEmpty())
-        return;
-    QMutexLocker locker(&gate);
     for (const Packet &p : packets)
-        releaseLocked(p.data);
+        pool.release(p.data);
 }
 
 void VexaOutputFile::wake()
@@ -284,23 +233,29 @@ void VexaOutputFile::onStart()
         if (bufLenV >= 0 && bufLenV < 2)
             bufLenV = 2;
         dropMode = settings.value("overflow").toString() == QLatin1String("drop");
-        if (!ringBase) {
-            ringSize = settings.value("memSize").toInt();
-            // A request of the whole ring always lands at its base, which
-            // tells where the ring starts.
-            ringBase = ringSize > 0 ? bufferData(nullptr, ringSize, 0) : nullptr;
-            if (!ringBase)
-                ringSize = 0;
-            ringPos = ringBase ? ringBase + ringSize : nullptr;
-        }
+        dropSetting.storeRelease(dropMode ? 1 : 0);
+        // Half of the smaller queue: a sender waits for room at bound - 1
+        // packets of its kind, by which time a wake-up has been asked for.
+        const qint32 least = bufLenA < 0 ? (bufLenV < 0 ? 33 : bufLenV) : (bufLenV < 0 ? bufLenA : qMin(bufLenA, bufLenV));
+        wakeBatch.storeRelaxed(qMax(1, (least - 1) / 2));
+        queuedSinceDrain.storeRelaxed(0);
     }
-    if (!ringBase) {
+    const int memSize = settings.value("memSize").toInt();
+    // Sized once; a pool with blocks still out keeps its size.
+    if (memSize > 0 && pool.size() != memSize)
+        pool.setSize(memSize);
+    pool.open();
+    if (memSize <= 0 || pool.size() <= 0) {
         fail(QStringLiteral("\"memSize\" must be a positive number of bytes"));
         return;
     }
     const QString path = settings.value("path").toString();
     if (path.isEmpty()) {
         fail(QStringLiteral("no \"path\" setting"));
+        return;
+    }
+    if (!settings.value("overwrite").toBool() && QFileInfo::exists(path)) {
+        fail(QStringLiteral("%1 already exists; not replaced unless \"overwrite\" is set").arg(path));
         return;
     }
     const QByteArray localPath = path.toLocal8Bit();
@@ -312,13 +267,9 @@ void VexaOutputFile::onStart()
                               : QStringLiteral("unknown container format \"%1\"").arg(QString::fromLatin1(format)));
         return;
     }
-    if (!(oc->oformat->flags & AVFMT_NOFILE)) {
-        r = avio_open(&oc->pb, localPath.constData(), AVIO_FLAG_WRITE);
-        if (r < 0) {
-            fail(QStringLiteral("cannot create %1: %2").arg(path, avError(r)));
-            return;
-        }
-    }
+    // The file itself is created with the header, once a source has
+    // described its streams: a source that cannot open its input leaves no
+    // empty output behind.
     headerWritten = false;
     streamA = streamV = -1;
     {
@@ -339,7 +290,7 @@ void VexaOutputFile::onNewInfoA(StreamInfo)
     if (!headerWritten)
         drain();
     else if (debugLevel > 0)
-        qDebug().noquote() << name() << "audio description changed after the header; ignored";
+        qCDebug(lcExamples).noquote() << name() << "audio description changed after the header; ignored";
 }
 
 void VexaOutputFile::onNewInfoV(StreamInfo)
@@ -347,34 +298,27 @@ void VexaOutputFile::onNewInfoV(StreamInfo)
     if (!headerWritten)
         drain();
     else if (debugLevel > 0)
-        qDebug().noquote() << name() << "video description changed after the header; ignored";
+        qCDebug(lcExamples).noquote() << name() << "video description changed after the header; ignored";
 }
 
 void VexaOutputFile::drain()
 {
     wakePending.storeRelease(0);
+    queuedSinceDrain.storeRelaxed(0);
+    // One short critical section per queue for the whole batch, under gate
+    // as senders queue under it too: bufferPacketA/V, which polls for the
+    // queue lock with a sleep, then never finds it taken.
     QList<Packet> a;
     QList<Packet> v;
-    bool starved;
     {
-        // Under gate, as senders queue under it too: bufferPacketA/V, which
-        // polls for the queue lock with a sleep, then never finds it taken.
-        // The queues are swapped out, not copied; the base class's lists stay
-        // unsharable.
         QMutexLocker locker(&gate);
-        lockA.lockForWrite();
-        a.swap(packetsA);
-        packetsA.setSharable(false);
-        lockA.unlock();
-        lockV.lockForWrite();
-        v.swap(packetsV);
-        packetsV.setSharable(false);
-        lockV.unlock();
+        a = takePacketsA();
+        v = takePacketsV();
+        // Senders held back by a full queue may go on.
         if (!a.isEmpty() || !v.isEmpty())
             changed.wakeAll();
-        starved = ringStarved;
-        ringStarved = false;
     }
+    const bool starved = ringStarved.fetchAndStoreAcquire(0) != 0;
     if (pendingA.isEmpty())
         pendingA.swap(a);
     else
@@ -408,12 +352,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     const bool haveA = inInfoA.type != 0;
     bool go = (haveV && haveA) || force;
     if (!go && (haveV || haveA)) {
-        qint64 live;
-        {
-            QMutexLocker locker(&gate);
-            live = ringLive;
-        }
-        go = pendingA.size() + pendingV.size() >= headerWaitPackets || live * 2 >= ringSize;
+        go = pendingA.size() + pendingV.size() >= headerWaitPackets || pool.usedBytes() * 2 >= pool.size();
     }
     if (!go)
         return false;
@@ -425,7 +364,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
             continue;
         AVStream *st = avformat_new_stream(oc, nullptr);
         if (!st || !VexaMedia::toCodecParameters(params[k], st->codecpar)) {
-            qDebug().noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
                                   .arg(name(), k == 0 ? "video" : "audio", params[k].value("codecName").toString());
             continue;
         }
@@ -436,6 +375,18 @@ bool VexaOutputFile::tryWriteHeader(bool force)
         const int frDen = params[k].value("frameRateDen").toInt();
         if (frNum > 0 && frDen > 0)
             st->avg_frame_rate = AVRational{frNum, frDen};
+        const int rNum = params[k].value("realFrameRateNum").toInt();
+        const int rDen = params[k].value("realFrameRateDen").toInt();
+        if (rNum > 0 && rDen > 0)
+            st->r_frame_rate = AVRational{rNum, rDen};
+        st->sample_aspect_ratio = st->codecpar->sample_aspect_ratio;
+        VexaMedia::toStream(params[k], st);
+        st->codecpar->codec_tag = VexaMedia::keepCodecTag(params[k], oc->oformat->codec_tag);
+        Track &t = tracks[k == 0 ? 1 : 0];
+        t = Track();
+        t.sourceTimeBase = st->time_base;
+        t.durationInTag = params[k].value("packetDuration").toString() == QLatin1String("tag");
+        t.sampleRate = k == 1 ? params[k].value("sampleRate").toInt() : 0;
         *index[k] = st->index;
     }
     if (oc->nb_streams == 0) {
@@ -445,14 +396,28 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     // Bounds how much media the muxer keeps back to interleave, and so how
     // much of the ring it holds.
     oc->max_interleave_delta = VexaMedia::TimeBase;
+    oc->max_delay = muxDelayUs;
+    const QString path = settings.value("path").toString();
+    if (!(oc->oformat->flags & AVFMT_NOFILE) && !oc->pb) {
+        const int r = avio_open(&oc->pb, path.toLocal8Bit().constData(), AVIO_FLAG_WRITE);
+        if (r < 0) {
+            fail(QStringLiteral("cannot create %1: %2").arg(path, avError(r)));
+            return false;
+        }
+    }
     const int r = avformat_write_header(oc, nullptr);
     if (r < 0) {
+        // Nothing usable was written: leave no broken file behind.
+        const bool created = oc->pb != nullptr;
+        closeMuxer();
+        if (created)
+            QFile::remove(path);
         fail(QStringLiteral("cannot write the header of %1: %2").arg(settings.value("path").toString(), avError(r)));
         return false;
     }
     headerWritten = true;
     if (debugLevel > 0)
-        qDebug().noquote() << name() << "header written, video stream" << streamV << "audio stream" << streamA;
+        qCDebug(lcExamples).noquote() << name() << "header written, video stream" << streamV << "audio stream" << streamA;
     return true;
 }
 
@@ -514,21 +479,44 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             return false;
         }
     }
+    Track &t = tracks[video ? 1 : 0];
     avpkt->data = reinterpret_cast<uint8_t *>(pkt.data);
     avpkt->size = pkt.len;
     avpkt->stream_index = index;
-    avpkt->pts = pkt.pts == VexaMedia::NoPts ? AV_NOPTS_VALUE : av_rescale_q(pkt.pts, usTimeBase, st->time_base);
+    avpkt->pts = toStreamTime(pkt.pts, t, st);
     const qint64 dts = decodeTime(pkt);
-    avpkt->dts = dts == VexaMedia::NoPts ? AV_NOPTS_VALUE : av_rescale_q(dts, usTimeBase, st->time_base);
+    avpkt->dts = toStreamTime(dts, t, st);
+    if (!video && dts != VexaMedia::NoPts && t.sampleRate > 0 && t.sourceTimeBase.num > 0) {
+        // Audio times follow the samples, not the rounding of a coarse
+        // source time base (milliseconds in Matroska and FLV), as `ffmpeg
+        // -c copy` writes them; presentation time is the decode time.
+        int samples = av_get_audio_frame_duration2(st->codecpar, pkt.len);
+        if (samples <= 0)
+            samples = st->codecpar->frame_size;
+        if (samples > 0) {
+            const int64_t ticks = av_rescale_q(dts, usTimeBase, t.sourceTimeBase);
+            avpkt->dts = av_rescale_delta(t.sourceTimeBase, ticks, AVRational{1, t.sampleRate}, samples,
+                                          &t.rescaleLast, st->time_base);
+            avpkt->pts = avpkt->dts;
+        }
+    }
     avpkt->flags = flagsInTag ? (pkt.tag & (AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD | AV_PKT_FLAG_DISPOSABLE)) : 0;
-    avpkt->duration = 0;
+    avpkt->duration = flagsInTag && t.durationInTag
+            ? av_rescale_q(VexaMedia::tagDuration(pkt.tag), t.sourceTimeBase, st->time_base) : 0;
     avpkt->pos = -1;
+    keepDecodeOrder(t, oc->oformat->flags);
+    if (dts != VexaMedia::NoPts) {
+        const qint64 media = dts - (t.firstUs == VexaMedia::NoPts ? (t.firstUs = dts) : t.firstUs);
+        if (media > mediaUs.loadRelaxed())
+            mediaUs.storeRelease(media);
+    }
     // Takes the reference, also on failure.
     const int r = av_interleaved_write_frame(oc, avpkt);
     if (r < 0) {
         c.dropped.fetchAndAddRelaxed(1);
+        c.rejected.fetchAndAddRelaxed(1);
         if (rejectLines++ < maxRejectLines)
-            qDebug().noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
                                   .arg(name(), video ? "video" : "audio")
                                   .arg(static_cast<long long>(pkt.pts)).arg(avError(r));
         if (r == AVERROR(EIO) || r == AVERROR(ENOSPC))
@@ -540,6 +528,44 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     return true;
 }
 
+// Microseconds to the output stream's time base through the source's own
+// ticks, so that the result is what rescaling the source's timestamps gives.
+int64_t VexaOutputFile::toStreamTime(qint64 us, const Track &t, const AVStream *st)
+{
+    if (us == VexaMedia::NoPts)
+        return AV_NOPTS_VALUE;
+    if (t.sourceTimeBase.num > 0 && t.sourceTimeBase.den > 0)
+        return av_rescale_q(av_rescale_q(us, usTimeBase, t.sourceTimeBase), t.sourceTimeBase, st->time_base);
+    return av_rescale_q(us, usTimeBase, st->time_base);
+}
+
+// As `ffmpeg` does before the muxer: a decode time after the presentation
+// time, or one not after the previous packet's (equal is allowed where the
+// container allows it), is moved rather than have the muxer refuse the
+// packet.
+void VexaOutputFile::keepDecodeOrder(Track &t, int formatFlags)
+{
+    if (formatFlags & AVFMT_NOTIMESTAMPS)
+        return;
+    if (avpkt->dts != AV_NOPTS_VALUE && avpkt->pts != AV_NOPTS_VALUE && avpkt->dts > avpkt->pts) {
+        const int64_t next = t.lastDts == AV_NOPTS_VALUE ? avpkt->dts : t.lastDts + 1;
+        const int64_t a = avpkt->pts, b = avpkt->dts;
+        avpkt->pts = avpkt->dts = a + b + next - qMin(qMin(a, b), next) - qMax(qMax(a, b), next);
+    }
+    if (avpkt->dts != AV_NOPTS_VALUE && t.lastDts != AV_NOPTS_VALUE) {
+        const int64_t least = t.lastDts + ((formatFlags & AVFMT_TS_NONSTRICT) ? 0 : 1);
+        if (avpkt->dts < least) {
+            if (debugLevel > 0)
+                qCDebug(lcExamples).noquote() << QStringLiteral("[%1] decode time %2 not after %3; moved to %4")
+                                                 .arg(name()).arg(avpkt->dts).arg(t.lastDts).arg(least);
+            if (avpkt->pts != AV_NOPTS_VALUE && avpkt->pts >= avpkt->dts)
+                avpkt->pts = qMax<int64_t>(avpkt->pts, least);
+            avpkt->dts = least;
+        }
+    }
+    t.lastDts = avpkt->dts;
+}
+
 void VexaOutputFile::finish()
 {
     {
@@ -547,12 +573,15 @@ void VexaOutputFile::finish()
         phase.storeRelease(Closing);
         changed.wakeAll();
     }
+    // Senders waiting for ring room give up; what is queued is still written.
+    pool.close();
     // Everything queued before stop still goes into the file.
     drain();
     if (oc && !headerWritten && inInfoA.type == 0 && inInfoV.type == 0 && pendingA.isEmpty() && pendingV.isEmpty()) {
-        // Nothing arrived: no streams to write, which is not a failure.
+        // Nothing arrived: no streams to write, which is not a failure; no
+        // file is created.
         if (debugLevel > 0)
-            qDebug().noquote() << name() << "received nothing; the file stays empty";
+            qCDebug(lcExamples).noquote() << name() << "received nothing; no file written";
         closeMuxer();
     }
     if (oc && !headerWritten)
@@ -582,7 +611,7 @@ void VexaOutputFile::finish()
     }
     const QVariantMap s = stats().toMap();
     if (debugLevel > 0 || s.value("dropped").toLongLong() > 0)
-        qDebug().noquote() << QStringLiteral("[%1] wrote %2 audio and %3 video packets, dropped %4")
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] wrote %2 audio and %3 video packets, dropped %4")
                               .arg(name())
                               .arg(s.value("packetsA").toLongLong())
                               .arg(s.value("packetsV").toLongLong())
@@ -593,7 +622,7 @@ void VexaOutputFile::finish()
 
 void VexaOutputFile::fail(const QString &message)
 {
-    qDebug().noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     closeMuxer();
     {
         // Senders stop waiting and drop until the module is stopped.
@@ -601,6 +630,8 @@ void VexaOutputFile::fail(const QString &message)
         phase.storeRelease(Closing);
         changed.wakeAll();
     }
+    // Senders waiting for ring room give up; what is queued is still written.
+    pool.close();
     sendEvent(QStringLiteral("error"), message);
 }
 

@@ -6,12 +6,19 @@
 #include <QWaitCondition>
 
 #include <cstdint>
+#include <limits>
+
+extern "C" {
+#include <libavutil/rational.h>
+}
 
 #include "vexaobject.h"
+#include "vexapayloadpool.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVFormatContext;
 struct AVPacket;
+struct AVStream;
 
 /**
  * Sink module: remuxes the audio and video packets it receives into a file
@@ -23,9 +30,14 @@ struct AVPacket;
  * has made room, so nothing is lost; "drop": for live sources, a full queue
  * drops its oldest packet and a full ring drops the new one), "memSize"
  * (payload ring in bytes, default 2 MiB: it holds every queued packet and
- * what the muxer keeps back to interleave; a packet larger than the ring is
- * dropped), "bufLenA"/"bufLenV" (queue
- * bounds, default 20; a bound below 2 is raised to 2).
+ * what the muxer keeps back to interleave; a packet larger than the ring gets
+ * a copy of its own instead), "overwrite" (replace an existing file; default
+ * false: the module fails at start rather than destroy a file),
+ * "bufLenA"/"bufLenV" (queue bounds, default 20; a bound below 2 is raised
+ * to 2).
+ *
+ * The file is created when the header is written, so that nothing is left
+ * behind when the source cannot open its input.
  *
  * One output stream is created per incoming description (VexaMedia
  * parameters). The header is written once both kinds are described, or once
@@ -39,18 +51,25 @@ struct AVPacket;
  * Events: "done" (value: the counters of stats()) after the trailer; "error"
  * (value: a message) when the file cannot be created or written.
  *
- * Thread: onNewPacketA/V copy the payload into the ring and queue the packet
- * in the sending thread; the file is written in the module's worker thread,
- * woken by a posted call per batch. The ring is shared by A and V producers
- * under one mutex.
+ * Thread: onNewPacketA/V copy the payload into a VexaPayloadPool (which
+ * knows which copies are still queued or held by the muxer) and queue the
+ * packet in the sending thread; the file is written in the module's worker
+ * thread, woken by a posted call per batch, which takes each whole queue at
+ * once (takePacketsA/V). In "wait" mode the worker is woken once half a
+ * queue bound of packets has arrived (or a sender finds the ring full), so
+ * a source that pauses leaves up to that many packets queued until it goes
+ * on or the module stops; in "drop" mode at every packet.
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:path", "file to write")
-    Q_CLASSINFO("setting:format", "container short name (default: from the extension)")
-    Q_CLASSINFO("setting:overflow", "\"wait\" (default, lossless back-pressure) or \"drop\" (live sources)")
-    Q_CLASSINFO("setting:memSize", "payload ring bytes (default 2097152)")
+    Q_CLASSINFO("setting:path", "output; file to write")
+    Q_CLASSINFO("setting:format", "string; container short name (default: from the extension of path)")
+    Q_CLASSINFO("setting:overflow", "enum(wait|drop)=wait; wait: lossless back-pressure, drop: live sources may lose packets")
+    Q_CLASSINFO("setting:overwrite", "bool=false; replace an existing file instead of refusing to start")
+    Q_CLASSINFO("setting:memSize", "int=2097152; payload ring bytes (larger packets are copied outside it)")
+    Q_CLASSINFO("sends", "events")
+    Q_CLASSINFO("accepts", "audio video")
     Q_CLASSINFO("event:done", "the file is complete (value: counters)")
     Q_CLASSINFO("event:error", "the file could not be created or written (value: message)")
 
@@ -62,7 +81,8 @@ public:
      * Counters: "packetsA"/"packetsV" and "bytesA"/"bytesV" written,
      * "receivedA"/"receivedV", "droppedA"/"droppedV" and "dropped" (their sum:
      * queue overflow, ring overflow, packets refused while not running or
-     * rejected by the muxer). Thread: thread-safe (called directly through invoke()).
+     * rejected by the muxer), "rejected" (of those, refused by the muxer) and
+     * "dropping" (true when "overflow" is "drop", so drops were asked for). Thread: thread-safe (called directly through invoke()).
      */
     Q_INVOKABLE QVariant stats();
 
@@ -81,19 +101,22 @@ private:
         QAtomicInteger<qint64> written = 0;
         QAtomicInteger<qint64> bytes = 0;
         QAtomicInteger<qint64> dropped = 0;
-    };
-    struct Block {
-        char *start;
-        char *end;
-        bool done;
+        QAtomicInteger<qint64> rejected = 0;  // by the muxer, counted in dropped too
     };
     enum Phase { Idle = 0, Accepting = 1, Closing = 2 };
+    // Per output stream, worker thread only.
+    struct Track {
+        AVRational sourceTimeBase{0, 1};
+        bool durationInTag = false;
+        int sampleRate = 0;             // audio: times follow the samples
+        int64_t rescaleLast = INT64_MIN;
+        int64_t lastDts = INT64_MIN;    // last decode time given to the muxer; INT64_MIN (AV_NOPTS_VALUE): none
+        qint64 firstUs = std::numeric_limits<qint64>::min();
+    };
 
     void accept(const Packet &pkt, bool video);
     bool waitUntilAccepting();
     bool waitForQueueRoom(bool video);
-    void releaseLocked(char *data);
-    bool reserve(int len, char **start);
     void release(const QList<Packet> &packets);
     static void releaseBlock(void *opaque, uint8_t *data);
     void wake();
@@ -104,21 +127,24 @@ private:
     void finish();
     void fail(const QString &message);
     void closeMuxer();
+    int64_t toStreamTime(qint64 us, const Track &t, const AVStream *st);
+    void keepDecodeOrder(Track &t, int formatFlags);
 
     // Shared by the producers and the worker; guarded by gate.
     QMutex gate;
     QWaitCondition changed;         // room in a queue or the ring, or a phase change
     QAtomicInt phase = Idle;        // written under gate
     bool dropMode = false;
-    char *ringBase = nullptr;
-    char *ringPos = nullptr;
-    qint32 ringSize = 0;
-    qint64 ringLive = 0;            // bytes of blocks not yet written
-    QList<Block> blocks;            // live ring blocks, in allocation order
-    bool warnedOversize = false;
-    bool ringStarved = false;       // a sender found the ring full since the last drain
+    QAtomicInt ringStarved = 0;     // a sender found the ring full since the last drain
+
+    // Payload copies of every queued packet and of those the muxer holds.
+    VexaPayloadPool pool;
 
     QAtomicInt wakePending = 0;
+    QAtomicInt queuedSinceDrain = 0;  // packets queued since the worker last took the queues
+    QAtomicInt wakeBatch = 1;         // lossless: packets that make a wake-up worth it
+    QAtomicInt dropSetting = 0;     // "overflow" is "drop", for stats()
+    QAtomicInteger<qint64> mediaUs = 0;  // decode time written, from the first
 
     // Worker thread only.
     AVFormatContext *oc = nullptr;
@@ -129,6 +155,7 @@ private:
     QList<Packet> pendingA;
     QList<Packet> pendingV;
     int rejectLines = 0;
+    Track tracks[2];                // audio, video
 
     Counters countA;
     Counters countV;

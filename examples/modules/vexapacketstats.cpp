@@ -11,24 +11,30 @@ VexaPacketStats::VexaPacketStats(QObject *parent)
 QVariant VexaPacketStats::stats()
 {
     QVariantMap m;
-    m["packetsA"] = qint64(packetsA.loadAcquire());
+    m["packetsA"] = qint64(receivedPacketsA.loadAcquire());
     m["bytesA"] = qint64(bytesA.loadAcquire());
-    m["packetsV"] = qint64(packetsV.loadAcquire());
+    m["packetsV"] = qint64(receivedPacketsV.loadAcquire());
     m["bytesV"] = qint64(bytesV.loadAcquire());
+    m["events"] = qint64(receivedEvents.loadAcquire());
     m["dropped"] = qint64(0);
     return m;
 }
 
 void VexaPacketStats::onNewPacketA(Packet pkt)
 {
-    packetsA.fetchAndAddRelaxed(1);
+    receivedPacketsA.fetchAndAddRelaxed(1);
     bytesA.fetchAndAddRelaxed(qMax(pkt.len, 0));
 }
 
 void VexaPacketStats::onNewPacketV(Packet pkt)
 {
-    packetsV.fetchAndAddRelaxed(1);
+    receivedPacketsV.fetchAndAddRelaxed(1);
     bytesV.fetchAndAddRelaxed(qMax(pkt.len, 0));
+}
+
+void VexaPacketStats::onNewEvent(QString, QVariant)
+{
+    receivedEvents.fetchAndAddRelaxed(1);
 }
 
 void VexaPacketStats::onStart()

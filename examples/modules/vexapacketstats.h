@@ -10,7 +10,8 @@ class QTimer;
 
 /**
  * Sink module: counts the packets and payload bytes it receives per stream
- * kind and reports them as the event "stats" (value: the map of stats()).
+ * kind, and the events it receives, and reports them as the event "stats"
+ * (value: the map of stats()).
  *
  * Settings: "interval" (milliseconds between reports, default 1000; 0 reports
  * only at stop). A report is sent only when a counter changed since the last
@@ -22,17 +23,20 @@ class QTimer;
 class VEXAEXAMPLEMODULES_EXPORT VexaPacketStats : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:interval", "milliseconds between \"stats\" events (default 1000, 0: only at stop)")
-    Q_CLASSINFO("event:stats", "counters: packetsA, bytesA, packetsV, bytesV")
+    Q_CLASSINFO("setting:interval", "int=1000; milliseconds between \"stats\" events (0: only at stop)")
+    Q_CLASSINFO("sends", "events")
+    Q_CLASSINFO("accepts", "audio video events")
+    Q_CLASSINFO("event:stats", "counters: packetsA, bytesA, packetsV, bytesV, events")
 
 public:
     Q_INVOKABLE explicit VexaPacketStats(QObject *parent = nullptr);
 
-    /** "packetsA", "bytesA", "packetsV", "bytesV", "dropped" (always 0). Thread: thread-safe. */
+    /** "packetsA", "bytesA", "packetsV", "bytesV", "events" (received on E links), "dropped" (always 0). Thread: thread-safe. */
     Q_INVOKABLE QVariant stats();
 
     void onNewPacketA(Packet pkt) override;
     void onNewPacketV(Packet pkt) override;
+    void onNewEvent(QString type, QVariant value) override;
 
 protected:
     void onStart() override;
@@ -44,10 +48,11 @@ private:
 
     QTimer *timer = nullptr;        // worker thread only
     qint64 lastTotal = -1;
-    QAtomicInteger<qint64> packetsA = 0;
+    QAtomicInteger<qint64> receivedPacketsA = 0;   // not the base class queue
     QAtomicInteger<qint64> bytesA = 0;
-    QAtomicInteger<qint64> packetsV = 0;
+    QAtomicInteger<qint64> receivedPacketsV = 0;
     QAtomicInteger<qint64> bytesV = 0;
+    QAtomicInteger<qint64> receivedEvents = 0;
 };
 
 #endif // VEXAPACKETSTATS_H

@@ -550,3 +550,29 @@ void VexaObject::onNewInfoV(StreamInfo) {}
 void VexaObject::onSetData(QVariantMap) {}
 void VexaObject::onStart() {}
 void VexaObject::onStop() {}
+
+namespace {
+
+// The queue is swapped out, not copied; the list left behind is made
+// unsharable again, as the constructor makes it.
+QList<VexaObject::Packet> takeAll(QReadWriteLock &lock, QList<VexaObject::Packet> &queue)
+{
+    QList<VexaObject::Packet> taken;
+    lock.lockForWrite();
+    taken.swap(queue);
+    queue.setSharable(false);
+    lock.unlock();
+    return taken;
+}
+
+} // namespace
+
+QList<VexaObject::Packet> VexaObject::takePacketsA()
+{
+    return takeAll(lockA, packetsA);
+}
+
+QList<VexaObject::Packet> VexaObject::takePacketsV()
+{
+    return takeAll(lockV, packetsV);
+}

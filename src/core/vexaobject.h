@@ -145,6 +145,15 @@ public:
      */
     void destroy();
 
+    /**
+     * Takes every packet queued in packetsA (packetsV) out at once, oldest
+     * first, under lockA (lockV): a worker's whole batch in one short
+     * critical section. The queue is left empty.
+     * Thread: thread-safe.
+     */
+    QList<Packet> takePacketsA();
+    QList<Packet> takePacketsV();
+
 signals:
     void newEvent(QString type, QVariant msg);
     void newPacketA(Packet pkt);

@@ -1,6 +1,6 @@
 // vexa-inspect: lists the module classes that can be created, and for one
-// class its settings, events, signals, slots and invokable methods as its
-// meta-object publishes them.
+// class what it sends and accepts, its settings, events, signals, slots and
+// invokable methods as its meta-object publishes them.
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -11,6 +11,7 @@
 
 #include <cstdio>
 
+#include "vexaclassinfo.h"
 #include "vexamodulecatalog.h"
 #include "vexaobject.h"
 
@@ -64,9 +65,13 @@ void listClasses(QTextStream &out)
             if (key.startsWith(QLatin1String("setting:")))
                 settings << key.mid(8);
         }
+        const VexaClassInfo info(mo);
         out << "  " << VexaModuleCatalog::shortName(full).leftJustified(16) << ' ' << full.leftJustified(20);
         if (!settings.isEmpty())
             out << " settings: " << settings.join(QLatin1String(", "));
+        if (info.declaresInterface())
+            out << "  [sends: " << VexaClassInfo::kindsText(info.sends()) << "; accepts: "
+                << VexaClassInfo::kindsText(info.accepts()) << ']';
         out << '\n';
     }
 }
@@ -79,22 +84,29 @@ void showClass(QTextStream &out, const QMetaObject *mo, bool all)
     out << "Class " << mo->className() << " (create as \"" << VexaModuleCatalog::shortName(QString::fromLatin1(mo->className()))
         << "\"), inherits " << chain.join(QLatin1String(" < ")) << '\n';
 
-    bool anyInfo = false;
-    for (const char *prefix : {"setting:", "event:"}) {
-        const QString p = QString::fromLatin1(prefix);
-        QStringList lines;
-        for (int i = 0; i < mo->classInfoCount(); ++i) {
-            const QString key = QString::fromLatin1(mo->classInfo(i).name());
-            if (key.startsWith(p))
-                lines << QStringLiteral("    %1 %2").arg(key.mid(p.size()).leftJustified(14), QString::fromUtf8(mo->classInfo(i).value()));
-        }
-        if (lines.isEmpty())
-            continue;
-        anyInfo = true;
-        out << (p == QLatin1String("setting:") ? "\nSettings:\n" : "\nEvents:\n") << lines.join(QLatin1Char('\n')) << '\n';
+    // What links the class can carry, as a pipeline framework lists its pad templates.
+    const VexaClassInfo info(mo);
+    out << "\nInterface" << (info.declaresInterface() ? "" : " (not declared: taken as everything)") << ":\n"
+        << "    sends          " << VexaClassInfo::kindsText(info.sends()) << '\n'
+        << "    accepts        " << VexaClassInfo::kindsText(info.accepts()) << '\n';
+
+    out << "\nSettings" << (info.declaresSettings() ? "" : " (none declared: keys are not checked)") << ":\n";
+    for (const VexaClassInfo::Setting &st : info.settings()) {
+        QString type = VexaClassInfo::typeText(st);
+        if (st.defaultValue.isValid())
+            type += QStringLiteral(" = %1").arg(st.defaultValue.toString());
+        out << "    " << st.name.leftJustified(14) << ' ' << type.leftJustified(28) << ' ' << st.meaning
+            << (st.base ? " (every module)" : "") << '\n';
     }
-    if (!anyInfo)
-        out << "\n(the class documents no settings or events)\n";
+
+    QStringList events;
+    for (int i = 0; i < mo->classInfoCount(); ++i) {
+        const QString key = QString::fromLatin1(mo->classInfo(i).name());
+        if (key.startsWith(QLatin1String("event:")))
+            events << QStringLiteral("    %1 %2").arg(key.mid(6).leftJustified(14), QString::fromUtf8(mo->classInfo(i).value()));
+    }
+    if (!events.isEmpty())
+        out << "\nEvents:\n" << events.join(QLatin1Char('\n')) << '\n';
 
     out << "\nConstructors:\n";
     for (int i = 0; i < mo->constructorCount(); ++i)
@@ -113,6 +125,10 @@ void showClass(QTextStream &out, const QMetaObject *mo, bool all)
             for (int i = begin; i < end; ++i) {
                 const QMetaMethod mm = m->method(i);
                 if (mm.methodType() != g.type)
+                    continue;
+                // The base class's private slots are its own plumbing, not
+                // part of what a pipeline or a module author calls.
+                if (!all && m == &VexaObject::staticMetaObject && mm.access() == QMetaMethod::Private)
                     continue;
                 QString line = QStringLiteral("    %1").arg(signature(mm));
                 if (g.type != QMetaMethod::Signal && mm.access() != QMetaMethod::Public)
@@ -145,7 +161,8 @@ int main(int argc, char *argv[])
     parser.addPositionalArgument(QStringLiteral("class"), QStringLiteral("Class to describe (\"InputFile\" or \"VexaInputFile\")."), QStringLiteral("[class]"));
     const QCommandLineOption libOpt({QStringLiteral("l"), QStringLiteral("library")},
         QStringLiteral("Load a module library (repeatable)."), QStringLiteral("file"));
-    const QCommandLineOption allOpt(QStringLiteral("all"), QStringLiteral("Also list the methods declared by QObject."));
+    const QCommandLineOption allOpt(QStringLiteral("all"),
+        QStringLiteral("Also list the methods declared by QObject and the base class's private slots."));
     parser.addOptions({libOpt, allOpt});
     if (!parser.parse(QCoreApplication::arguments()))
         return fail(ExitUsage, parser.errorText());

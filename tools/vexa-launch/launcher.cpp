@@ -37,18 +37,28 @@ void releaseMediaMemory()
 #endif
 }
 
-void onInterrupt(int)
+void onInterrupt(int sig)
 {
     ++interruptCount;
     if (interruptCount > 1) {
-        // A second Ctrl-C while shutting down: leave at once, as the
+        // A second signal while shutting down: leave at once, as the
         // framework's own handler would.
         releaseMediaMemory();
-        _exit(ExitInterrupted);
+        _exit(ExitSignal + sig);
     }
-    const char byte = 1;
+    const char byte = char(sig);
     const ssize_t n = write(interruptPipe[1], &byte, 1);
     (void)n;
+}
+
+QString signalText(int sig)
+{
+    switch (sig) {
+    case SIGINT: return QStringLiteral("interrupted");
+    case SIGTERM: return QStringLiteral("interrupted by SIGTERM");
+    case SIGHUP: return QStringLiteral("interrupted by SIGHUP");
+    default: return QStringLiteral("interrupted by signal %1").arg(sig);
+    }
 }
 
 QString dotQuoted(const QString &s)
@@ -63,6 +73,21 @@ QString dotQuoted(const QString &s)
 qint64 packetsIn(const QVariantMap &s)
 {
     return s.value("packetsA").toLongLong() + s.value("packetsV").toLongLong();
+}
+
+// "00:01:02.34", as ffmpeg's time=.
+QString mediaTimeText(qint64 us)
+{
+    const qint64 cs = qMax<qint64>(0, us) / 10000;
+    return QStringLiteral("%1:%2:%3.%4").arg(cs / 360000, 2, 10, QLatin1Char('0')).arg(cs / 6000 % 60, 2, 10, QLatin1Char('0'))
+        .arg(cs / 100 % 60, 2, 10, QLatin1Char('0')).arg(cs % 100, 2, 10, QLatin1Char('0'));
+}
+
+QString speedText(qint64 mediaUs, qint64 wallMs)
+{
+    if (wallMs <= 0)
+        return QStringLiteral("N/A");
+    return QStringLiteral("%1x").arg(mediaUs / 1000.0 / wallMs, 0, 'f', mediaUs / 1000.0 / wallMs < 10 ? 2 : 1);
 }
 
 } // namespace
@@ -81,9 +106,15 @@ Launcher::Launcher(const Pipeline &p, const LaunchOptions &o, QObject *parent)
         interruptNotifier = new QSocketNotifier(interruptPipe[0], QSocketNotifier::Read, this);
         connect(interruptNotifier, &QSocketNotifier::activated, this, [this] {
             char buf[16];
-            while (read(interruptPipe[0], buf, sizeof(buf)) > 0) {
+            int sig = 0;
+            ssize_t n;
+            while ((n = read(interruptPipe[0], buf, sizeof(buf))) > 0) {
+                if (!sig)
+                    sig = buf[0];
             }
-            shutdown(ExitInterrupted, QStringLiteral("interrupted"));
+            if (!sig)
+                return;
+            shutdown(ExitSignal + sig, signalText(sig));
         });
     }
 }
@@ -96,7 +127,8 @@ bool Launcher::installInterruptHandler()
     sa.sa_handler = onInterrupt;
     sigemptyset(&sa.sa_mask);
     sa.sa_flags = SA_RESTART;
-    return sigaction(SIGINT, &sa, nullptr) == 0;
+    return sigaction(SIGINT, &sa, nullptr) == 0 && sigaction(SIGTERM, &sa, nullptr) == 0
+        && sigaction(SIGHUP, &sa, nullptr) == 0;
 }
 
 void Launcher::message(const QString &text, bool error)
@@ -151,8 +183,6 @@ bool Launcher::start()
         durationTimer.start(int(options.duration * 1000));
     if (!options.graph.isEmpty())
         graphNow();
-    if (pipeline.sources().isEmpty() && options.duration <= 0)
-        message(QStringLiteral("no source module: runs until Ctrl-C"));
     return true;
 }
 
@@ -163,7 +193,7 @@ void Launcher::onModuleEvent(const QString &module, const QString &type, const Q
         // its file) still fails the run.
         if (type == QLatin1String("error")) {
             message(QStringLiteral("error: %1: %2").arg(module, value.toString()), true);
-            if (code == ExitOk || code == ExitInterrupted)
+            if (code == ExitOk || code > ExitSignal)
                 code = ExitModuleError;
         }
         return;
@@ -194,10 +224,13 @@ void Launcher::showProgress(bool last)
     const qint64 now = clock.elapsed();
     const double span = qMax<qint64>(1, now - lastTick) / 1000.0;
     QStringList parts;
+    qint64 media = -1;
     for (int i = 0; i < objects.size(); ++i) {
         const QVariantMap s = statsOf(objects.at(i), !last);
         if (s.isEmpty())
             continue;
+        if (s.contains("mediaUs"))
+            media = media < 0 ? s.value("mediaUs").toLongLong() : qMin(media, s.value("mediaUs").toLongLong());
         const qint64 packets = packetsIn(s);
         const qint64 rate = qint64((packets - lastPackets.value(i)) / span + 0.5);
         lastPackets[i] = packets;
@@ -207,6 +240,10 @@ void Launcher::showProgress(bool last)
         parts << part;
     }
     lastTick = now;
+    // The media time that has gone all the way through: the least of the
+    // modules' (an output's lags its source's).
+    if (media >= 0)
+        parts.prepend(QStringLiteral("time=%1 speed=%2").arg(mediaTimeText(media), speedText(media, now)));
     const QString line = QStringLiteral("[%1s] %2").arg(now / 1000.0, 0, 'f', 1).arg(parts.join(QLatin1String(" | ")));
     if (tty) {
         fprintf(stderr, "\r\033[K%s", qPrintable(line));
@@ -242,7 +279,7 @@ void Launcher::shutdown(int exitCode, const QString &why)
         fputs("\n", stderr);
     progressShown = false;
     if (!why.isEmpty()) {
-        const bool error = exitCode != ExitOk && exitCode != ExitInterrupted;
+        const bool error = exitCode != ExitOk && exitCode < ExitSignal;
         message(error ? QStringLiteral("error: ") + why : why, error);
     }
 
@@ -279,7 +316,25 @@ void Launcher::shutdown(int exitCode, const QString &why)
             << num("packetsA", 10) << ' ' << num("packetsV", 10) << ' ' << bytes.rightJustified(12) << ' '
             << num("dropped", 8) << '\n';
     }
+    // Media time, speed and packet rate of the whole run, as the last line.
+    const qint64 wallMs = qMax<qint64>(1, clock.elapsed());
+    qint64 media = -1;
+    qint64 packets = 0;
+    for (VexaObject *obj : qAsConst(objects)) {
+        const QVariantMap s = statsOf(obj, false);
+        if (s.contains("mediaUs"))
+            media = media < 0 ? s.value("mediaUs").toLongLong() : qMin(media, s.value("mediaUs").toLongLong());
+        packets = qMax(packets, packetsIn(s));
+    }
+    out << QStringLiteral("time=%1 speed=%2 in %3 s, %4 pkt/s")
+               .arg(mediaTimeText(qMax<qint64>(0, media)), media < 0 ? QStringLiteral("N/A") : speedText(media, wallMs))
+               .arg(wallMs / 1000.0, 0, 'f', 3).arg(qint64(packets * 1000.0 / wallMs + 0.5))
+        << '\n';
     out.flush();
+    // Losing data matters more than how the run ended; a module error is
+    // reported as such.
+    if (reportLosses() && code != ExitModuleError)
+        code = ExitDataLost;
     if (!options.graph.isEmpty())
         graphNow();
 
@@ -301,6 +356,33 @@ void Launcher::shutdown(int exitCode, const QString &why)
     objects.clear();
     releaseMediaMemory();
     emit finished(code);
+}
+
+bool Launcher::reportLosses()
+{
+    bool any = false;
+    for (int i = 0; i < objects.size(); ++i) {
+        const QVariantMap s = statsOf(objects.at(i), false);
+        const qint64 dropped = s.value("dropped").toLongLong();
+        const qint64 rejected = s.value("rejected").toLongLong();
+        // A module told to drop (a live source's output) may drop; what the
+        // muxer refused is lost either way.
+        const qint64 lost = s.value("dropping").toBool() ? rejected : dropped;
+        if (lost <= 0) {
+            if (dropped > 0)
+                message(QStringLiteral("%1 dropped %2 packets, as its settings allow").arg(pipeline.modules.at(i).name).arg(dropped));
+            continue;
+        }
+        any = true;
+        QString detail;
+        if (s.contains("droppedA") || s.contains("droppedV"))
+            detail = QStringLiteral("%1 audio, %2 video").arg(s.value("droppedA").toLongLong()).arg(s.value("droppedV").toLongLong());
+        if (rejected > 0)
+            detail += QStringLiteral("%1%2 rejected by the muxer").arg(detail.isEmpty() ? "" : "; ").arg(rejected);
+        message(QStringLiteral("error: %1 lost %2 packets%3").arg(pipeline.modules.at(i).name).arg(lost)
+                    .arg(detail.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(detail)), true);
+    }
+    return any;
 }
 
 bool Launcher::writeGraph(const Pipeline &p, const QString &path, const QHash<QString, QString> &states,

@@ -17,9 +17,11 @@ class VexaObject;
 enum LaunchExit {
     ExitOk = 0,
     ExitUsage = 2,          // wrong command line
-    ExitBadPipeline = 3,    // pipeline file unreadable or invalid, library or board missing
+    ExitBadPipeline = 3,    // pipeline file unreadable or invalid, library or board missing, output refused
     ExitModuleError = 4,    // a module reported "error" while running
-    ExitInterrupted = 130,  // Ctrl-C
+    ExitDataLost = 5,       // packets were dropped or rejected that the pipeline did not ask to drop
+    ExitSignal = 128,       // plus the signal number: 130 Ctrl-C (SIGINT), 143 SIGTERM, 129 SIGHUP
+    ExitInterrupted = 130,
 };
 
 struct LaunchOptions {
@@ -52,7 +54,10 @@ public:
                            const QHash<QString, QString> &states, const QHash<QString, QVariantMap> &stats,
                            QString *message);
 
-    /** Takes SIGINT over from the framework: Ctrl-C then ends the run in order. */
+    /**
+     * Takes SIGINT over from the framework and handles SIGTERM and SIGHUP
+     * alike: each ends the run in order, with the exit code 128 + signal.
+     */
     static bool installInterruptHandler();
 
 signals:
@@ -62,6 +67,8 @@ private:
     void onModuleEvent(const QString &module, const QString &type, const QVariant &value);
     void showProgress(bool last);
     void shutdown(int exitCode, const QString &why);
+    /** Reports the packets each module lost without being asked to; true when any. */
+    bool reportLosses();
     QVariantMap statsOf(VexaObject *obj, bool running);
     void graphNow();
     /** One line on stderr; informational lines are left out with --quiet. */

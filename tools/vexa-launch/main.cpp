@@ -11,6 +11,7 @@
 #include "launcher.h"
 #include "pipeline.h"
 #include "vexa.h"
+#include "vexaclassinfo.h"
 #include "vexamodulecatalog.h"
 
 namespace {
@@ -53,8 +54,14 @@ int main(int argc, char *argv[])
     parser.setApplicationDescription(QStringLiteral(
         "Runs the pipeline described in a JSON file until every source has ended,\n"
         "the duration has passed or Ctrl-C is pressed.\n\n"
+        "Settings are checked against what each module class declares (see\n"
+        "vexa-inspect CLASS) before anything starts, as are the links and the files\n"
+        "the run would write: an output that is an input is refused, an existing\n"
+        "output is replaced only with -y (or the module's \"overwrite\" setting).\n\n"
         "Exit codes: 0 done, 2 wrong command line, 3 invalid pipeline file (or\n"
-        "board file, module library), 4 a module reported an error, 130 Ctrl-C."));
+        "board file, module library, refused output), 4 a module reported an error,\n"
+        "5 packets were dropped or rejected that the pipeline did not ask to drop,\n"
+        "128 + signal when stopped by a signal (130 Ctrl-C, 143 SIGTERM, 129 SIGHUP)."));
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("pipeline"), QStringLiteral("Pipeline file (JSON)."));
     const QCommandLineOption setOpt(QStringLiteral("set"),
@@ -77,7 +84,10 @@ int main(int argc, char *argv[])
         QStringLiteral("No progress, no informational or debug lines (errors still shown)."));
     const QCommandLineOption noPlatformOpt(QStringLiteral("no-platform"),
         QStringLiteral("Do not bring up the media platform (file-only pipelines)."));
-    parser.addOptions({setOpt, durationOpt, boardOpt, libOpt, graphOpt, checkOpt, intervalOpt, quietOpt, noPlatformOpt});
+    const QCommandLineOption overwriteOpt(QStringLiteral("y"),
+        QStringLiteral("Replace existing output files (sets \"overwrite\" on every module that has it)."));
+    parser.addOptions({setOpt, durationOpt, boardOpt, libOpt, graphOpt, checkOpt, intervalOpt, quietOpt, noPlatformOpt,
+                       overwriteOpt});
 
     if (!parser.parse(QCoreApplication::arguments()))
         return fail(ExitUsage, parser.errorText());
@@ -128,6 +138,10 @@ int main(int argc, char *argv[])
     }
     if (!pipeline.checkClasses(&error))
         return fail(ExitBadPipeline, error);
+    if (!pipeline.checkSettings(&error))
+        return fail(error.startsWith(QLatin1String("--set")) ? ExitUsage : ExitBadPipeline, error);
+    if (!pipeline.checkLinks(&error))
+        return fail(ExitBadPipeline, error);
 
     QString board = pipeline.board;
     if (parser.isSet(boardOpt))
@@ -141,6 +155,17 @@ int main(int argc, char *argv[])
         fprintf(stdout, "%s: valid, %d modules, %d links\n", qPrintable(path),
                 int(pipeline.modules.size()), int(pipeline.links.size()));
         return ExitOk;
+    }
+
+    if (!pipeline.checkOutputs(parser.isSet(overwriteOpt), &error))
+        return fail(ExitBadPipeline, error);
+    if (parser.isSet(overwriteOpt)) {
+        for (PipelineModule &m : pipeline.modules) {
+            const VexaClassInfo info(VexaModuleCatalog::find(m.className));
+            const VexaClassInfo::Setting *s = info.setting(QStringLiteral("overwrite"));
+            if (s && s->type == QLatin1String("bool"))
+                m.settings.insert(QStringLiteral("overwrite"), true);
+        }
     }
 
     // Everything the framework would treat as fatal has been checked above.

@@ -1,6 +1,7 @@
 #include "pipeline.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -10,7 +11,9 @@
 #include <QSet>
 
 #include <cmath>
+#include <sys/stat.h>
 
+#include "vexaclassinfo.h"
 #include "vexamodulecatalog.h"
 
 namespace {
@@ -60,6 +63,21 @@ QString resolved(const QString &path, const QString &fileName)
     if (QDir::isAbsolutePath(path))
         return QDir::cleanPath(path);
     return QDir::cleanPath(QFileInfo(fileName).absoluteDir().filePath(path));
+}
+
+VexaClassInfo classInfo(const PipelineModule &m)
+{
+    return VexaClassInfo(VexaModuleCatalog::find(m.className));
+}
+
+// True when a and b name one file: the same device and inode when both
+// exist, else the same absolute path.
+bool sameFile(const QString &a, const QString &b)
+{
+    struct stat sa, sb;
+    if (::stat(QFile::encodeName(a).constData(), &sa) == 0 && ::stat(QFile::encodeName(b).constData(), &sb) == 0)
+        return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+    return QDir::cleanPath(QFileInfo(a).absoluteFilePath()) == QDir::cleanPath(QFileInfo(b).absoluteFilePath());
 }
 
 const QRegularExpression &namePattern()
@@ -237,6 +255,98 @@ bool Pipeline::applyOverride(const QString &assignment, QString *error)
     if (doc.isArray() && doc.array().size() == 1)
         value = normalised(doc.array().at(0).toVariant());
     modules[i].settings.insert(key, value);
+    overrides.insert(module + QLatin1Char('.') + key, assignment);
+    return true;
+}
+
+bool Pipeline::checkSettings(QString *error) const
+{
+    for (const PipelineModule &m : modules) {
+        const VexaClassInfo info = classInfo(m);
+        for (auto it = m.settings.begin(); it != m.settings.end(); ++it) {
+            const QString problem = info.check(it.key(), it.value());
+            if (problem.isEmpty())
+                continue;
+            const QString origin = overrides.value(m.name + QLatin1Char('.') + it.key());
+            const QString where = origin.isEmpty() ? fileName : QStringLiteral("--set %1").arg(origin);
+            *error = QStringLiteral("%1: module \"%2\" (%3): setting \"%4\": %5")
+                         .arg(where, m.name, VexaModuleCatalog::shortName(m.className), it.key(), problem);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Pipeline::checkLinks(QString *error) const
+{
+    for (int i = 0; i < links.size(); ++i) {
+        const PipelineLink &l = links.at(i);
+        const PipelineModule &from = modules.at(indexOf(l.from));
+        const PipelineModule &to = modules.at(indexOf(l.to));
+        const VexaClassInfo src = classInfo(from);
+        const VexaClassInfo dst = classInfo(to);
+        const int kind = VexaClassInfo::kindOfLink(l.kind);
+        const QString what = VexaClassInfo::kindsText(kind);
+        if (!(src.sends() & kind)) {
+            *error = QStringLiteral("%1: link %2 -> %3 (%4): class %5 does not send %6 (it sends: %7)")
+                         .arg(fileName, l.from, l.to, QString(l.kind), VexaModuleCatalog::shortName(from.className), what,
+                              VexaClassInfo::kindsText(src.sends()));
+            return false;
+        }
+        if (!(dst.accepts() & kind)) {
+            *error = QStringLiteral("%1: link %2 -> %3 (%4): class %5 does not accept %6 (it accepts: %7)")
+                         .arg(fileName, l.from, l.to, QString(l.kind), VexaModuleCatalog::shortName(to.className), what,
+                              VexaClassInfo::kindsText(dst.accepts()));
+            return false;
+        }
+    }
+    if (sources().isEmpty()) {
+        *error = QStringLiteral("%1: the pipeline has no source (no module sends audio or video without receiving any), "
+                                "so nothing would flow and the run would never end").arg(fileName);
+        return false;
+    }
+    return true;
+}
+
+bool Pipeline::checkOutputs(bool overwrite, QString *error) const
+{
+    struct File { QString module; QString key; QString path; };
+    QList<File> inputs, outputs;
+    for (const PipelineModule &m : modules) {
+        const VexaClassInfo info = classInfo(m);
+        for (const VexaClassInfo::Setting &s : info.settings()) {
+            const QString path = m.settings.value(s.name).toString();
+            if (path.isEmpty())
+                continue;
+            if (s.type == QLatin1String("input"))
+                inputs << File{m.name, s.name, path};
+            else if (s.type == QLatin1String("output"))
+                outputs << File{m.name, s.name, path};
+        }
+    }
+    for (const File &out : qAsConst(outputs)) {
+        for (const File &in : qAsConst(inputs)) {
+            if (sameFile(out.path, in.path)) {
+                *error = QStringLiteral("module \"%1\" would write %2, which is the input of module \"%3\" (\"%4\"); refused")
+                             .arg(out.module, out.path, in.module, in.key);
+                return false;
+            }
+        }
+        for (const File &other : qAsConst(outputs)) {
+            if (&other != &out && other.module < out.module && sameFile(out.path, other.path)) {
+                *error = QStringLiteral("modules \"%1\" and \"%2\" would both write %3; refused")
+                             .arg(other.module, out.module, out.path);
+                return false;
+            }
+        }
+        const int i = indexOf(out.module);
+        const bool allowed = overwrite || modules.at(i).settings.value(QStringLiteral("overwrite")).toBool();
+        if (!allowed && QFileInfo::exists(out.path)) {
+            *error = QStringLiteral("module \"%1\": %2 already exists; not replaced (use -y, or set \"overwrite\")")
+                         .arg(out.module, out.path);
+            return false;
+        }
+    }
     return true;
 }
 
@@ -297,20 +407,13 @@ QList<int> Pipeline::upstreamOrder() const
 
 QList<int> Pipeline::sources() const
 {
-    bool anyMedia = false;
-    for (const PipelineLink &l : links)
-        anyMedia = anyMedia || l.kind != QLatin1Char('E');
     QList<int> result;
     for (int i = 0; i < modules.size(); ++i) {
         bool fed = false;
-        bool feeds = false;
-        for (const PipelineLink &l : links) {
-            if (l.kind == QLatin1Char('E'))
-                continue;
-            fed = fed || l.to == modules.at(i).name;
-            feeds = feeds || l.from == modules.at(i).name;
-        }
-        if (!fed && (feeds || !anyMedia))
+        for (const PipelineLink &l : links)
+            fed = fed || (l.kind != QLatin1Char('E') && l.to == modules.at(i).name);
+        const VexaClassInfo info = classInfo(modules.at(i));
+        if (!fed && (info.sends() & (VexaClassInfo::Audio | VexaClassInfo::Video)))
             result << i;
     }
     return result;

@@ -1,6 +1,7 @@
 #ifndef PIPELINE_H
 #define PIPELINE_H
 
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -32,6 +33,8 @@ struct Pipeline {
     QStringList libraries;  // absolute
     QList<PipelineModule> modules;
     QList<PipelineLink> links;
+    /** The --set assignment behind a setting, by "module.key", for messages. */
+    QHash<QString, QString> overrides;
 
     /**
      * Reads and checks the structure of @p text (the content of @p fileName).
@@ -45,13 +48,30 @@ struct Pipeline {
 
     /** Checks that every class can be created. Call after the module libraries are loaded. */
     bool checkClasses(QString *error) const;
+    /**
+     * Checks every setting against what its class declares: unknown keys,
+     * wrong types and values outside the allowed set fail with the module,
+     * the key and the expected type. Call after checkClasses().
+     */
+    bool checkSettings(QString *error) const;
+    /**
+     * Checks that each link carries a kind its sender sends and its receiver
+     * accepts, and that the pipeline has a source. Call after checkClasses().
+     */
+    bool checkLinks(QString *error) const;
+    /**
+     * Checks the files the run would write: an output that is also an input
+     * (same file by any path) is refused; an existing output is refused
+     * unless @p overwrite. Call after checkSettings().
+     */
+    bool checkOutputs(bool overwrite, QString *error) const;
 
     int indexOf(const QString &moduleName) const;
     /** Module indexes, upstream first (along A and V links); modules on a cycle keep file order at the end. */
     QList<int> upstreamOrder() const;
     /**
-     * The sources, whose "eos" ends a run: modules that feed an A or V link
-     * and receive none (every module when the file has no A or V link).
+     * The sources, whose "eos" ends a run: modules whose class sends audio or
+     * video and that receive no A or V link.
      */
     QList<int> sources() const;
 };

@@ -90,6 +90,41 @@ private slots:
         sink->destroy();
     }
 
+    // An existing file is not replaced unless "overwrite" is set; the module
+    // reports an error instead of truncating it.
+    void outputExistingFile_data()
+    {
+        QTest::addColumn<bool>("overwrite");
+        QTest::newRow("refused") << false;
+        QTest::newRow("overwrite") << true;
+    }
+    void outputExistingFile()
+    {
+        QFETCH(bool, overwrite);
+        const QString path = dir.filePath(QStringLiteral("existing-%1.framemd5").arg(overwrite));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("keep me");
+        f.close();
+        VexaObject *out = Vexa::create("OutputFile");
+        auto *sink = static_cast<VexaTestSink *>(Vexa::create("TestSink"));
+        Vexa::linkE(out, sink);
+        QVERIFY(sink->start());
+        QVERIFY(out->start(QVariantMap{{"path", path}, {"format", "framemd5"}, {"overwrite", overwrite}}));
+        if (!overwrite) {
+            QTRY_VERIFY(!sink->events().isEmpty());
+            QCOMPARE(sink->events().first().first, QStringLiteral("error"));
+            QVERIFY2(sink->events().first().second.toString().contains("already exists"),
+                     qPrintable(sink->events().first().second.toString()));
+        }
+        QVERIFY(out->stop(true));
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        // Nothing was sent: replaced or not, the file is not truncated before a header is written.
+        QCOMPARE(f.readAll(), QByteArray("keep me"));
+        out->destroy();
+        sink->destroy();
+    }
+
     void outputOverflow_data()
     {
         QTest::addColumn<QString>("mode");
@@ -109,6 +144,10 @@ private slots:
         // The muxer keeps video back while it waits for audio to interleave
         // with; the ring fills with blocks it holds, and it must let go.
         QTest::newRow("wait, ring held by the muxer") << "wait" << 50 << 2500 << 1000 << 3 << all << true;
+        // Payloads larger than the whole ring get copies of their own: never
+        // dropped for their size, still held back by the queue bound.
+        QTest::newRow("wait, packets larger than the ring") << "wait" << 4 << 2500 << 3000 << 4 << all << false;
+        QTest::newRow("drop, packets larger than the ring") << "drop" << 50 << 2500 << 3000 << 0 << all << false;
         QTest::newRow("drop, queue full keeps the newest") << "drop" << 4 << (1 << 20) << 500 << 0 << QList<int>{9, 10, 11} << false;
         QTest::newRow("drop, ring full keeps the queued") << "drop" << 50 << 2500 << 1000 << 0 << QList<int>{0, 1} << false;
     }

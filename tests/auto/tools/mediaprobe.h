@@ -23,10 +23,31 @@ struct Packet {
     bool hasDts = false;
     qint64 ptsUs = 0;       // in microseconds, rounded
     qint64 dtsUs = 0;
+    qint64 durationUs = 0;  // 0 when none
 };
 
 // Packets per stream kind ("audio", "video"), in file order.
 using Streams = QMap<QString, QList<Packet>>;
+
+// What ffprobe reports of each stream's side data (type and rotation), by
+// kind, for the streams that have any.
+inline QMap<QString, QString> streamSideData(const QString &path)
+{
+    QProcess p;
+    p.start(QStringLiteral("ffprobe"), {"-v", "error", "-show_streams", "-of", "json", path});
+    p.waitForFinished(60000);
+    QMap<QString, QString> out;
+    for (const QJsonValue &s : QJsonDocument::fromJson(p.readAllStandardOutput()).object().value("streams").toArray()) {
+        const QJsonObject o = s.toObject();
+        QStringList items;
+        for (const QJsonValue &sd : o.value("side_data_list").toArray())
+            items << sd.toObject().value("side_data_type").toString() + QLatin1Char(' ')
+                         + QString::number(sd.toObject().value("rotation").toInt());
+        if (!items.isEmpty())
+            out.insert(o.value("codec_type").toString(), items.join(QLatin1String(", ")));
+    }
+    return out;
+}
 
 inline bool toolsAvailable()
 {
@@ -99,13 +120,16 @@ inline bool probe(const QString &path, Streams *out, QString *error = nullptr)
             pk.ptsUs = toUs(o.value("pts").toVariant().toLongLong(), stream.second);
         if (pk.hasDts)
             pk.dtsUs = toUs(o.value("dts").toVariant().toLongLong(), stream.second);
+        if (o.contains("duration"))
+            pk.durationUs = toUs(o.value("duration").toVariant().toLongLong(), stream.second);
         (*out)[stream.first].append(pk);
     }
     return true;
 }
 
 // The first difference between the packets of @p want and @p got (count,
-// size, data hash, keyframe flag, timestamps), or an empty string. Within one
+// size, data hash, keyframe flag, timestamps, and in one container kind
+// durations), or an empty string. Within one
 // container kind timestamps must agree to the microsecond and decode times
 // be present alike; across containers, whose muxers may shift the start,
 // they must agree up to one offset within a millisecond.
@@ -133,6 +157,8 @@ inline QString mismatch(const Streams &want, const Streams &got, bool sameContai
                 bad << QStringLiteral("pts %1 us, expected %2 us").arg(b[i].ptsUs).arg(a[i].ptsUs);
             if ((sameContainer && b[i].hasDts != a[i].hasDts) || (a[i].hasDts && b[i].hasDts && !near(b[i].dtsUs, a[i].dtsUs)))
                 bad << QStringLiteral("dts %1 us (%2), expected %3 us (%4)").arg(b[i].dtsUs).arg(b[i].hasDts).arg(a[i].dtsUs).arg(a[i].hasDts);
+            if (sameContainer && b[i].durationUs != a[i].durationUs)
+                bad << QStringLiteral("duration %1 us, expected %2 us").arg(b[i].durationUs).arg(a[i].durationUs);
             if (!bad.isEmpty())
                 return QStringLiteral("%1 packet %2: %3").arg(it.key()).arg(i).arg(bad.join(QLatin1String("; ")));
         }

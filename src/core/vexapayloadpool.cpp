@@ -1,0 +1,161 @@
+#include "vexapayloadpool.h"
+
+#include <QMutexLocker>
+
+#include <cstdlib>
+#include <cstring>
+
+VexaPayloadPool::VexaPayloadPool(qint32 size)
+{
+    setSize(size);
+}
+
+VexaPayloadPool::~VexaPayloadPool()
+{
+    std::free(base);
+    for (char *b : qAsConst(heapBlocks))
+        std::free(b);
+}
+
+bool VexaPayloadPool::setSize(qint32 size)
+{
+    QMutexLocker locker(&mutex);
+    if (!blocks.isEmpty() || !heapBlocks.isEmpty())
+        return false;
+    char *ring = nullptr;
+    if (size > 0) {
+        ring = static_cast<char *>(std::malloc(size_t(size)));
+        if (!ring)
+            return false;
+    }
+    std::free(base);
+    base = ring;
+    ringSize = ring ? size : 0;
+    pos = base;
+    used = 0;
+    return true;
+}
+
+qint32 VexaPayloadPool::size() const
+{
+    QMutexLocker locker(&mutex);
+    return ringSize;
+}
+
+// With the lock held: a place for len bytes at the current position or, when
+// they would run past the end, at the base, that covers no block in use.
+bool VexaPayloadPool::findRoom(qint64 len, char **start) const
+{
+    char *s = pos + len <= base + ringSize ? pos : base;
+    char *e = s + len;
+    for (const Block &b : blocks) {
+        if (!b.done && s < b.end && b.start < e)
+            return false;
+    }
+    *start = s;
+    return true;
+}
+
+char *VexaPayloadPool::acquire(const char *src, int len, int padding, Wait wait)
+{
+    if (len < 0 || padding < 0)
+        return nullptr;
+    const qint64 total = qint64(len) + padding;
+    char *block = nullptr;
+    {
+        QMutexLocker locker(&mutex);
+        if (closed)
+            return nullptr;
+        if (total > ringSize) {
+            // Larger than the whole ring: a block of its own.
+            block = static_cast<char *>(std::malloc(size_t(qMax<qint64>(total, 1))));
+            if (!block)
+                return nullptr;
+            heapBlocks.insert(block);
+        } else {
+            bool toldFull = false;
+            while (!findRoom(total, &block)) {
+                if (wait == NoWait)
+                    return nullptr;
+                if (!toldFull && onFull) {
+                    toldFull = true;
+                    const std::function<void()> handler = onFull;
+                    locker.unlock();
+                    handler();
+                    locker.relock();
+                } else {
+                    freed.wait(&mutex);
+                }
+                if (closed)
+                    return nullptr;
+            }
+            pos = block + total;
+            used += total;
+            blocks.append(Block{block, block + total, false});
+        }
+    }
+    // The block is the caller's alone until it is released: copy without
+    // the lock, so that releases from other threads are not held up.
+    if (src && len > 0)
+        std::memcpy(block, src, size_t(len));
+    if (padding > 0)
+        std::memset(block + len, 0, size_t(padding));
+    return block;
+}
+
+void VexaPayloadPool::release(char *block)
+{
+    if (!block)
+        return;
+    QMutexLocker locker(&mutex);
+    if (heapBlocks.remove(block)) {
+        std::free(block);
+        return;
+    }
+    for (Block &b : blocks) {
+        if (b.start == block && !b.done) {
+            b.done = true;
+            used -= b.end - b.start;
+            break;
+        }
+    }
+    while (!blocks.isEmpty() && blocks.first().done)
+        blocks.removeFirst();
+    if (blocks.isEmpty())
+        pos = base; // an empty ring starts over, the largest room there is
+    freed.wakeAll();
+}
+
+qint64 VexaPayloadPool::usedBytes() const
+{
+    QMutexLocker locker(&mutex);
+    return used;
+}
+
+int VexaPayloadPool::blockCount() const
+{
+    QMutexLocker locker(&mutex);
+    int n = heapBlocks.size();
+    for (const Block &b : blocks)
+        n += b.done ? 0 : 1;
+    return n;
+}
+
+void VexaPayloadPool::setFullHandler(std::function<void()> handler)
+{
+    QMutexLocker locker(&mutex);
+    onFull = std::move(handler);
+}
+
+void VexaPayloadPool::close()
+{
+    QMutexLocker locker(&mutex);
+    closed = true;
+    freed.wakeAll();
+}
+
+void VexaPayloadPool::open()
+{
+    QMutexLocker locker(&mutex);
+    closed = false;
+}

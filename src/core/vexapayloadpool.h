@@ -1,0 +1,105 @@
+#ifndef VEXAPAYLOADPOOL_H
+#define VEXAPAYLOADPOOL_H
+
+#include <QList>
+#include <QMutex>
+#include <QSet>
+#include <QWaitCondition>
+
+#include <functional>
+
+#include "vexabase_export.h"
+
+/**
+ * Payload copies for a module that must not lose packets: a ring of memory
+ * that, unlike the base class's bufferData() ring, knows which blocks are
+ * still in use, so a new copy never lands on a payload that is still queued
+ * or held by a muxer.
+ *
+ * A module copies a payload in with acquire() in the sending thread, queues
+ * the packet with the block's address, and gives the block back with
+ * release() once it is done with it (in any order, from any thread). A
+ * payload larger than the whole ring gets a block of its own from the heap,
+ * so no packet is refused for its size. When the ring is full, acquire()
+ * either waits until a block is released (back-pressure, lossless) or
+ * returns null at once (for live sources that rather drop).
+ *
+ * @code
+ *   pool.setSize(settings.value("memSize").toInt());          // onStart
+ *   char *copy = pool.acquire(pkt.data, pkt.len);             // onNewPacketV
+ *   if (copy) { pkt.data = copy; bufferPacketV(pkt); }
+ *   ...
+ *   for (const Packet &p : takePacketsV()) { use(p); pool.release(p.data); }   // worker
+ * @endcode
+ *
+ * Thread: thread-safe.
+ */
+class VEXABASE_EXPORT VexaPayloadPool
+{
+public:
+    enum Wait { WaitForRoom, NoWait };
+
+    /** A pool with a ring of @p size bytes (none when @p size < 1: every block then comes from the heap). */
+    explicit VexaPayloadPool(qint32 size = 0);
+    /** Frees the ring and every block not released. Blocks must not be used after. */
+    ~VexaPayloadPool();
+
+    /**
+     * Replaces the ring by one of @p size bytes. False (nothing changed)
+     * when a block is still in use or the memory cannot be had.
+     */
+    bool setSize(qint32 size);
+    qint32 size() const;
+
+    /**
+     * A block of @p len + @p padding bytes: @p len bytes copied from @p src
+     * (when not null), then @p padding zero bytes. From the ring when the
+     * block fits in it, else from the heap. When the ring has no room now,
+     * WaitForRoom waits for a release (calling the full handler first) and
+     * NoWait returns null. Null also when the pool is closed or memory runs
+     * out. The copy is made outside the pool's lock.
+     */
+    char *acquire(const char *src, int len, int padding = 0, Wait wait = WaitForRoom);
+    /** Gives back a block from acquire(); null is ignored. */
+    void release(char *block);
+
+    /** Bytes of ring blocks in use. */
+    qint64 usedBytes() const;
+    /** Blocks in use, ring and heap. */
+    int blockCount() const;
+
+    /**
+     * Called, without the pool's lock, each time an acquire() starts waiting
+     * for room: the owner can make whoever holds blocks let go (a muxer
+     * keeping packets back to interleave them).
+     */
+    void setFullHandler(std::function<void()> handler);
+
+    /** Ends every wait in acquire() and makes it return null until open(). */
+    void close();
+    /** Lets acquire() hand out blocks again (a new pool is open). */
+    void open();
+
+private:
+    struct Block {
+        char *start;
+        char *end;
+        bool done;
+    };
+    bool findRoom(qint64 len, char **start) const;
+
+    mutable QMutex mutex;
+    QWaitCondition freed;
+    char *base = nullptr;       // guarded by mutex
+    qint32 ringSize = 0;
+    char *pos = nullptr;        // where the next block starts
+    QList<Block> blocks;        // ring blocks in allocation order, until the oldest is done
+    qint64 used = 0;
+    QSet<char *> heapBlocks;
+    bool closed = false;
+    std::function<void()> onFull;
+
+    Q_DISABLE_COPY(VexaPayloadPool)
+};
+
+#endif // VEXAPAYLOADPOOL_H

@@ -1,0 +1,176 @@
+// VexaPayloadPool: copies never land on a block in use, larger-than-ring
+// payloads get blocks of their own, a full ring holds a sender back until a
+// release (or refuses at once), close() ends a wait; and the whole-queue
+// take of VexaObject.
+
+#include <QAtomicInt>
+#include <QScopeGuard>
+#include <QThread>
+#include <QtTest>
+
+#include "vexaobject.h"
+#include "vexapayloadpool.h"
+
+namespace {
+
+QByteArray pattern(int seed, int size)
+{
+    QByteArray b(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i)
+        b[i] = char(seed * 31 + i);
+    return b;
+}
+
+class Queueing : public VexaObject
+{
+public:
+    using VexaObject::VexaObject;
+    void bound(int n) { bufLenA = bufLenV = n; }
+    int queuedA() { QReadLocker l(&lockA); return packetsA.size(); }
+};
+
+} // namespace
+
+class tst_VexaPayloadPool : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // Sizes acquired in order, which are released (by index) before the
+    // next; every live block keeps its bytes, and the padding is zero.
+    void blocksStayIntact_data()
+    {
+        QTest::addColumn<QList<int>>("sizes");
+        QTest::addColumn<QStringList>("releaseBefore"); // indexes released before acquiring sizes[i]
+
+        QTest::newRow("fill exactly") << QList<int>{250, 250, 250, 250} << QStringList{"", "", "", ""};
+        QTest::newRow("wrap after the oldest went") << QList<int>{400, 400, 300} << QStringList{"", "", "0"};
+        // The block at the base goes last; the newer one first.
+        QTest::newRow("out of order releases") << QList<int>{300, 300, 300, 600} << QStringList{"", "", "", "1,0"};
+        QTest::newRow("larger than the ring") << QList<int>{200, 5000, 200} << QStringList{"", "", ""};
+        QTest::newRow("empty payload") << QList<int>{0, 100} << QStringList{"", ""};
+    }
+    void blocksStayIntact()
+    {
+        QFETCH(QList<int>, sizes);
+        QFETCH(QStringList, releaseBefore);
+        const int padding = 8;
+        VexaPayloadPool pool(1000 + 4 * padding);
+        QList<char *> blocks;
+        QList<bool> live;
+        for (int i = 0; i < sizes.size(); ++i) {
+            for (const QString &k : releaseBefore.at(i).split(',', Qt::SkipEmptyParts)) {
+                pool.release(blocks.at(k.toInt()));
+                live[k.toInt()] = false;
+            }
+            const QByteArray data = pattern(i, sizes.at(i));
+            char *b = pool.acquire(data.constData(), data.size(), padding, VexaPayloadPool::NoWait);
+            QVERIFY2(b, qPrintable(QStringLiteral("block %1").arg(i)));
+            blocks << b;
+            live << true;
+            for (int k = 0; k <= i; ++k) {
+                if (!live.at(k))
+                    continue;
+                QCOMPARE(QByteArray(blocks.at(k), sizes.at(k)), pattern(k, sizes.at(k)));
+                QCOMPARE(QByteArray(blocks.at(k) + sizes.at(k), padding), QByteArray(padding, '\0'));
+            }
+        }
+        QCOMPARE(pool.blockCount(), int(live.count(true)));
+        qint64 inRing = 0;
+        for (int i = 0; i < sizes.size(); ++i)
+            inRing += live.at(i) && sizes.at(i) + padding <= pool.size() ? sizes.at(i) + padding : 0;
+        QCOMPARE(pool.usedBytes(), inRing);
+        for (int i = 0; i < blocks.size(); ++i) {
+            if (live.at(i))
+                pool.release(blocks.at(i));
+        }
+        QCOMPARE(pool.blockCount(), 0);
+        QCOMPARE(pool.usedBytes(), qint64(0));
+    }
+
+    // A full ring: NoWait refuses, WaitForRoom waits for a release (telling
+    // the full handler once) or for close().
+    void fullRing_data()
+    {
+        QTest::addColumn<bool>("closeInstead");
+        QTest::newRow("release lets the sender go on") << false;
+        QTest::newRow("close ends the wait") << true;
+    }
+    void fullRing()
+    {
+        QFETCH(bool, closeInstead);
+        VexaPayloadPool pool(1000);
+        QAtomicInt told;
+        pool.setFullHandler([&told] { told.ref(); });
+        char *first = pool.acquire(nullptr, 600);
+        QVERIFY(first);
+        QVERIFY(!pool.acquire(nullptr, 600, 0, VexaPayloadPool::NoWait));
+        QCOMPARE(told.loadAcquire(), 0);
+
+        QAtomicPointer<char> got;
+        QAtomicInt done;
+        QScopedPointer<QThread> sender(QThread::create([&] {
+            got.storeRelease(pool.acquire(nullptr, 600));
+            done.storeRelease(1);
+        }));
+        sender->start();
+        auto cleanup = qScopeGuard([&] { pool.close(); sender->wait(); });
+        QTRY_COMPARE(told.loadAcquire(), 1);
+        QCOMPARE(done.loadAcquire(), 0);
+        if (closeInstead)
+            pool.close();
+        else
+            pool.release(first);
+        QVERIFY(sender->wait(30000));
+        QCOMPARE(got.loadAcquire() == nullptr, closeInstead);
+        QCOMPARE(told.loadAcquire(), 1);
+        if (closeInstead) {
+            QVERIFY(!pool.acquire(nullptr, 10));
+            pool.open();
+            pool.release(first);
+        }
+        pool.release(got.loadAcquire());
+        QVERIFY(pool.acquire(nullptr, 10) != nullptr);
+    }
+
+    void resize()
+    {
+        VexaPayloadPool pool;
+        QCOMPARE(pool.size(), 0);
+        // No ring: every block is a heap block.
+        char *b = pool.acquire("abc", 3);
+        QVERIFY(b);
+        QVERIFY(!pool.setSize(100)); // a block is out
+        pool.release(b);
+        QVERIFY(pool.setSize(100));
+        QCOMPARE(pool.size(), 100);
+    }
+
+    // The whole queue in one call, oldest first; the queue is left empty and
+    // keeps its bound behaviour.
+    void takeWholeQueue()
+    {
+        Queueing obj;
+        obj.bound(-1);
+        QVERIFY(obj.takePacketsA().isEmpty());
+        for (int i = 0; i < 5; ++i) {
+            VexaObject::Packet p;
+            p.pts = i;
+            QVERIFY(obj.bufferPacketA(p));
+        }
+        const QList<VexaObject::Packet> taken = obj.takePacketsA();
+        QCOMPARE(taken.size(), 5);
+        for (int i = 0; i < 5; ++i)
+            QCOMPARE(taken.at(i).pts, qint64(i));
+        QCOMPARE(obj.queuedA(), 0);
+        QVERIFY(obj.takePacketsV().isEmpty());
+        obj.bound(2);
+        VexaObject::Packet p;
+        QVERIFY(obj.bufferPacketA(p));
+        QVERIFY(!obj.bufferPacketA(p));
+        QCOMPARE(obj.takePacketsA().size(), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_VexaPayloadPool)
+#include "tst_vexapayloadpool.moc"
