@@ -11,9 +11,11 @@ else
     packages=(
         g++ cmake make pkg-config
         qtbase5-dev qtbase5-dev-tools
+        qtbase5-private-dev   # QMetaCallEvent for the ThreadSanitizer annotations (tests/tsan)
         libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
         ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
         graphviz    # dot: pipeline graphs as SVG
+        clang-14 libclang-rt-14-dev   # libFuzzer for the fuzz targets (scripts/fuzz.sh)
     )
 fi
 
