@@ -20,6 +20,11 @@ int main(int argc, char **argv)
     int runs = 0;
     for (int i = 1; i < argc; ++i) {
         const QString arg = QString::fromLocal8Bit(argv[i]);
+        if (!QFileInfo::exists(arg)) {
+            // A target without crash inputs yet has no regressions folder.
+            std::fprintf(stderr, "no %s: skipped\n", qPrintable(arg));
+            continue;
+        }
         QStringList files;
         if (QFileInfo(arg).isDir()) {
             QDirIterator it(arg, QDir::Files, QDirIterator::Subdirectories);
