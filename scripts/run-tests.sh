@@ -23,6 +23,8 @@ case "$mode" in
         export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:fast_unwind_on_malloc=0:abort_on_error=1}"
         export LSAN_OPTIONS="${LSAN_OPTIONS:-suppressions=$top/tests/lsan.supp:print_suppressions=0}"
         export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+        # Full stacks on every allocation make the stress test's queue slow.
+        export VEXA_STRESS_SCALE="${VEXA_STRESS_SCALE:-0.2}"
         shift
         ;;
     --tsan)
@@ -31,7 +33,7 @@ case "$mode" in
         # Every report counts; the run goes on so that one test shows all it
         # finds, and the test fails with exit code 66 at its end.
         export TSAN_OPTIONS="${TSAN_OPTIONS:-suppressions=$top/tests/tsan.supp:halt_on_error=0:exitcode=66:second_deadlock_stack=1:ignore_noninstrumented_modules=1:print_suppressions=0}"
-        # The stress test's default size is meant for native speed.
+        # The stress test's default size is meant for native speed (about a second).
         export VEXA_STRESS_SCALE="${VEXA_STRESS_SCALE:-0.2}"
         timeout=900
         shift

@@ -18,13 +18,21 @@
 // did happens before a blocking caller goes on; what a QThread did before
 // it finished happens before QThread::wait() returns.
 //
+// A queued signal copies its arguments in the emitting thread; for the
+// project's own types the copy runs the project's copy constructor, which is
+// instrumented, while the emission is still going on. Those copies are made
+// with the sanitizer looking away: the receiver's reads of a fresh copy have
+// nothing to race with, and the copy is ordered after the emission's start.
+//
 // What Qt itself does to memory through the C library (allocating and
 // freeing events, copying arguments, reading and writing its wake-up file
 // descriptors) is left out by running with ignore_noninstrumented_modules=1
 // (scripts/run-tests.sh): the sanitizer cannot see Qt's own loads and stores
 // anyway, so it cannot order them.
+#include <QByteArray>
 #include <QDeadlineTimer>
 #include <QMetaObject>
+#include <QMetaType>
 #include <QMutex>
 #include <QObject>
 #include <QReadWriteLock>
@@ -37,9 +45,13 @@
 #include <sanitizer/tsan_interface.h>
 
 #include <dlfcn.h>
+#include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 
@@ -472,4 +484,59 @@ bool QObject::event(QEvent *e)
     const bool handled = real(this, e);
     releaseOwnQueue();
     return handled;
+}
+
+// --- Copies of the project's metatypes ---------------------------------------
+
+namespace {
+
+using Constructor = QMetaType::Constructor;
+constexpr size_t constructorSlots = 64;
+std::atomic<Constructor> registeredConstructors[constructorSlots];
+std::mutex constructorsLock;
+size_t constructorsUsed = 0;
+
+template<size_t N>
+void *quietConstructor(void *where, const void *copy)
+{
+    __tsan_ignore_thread_begin();
+    void *object = registeredConstructors[N].load(std::memory_order_acquire)(where, copy);
+    __tsan_ignore_thread_end();
+    return object;
+}
+
+template<size_t... N>
+constexpr std::array<Constructor, sizeof...(N)> quietConstructorTable(std::index_sequence<N...>)
+{
+    return {{&quietConstructor<N>...}};
+}
+
+const auto quietConstructors = quietConstructorTable(std::make_index_sequence<constructorSlots>());
+
+// The copy constructor that runs @p constructor quietly; @p constructor
+// itself when every slot is taken.
+Constructor quieted(Constructor constructor)
+{
+    if (!constructor)
+        return constructor;
+    std::lock_guard<std::mutex> locker(constructorsLock);
+    for (size_t i = 0; i < constructorsUsed; ++i) {
+        if (registeredConstructors[i].load(std::memory_order_relaxed) == constructor)
+            return quietConstructors[i];
+    }
+    if (constructorsUsed == constructorSlots)
+        return constructor;
+    registeredConstructors[constructorsUsed].store(constructor, std::memory_order_release);
+    return quietConstructors[constructorsUsed++];
+}
+
+} // namespace
+
+int QMetaType::registerNormalizedType(const ::QByteArray &normalizedTypeName, Destructor destructor,
+                                      Constructor constructor, int size, QMetaType::TypeFlags flags,
+                                      const QMetaObject *metaObject)
+{
+    using Real = int (*)(const ::QByteArray &, Destructor, Constructor, int, QMetaType::TypeFlags, const QMetaObject *);
+    static auto real = qt<Real>("_ZN9QMetaType22registerNormalizedTypeERK10QByteArrayPFvPvEPFS3_S3_PKvEi6QFlagsINS_8TypeFlagEEPK11QMetaObject");
+    return real(normalizedTypeName, destructor, quieted(constructor), size, flags, metaObject);
 }

@@ -17,6 +17,12 @@ struct Cargo {
     int value = 0;
 };
 
+} // namespace
+
+Q_DECLARE_METATYPE(Cargo)
+
+namespace {
+
 class Receiver : public QObject
 {
     Q_OBJECT
@@ -31,6 +37,11 @@ public slots:
         if (cargo->value == expected)
             seen.storeRelease(1);
     }
+    void takeCopy(Cargo copy)
+    {
+        if (copy.value == 7)
+            seen.storeRelease(1);
+    }
     int read() { return cargo->value; }
     void write(int v) { cargo->value = v; }
 };
@@ -41,6 +52,7 @@ class Sender : public QObject
 
 signals:
     void handOver(int expected);
+    void handOverCopy(Cargo copy);
 };
 
 int raceChild()
@@ -136,7 +148,8 @@ private slots:
     void eventHandOvers_data()
     {
         QTest::addColumn<QString>("way");
-        for (const char *w : {"queued call", "queued functor", "queued signal", "blocking call", "blocking write"})
+        for (const char *w : {"queued call", "queued functor", "queued signal", "queued signal, own type",
+                              "blocking call", "blocking write"})
             QTest::newRow(w) << QString::fromLatin1(w);
     }
 
@@ -151,6 +164,8 @@ private slots:
         receiver->moveToThread(&thread);
         Sender sender;
         connect(&sender, &Sender::handOver, receiver, &Receiver::take, Qt::QueuedConnection);
+        qRegisterMetaType<Cargo>();
+        connect(&sender, &Sender::handOverCopy, receiver, &Receiver::takeCopy, Qt::QueuedConnection);
 
         // The value is written here, in this thread, before the hand-over.
         if (way == QLatin1String("queued call")) {
@@ -164,6 +179,11 @@ private slots:
         } else if (way == QLatin1String("queued signal")) {
             cargo.value = 7;
             emit sender.handOver(7);
+            QTRY_COMPARE(receiver->seen.loadAcquire(), 1);
+        } else if (way == QLatin1String("queued signal, own type")) {
+            // The copy of the argument is made here, during the emission.
+            cargo.value = 7;
+            emit sender.handOverCopy(cargo);
             QTRY_COMPARE(receiver->seen.loadAcquire(), 1);
         } else if (way == QLatin1String("blocking call")) {
             cargo.value = 7;
