@@ -11,10 +11,12 @@ else
     packages=(
         g++ cmake make pkg-config
         qtbase5-dev qtbase5-dev-tools
+        qtbase5-private-dev   # QMetaCallEvent for the ThreadSanitizer annotations (tests/tsan)
         libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
         ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
         graphviz    # dot: pipeline graphs as SVG
         time        # /usr/bin/time: CPU time and peak memory in bench/remux.sh
+        clang-14 libclang-rt-14-dev   # libFuzzer for the fuzz targets (scripts/fuzz.sh)
     )
 fi
 

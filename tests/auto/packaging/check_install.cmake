@@ -26,6 +26,9 @@ if(VEXA_SANITIZE)
     # A sanitized library needs the sanitizer runtime first in the program.
     list(APPEND config_args "-DCMAKE_CXX_FLAGS=-fsanitize=address,undefined"
                             "-DCMAKE_EXE_LINKER_FLAGS=-fsanitize=address,undefined")
+elseif(VEXA_TSAN)
+    list(APPEND config_args "-DCMAKE_CXX_FLAGS=-fsanitize=thread"
+                            "-DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread")
 endif()
 if(VEXA_TOOLCHAIN_FILE)
     list(APPEND config_args -DCMAKE_TOOLCHAIN_FILE=${VEXA_TOOLCHAIN_FILE})
