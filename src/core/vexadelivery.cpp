@@ -67,7 +67,7 @@ void VexaDelivery::waitForDeliveries(const VexaObject *source)
     // Makes every sender's frames visible here, and the caller's disconnect
     // visible to every delivery that starts from now on.
     if (sendersFence.load(std::memory_order_relaxed) || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0)
-        std::atomic_thread_fence(std::memory_order_seq_cst);
+        fullFence();
 
     struct Pending {
         const ThreadRecord *record;

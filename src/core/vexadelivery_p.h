@@ -68,7 +68,7 @@ public:
             r->state.store(pushed, std::memory_order_release);
             // The record must be visible before the connection list is read.
             if (Q_UNLIKELY(r->fence))
-                std::atomic_thread_fence(std::memory_order_seq_cst);
+                fullFence();
             else
                 std::atomic_signal_fence(std::memory_order_seq_cst);
         }
@@ -89,8 +89,21 @@ public:
      */
     static void waitForDeliveries(const VexaObject *source);
 
+    /** A full memory fence, in a form ThreadSanitizer understands too. */
+    static void fullFence()
+    {
+#if defined(__SANITIZE_THREAD__)
+        fenceWord.fetch_add(0, std::memory_order_seq_cst);
+#else
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+#endif
+    }
+
 private:
     static ThreadRecord *attach();
+#if defined(__SANITIZE_THREAD__)
+    static inline std::atomic<int> fenceWord{0};
+#endif
 
     // Constant-initialised here, so reading it needs no per-access check.
     static inline thread_local ThreadRecord *current __attribute__((tls_model("initial-exec"))) = nullptr;

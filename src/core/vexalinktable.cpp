@@ -5,9 +5,13 @@
 #include "vexadelivery_p.h"
 #include "vexaobject.h"
 
-QMutex VexaLinkTable::mutex;
-QHash<VexaObject *, QVector<VexaLinkTable::Link>> VexaLinkTable::into;
-QHash<VexaObject *, QVector<VexaObject *>> VexaLinkTable::outOf;
+// Never destroyed: threads that ended without being joined may have used it
+// last, and objects may still be deleted while the process exits.
+VexaLinkTable::Table &VexaLinkTable::table()
+{
+    static Table *t = new Table;
+    return *t;
+}
 
 namespace {
 
@@ -43,14 +47,15 @@ bool VexaLinkTable::link(VexaObject *src, VexaObject *dst, Kind kind)
     // then delivered directly, like every other hop.
     const Qt::ConnectionType hop = QCoreApplication::instance() ? Qt::QueuedConnection : Qt::DirectConnection;
     const Signatures &s = signatures(kind);
-    QMutexLocker locker(&mutex);
+    Table &t = table();
+    QMutexLocker locker(&t.mutex);
     if (dst->loadState() == VexaObject::destroyed)
         return false;
     if (!QObject::connect(src, s.infoSignal, dst, s.infoSlot, Qt::ConnectionType(Qt::UniqueConnection | hop)))
         return false;
     QObject::connect(src, s.packetSignal, dst, s.packetSlot, Qt::ConnectionType(Qt::UniqueConnection | Qt::DirectConnection));
-    into[dst].append({src, kind});
-    outOf[src].append(dst);
+    t.into[dst].append({src, kind});
+    t.outOf[src].append(dst);
     return true;
 }
 
@@ -64,19 +69,20 @@ void VexaLinkTable::disconnect(VexaObject *src, VexaObject *dst, Kind kind)
 void VexaLinkTable::unlink(VexaObject *src, VexaObject *dst, Kind kind)
 {
     {
-        QMutexLocker locker(&mutex);
+        Table &t = table();
+        QMutexLocker locker(&t.mutex);
         disconnect(src, dst, kind);
-        auto it = into.find(dst);
-        if (it != into.end()) {
+        auto it = t.into.find(dst);
+        if (it != t.into.end()) {
             for (int i = 0; i < it->size(); ++i) {
                 if (it->at(i).source == src && it->at(i).kind == kind) {
                     it->remove(i);
-                    removeOne(outOf[src], dst);
+                    removeOne(t.outOf[src], dst);
                     break;
                 }
             }
             if (it->isEmpty())
-                into.erase(it);
+                t.into.erase(it);
         }
     }
     VexaDelivery::waitForDeliveries(src);
@@ -86,11 +92,12 @@ void VexaLinkTable::cutInto(VexaObject *dst)
 {
     QVector<VexaObject *> sources;
     {
-        QMutexLocker locker(&mutex);
-        const QVector<Link> links = into.take(dst);
+        Table &t = table();
+        QMutexLocker locker(&t.mutex);
+        const QVector<Link> links = t.into.take(dst);
         for (const Link &l : links) {
             disconnect(l.source, dst, l.kind);
-            removeOne(outOf[l.source], dst);
+            removeOne(t.outOf[l.source], dst);
             if (!sources.contains(l.source))
                 sources.append(l.source);
         }
@@ -103,20 +110,21 @@ void VexaLinkTable::cutInto(VexaObject *dst)
 
 void VexaLinkTable::forget(VexaObject *obj)
 {
-    QMutexLocker locker(&mutex);
-    const QVector<Link> links = into.take(obj);
+    Table &t = table();
+    QMutexLocker locker(&t.mutex);
+    const QVector<Link> links = t.into.take(obj);
     for (const Link &l : links)
-        removeOne(outOf[l.source], obj);
-    const QVector<VexaObject *> receivers = outOf.take(obj);
+        removeOne(t.outOf[l.source], obj);
+    const QVector<VexaObject *> receivers = t.outOf.take(obj);
     for (VexaObject *dst : receivers) {
-        auto it = into.find(dst);
-        if (it == into.end())
+        auto it = t.into.find(dst);
+        if (it == t.into.end())
             continue;
         for (int i = it->size() - 1; i >= 0; --i) {
             if (it->at(i).source == obj)
                 it->remove(i);
         }
         if (it->isEmpty())
-            into.erase(it);
+            t.into.erase(it);
     }
 }

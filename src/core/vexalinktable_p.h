@@ -51,9 +51,12 @@ private:
     };
     static void disconnect(VexaObject *src, VexaObject *dst, Kind kind);
 
-    static QMutex mutex;
-    static QHash<VexaObject *, QVector<Link>> into;        // receiver -> its links
-    static QHash<VexaObject *, QVector<VexaObject *>> outOf; // source -> its receivers (one entry per link)
+    struct Table {
+        QMutex mutex;
+        QHash<VexaObject *, QVector<Link>> into;        // receiver -> its links
+        QHash<VexaObject *, QVector<VexaObject *>> outOf; // source -> its receivers (one entry per link)
+    };
+    static Table &table();
 };
 
 #endif // VEXALINKTABLE_P_H

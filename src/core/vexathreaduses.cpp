@@ -1,16 +1,23 @@
 #include "vexathreaduses_p.h"
 
-QMutex VexaThreadUses::mutex;
-QHash<const VexaObject *, QStringList> VexaThreadUses::uses;
+// Never destroyed: threads that ended without being joined may have used it
+// last, and objects may still be deleted while the process exits.
+VexaThreadUses::Table &VexaThreadUses::table()
+{
+    static Table *t = new Table;
+    return *t;
+}
 
 void VexaThreadUses::took(const VexaObject *obj, const QString &name)
 {
-    QMutexLocker locker(&mutex);
-    uses[obj].append(name);
+    Table &t = table();
+    QMutexLocker locker(&t.mutex);
+    t.uses[obj].append(name);
 }
 
 QStringList VexaThreadUses::takeAll(const VexaObject *obj)
 {
-    QMutexLocker locker(&mutex);
-    return uses.take(obj);
+    Table &t = table();
+    QMutexLocker locker(&t.mutex);
+    return t.uses.take(obj);
 }

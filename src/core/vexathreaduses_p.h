@@ -21,8 +21,11 @@ public:
     static QStringList takeAll(const VexaObject *obj);
 
 private:
-    static QMutex mutex;
-    static QHash<const VexaObject *, QStringList> uses;
+    struct Table {
+        QMutex mutex;
+        QHash<const VexaObject *, QStringList> uses;
+    };
+    static Table &table();
 };
 
 #endif // VEXATHREADUSES_P_H

@@ -162,12 +162,67 @@ bool posting(QObject *receiver, Post post, bool blocking = false)
     return ok;
 }
 
+// The synchronisation point of the connections made to @p receiver: one of
+// its own, so that a delivery into it is not ordered after what the
+// receiver's thread did before emitting signals of its own (that would hide
+// exactly the races between a receiver's thread and its senders).
+void *connectionsTo(const QObject *receiver)
+{
+    return const_cast<char *>(reinterpret_cast<const char *>(receiver)) + 1;
+}
+
+// Emissions of module objects on this thread, innermost last: whether the
+// sanitizer looks away between their slots.
+thread_local std::vector<bool> lookingAway;
+
+// Between the start of an emission and its first slot, and between slots, Qt
+// reads the connection list and each receiver (its meta-object, through the
+// receiver's own instrumented code) with ordering it gives through its own
+// atomics: a receiver linked a moment ago by another thread is read there
+// with nothing the sanitizer can see ordering it. For the emissions of
+// module objects (the packet, description and event links) the sanitizer
+// looks away there; the slots themselves run watched, after the
+// connection's release (onSlotBegin). Slots connected as functors or
+// member-function pointers get no slot callbacks from Qt and so run unwatched
+// inside such an emission; the links never use them.
+bool isModule(const QObject *obj) { return obj && obj->inherits("VexaObject"); }
+
 // Released before the emission for what the sender did, and again after it
 // for the argument copies the emission made for queued connections.
-void onSignalBegin(QObject *sender, int, void **) { __tsan_release(sender); }
-void onSignalEnd(QObject *sender, int) { __tsan_release(sender); }
+void onSignalBegin(QObject *sender, int, void **)
+{
+    __tsan_release(sender);
+    lookingAway.push_back(isModule(sender));
+    if (lookingAway.back())
+        __tsan_ignore_thread_begin();
+}
 
-QSignalSpyCallbackSet signalCallbacks = {onSignalBegin, nullptr, onSignalEnd, nullptr};
+void onSignalEnd(QObject *sender, int)
+{
+    if (!lookingAway.empty()) {
+        if (lookingAway.back())
+            __tsan_ignore_thread_end();
+        lookingAway.pop_back();
+    }
+    __tsan_release(sender);
+}
+
+// A direct call into a receiver runs after the connection that leads to it
+// was made: Qt publishes connections with atomics of its own.
+void onSlotBegin(QObject *receiver, int, void **)
+{
+    if (!lookingAway.empty() && lookingAway.back())
+        __tsan_ignore_thread_end();
+    __tsan_acquire(connectionsTo(receiver));
+}
+
+void onSlotEnd(QObject *, int)
+{
+    if (!lookingAway.empty() && lookingAway.back())
+        __tsan_ignore_thread_begin();
+}
+
+QSignalSpyCallbackSet signalCallbacks = {onSignalBegin, onSlotBegin, onSignalEnd, onSlotEnd};
 
 __attribute__((constructor)) void installCallbacks()
 {
@@ -539,4 +594,21 @@ int QMetaType::registerNormalizedType(const ::QByteArray &normalizedTypeName, De
     using Real = int (*)(const ::QByteArray &, Destructor, Constructor, int, QMetaType::TypeFlags, const QMetaObject *);
     static auto real = qt<Real>("_ZN9QMetaType22registerNormalizedTypeERK10QByteArrayPFvPvEPFS3_S3_PKvEi6QFlagsINS_8TypeFlagEEPK11QMetaObject");
     return real(normalizedTypeName, destructor, quieted(constructor), size, flags, metaObject);
+}
+
+// --- Connections ---------------------------------------------------------------
+
+// What a thread did before it connected a receiver (building it, for one)
+// happens before the receiver's slots run through that connection, in any
+// thread. Released before Qt publishes the connection: a thread that sees
+// it may call the slot at once.
+QMetaObject::Connection QObject::connect(const QObject *sender, const char *signal, const QObject *receiver,
+                                         const char *method, Qt::ConnectionType type)
+{
+    static auto real = qt<QMetaObject::Connection (*)(const QObject *, const char *, const QObject *, const char *,
+                                                      Qt::ConnectionType)>(
+        "_ZN7QObject7connectEPKS_PKcS1_S3_N2Qt14ConnectionTypeE");
+    if (receiver)
+        __tsan_release(connectionsTo(receiver));
+    return real(sender, signal, receiver, method, type);
 }

@@ -654,9 +654,9 @@ private slots:
     {
         QTest::addColumn<int>("bound");
         QTest::addColumn<bool>("rebound"); // the bound changes while the producers send
-        QTest::newRow("bound 20") << 20 << false;
+        // The bounds themselves are driven harder by tst_packetstress; here
+        // the packets come through links from started modules.
         QTest::newRow("bound 3") << 3 << false;
-        QTest::newRow("unbounded") << -1 << false;
         QTest::newRow("bound changed while sending") << 20 << true;
     }
     void producersAndDrainer()
