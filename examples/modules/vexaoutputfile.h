@@ -48,6 +48,14 @@ struct AVStream;
  * most one second of media to interleave, and is flushed when a sender finds
  * the ring full.
  *
+ * What the muxer gets is what `ffmpeg -c copy` gives it: timestamps through
+ * the source stream's own ticks (audio times by its samples when the source
+ * time base is coarse), packet durations, the source codec tag where the
+ * container takes it, stream side data and disposition, and ffmpeg's muxing
+ * delay (0.7 s). A decode time that would go backwards is moved, as ffmpeg
+ * moves it, rather than have the muxer refuse the packet; a packet the
+ * muxer still refuses is counted in "rejected".
+ *
  * Events: "done" (value: the counters of stats()) after the trailer; "error"
  * (value: a message) when the file cannot be created or written.
  *
