@@ -84,7 +84,7 @@ void showClass(QTextStream &out, const QMetaObject *mo, bool all)
     out << "Class " << mo->className() << " (create as \"" << VexaModuleCatalog::shortName(QString::fromLatin1(mo->className()))
         << "\"), inherits " << chain.join(QLatin1String(" < ")) << '\n';
 
-    // What links the class can carry, as a pipeline framework lists its pad templates.
+    // What links the class can carry: the kinds it sends and the kinds it accepts.
     const VexaClassInfo info(mo);
     out << "\nInterface" << (info.declaresInterface() ? "" : " (not declared: taken as everything)") << ":\n"
         << "    sends          " << VexaClassInfo::kindsText(info.sends()) << '\n'
