@@ -78,6 +78,7 @@ class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
     Q_CLASSINFO("setting:memSize", "int=2097152; payload ring bytes (larger packets are copied outside it)")
     Q_CLASSINFO("sends", "events")
     Q_CLASSINFO("accepts", "audio video")
+    Q_CLASSINFO("platform", "unused")
     Q_CLASSINFO("event:done", "the file is complete (value: counters)")
     Q_CLASSINFO("event:error", "the file could not be created or written (value: message)")
 

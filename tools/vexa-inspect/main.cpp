@@ -88,7 +88,8 @@ void showClass(QTextStream &out, const QMetaObject *mo, bool all)
     const VexaClassInfo info(mo);
     out << "\nInterface" << (info.declaresInterface() ? "" : " (not declared: taken as everything)") << ":\n"
         << "    sends          " << VexaClassInfo::kindsText(info.sends()) << '\n'
-        << "    accepts        " << VexaClassInfo::kindsText(info.accepts()) << '\n';
+        << "    accepts        " << VexaClassInfo::kindsText(info.accepts()) << '\n'
+        << "    platform       " << (info.usesPlatform() ? "may use the media platform" : "unused") << '\n';
 
     out << "\nSettings" << (info.declaresSettings() ? "" : " (none declared: keys are not checked)") << ":\n";
     for (const VexaClassInfo::Setting &st : info.settings()) {

@@ -322,7 +322,7 @@ private slots:
         inspect("list with library", {"-l", VEXA_EXAMPLE_MODULES}, 0, {"Module classes \\(3\\)"});
         inspect("one class", {"InputFile"}, 0,
                 {"Class VexaInputFile \\(create as \"InputFile\"\\), inherits VexaObject < QObject",
-                 "Interface:\\n\\s+sends\\s+audio, video, events\\n\\s+accepts\\s+none",
+                 "Interface:\\n\\s+sends\\s+audio, video, events\\n\\s+accepts\\s+none\\n\\s+platform\\s+unused",
                  "Settings:\\n\\s+path\\s+input file path \\(string\\)\\s+media file to read",
                  "\\n\\s+loop\\s+bool = false\\s+restart at the end",
                  "\\n\\s+bufLenV\\s+integer = 20\\s+video queue bound.*\\(every module\\)",
@@ -340,7 +340,7 @@ private slots:
         inspect("unknown class", {"NoSuchModule"}, 1, {"vexa-inspect: unknown module class \"NoSuchModule\""});
         inspect("base class is not a module", {"VexaObject"}, 1, {"unknown module class \"VexaObject\""});
         inspect("class that declares nothing", {"-l", VEXA_TEST_MODULES, "PlainSink"}, 0,
-                {"Interface \\(not declared: taken as everything\\):\\n\\s+sends\\s+audio, video, events",
+                {"Interface \\(not declared: taken as everything\\):\\n\\s+sends\\s+audio, video, events\\n.*\\n\\s+platform\\s+may use",
                  "Settings \\(none declared: keys are not checked\\):\\n\\s+bufLenA"});
         inspect("two classes", {"InputFile", "OutputFile"}, 2, {"at most one class name expected"});
         inspect("inspect, missing library", {"-l", "/no/such/libmodules.so"}, 3,
