@@ -60,6 +60,13 @@ public:
      */
     Q_INVOKABLE QVariant stats();
 
+    /**
+     * The side data of the packet being sent (see VexaMedia::TagSideData):
+     * bytes by AVPacketSideDataType number. Thread: only in the sending
+     * thread while sendPacketA/V runs (called directly through invoke()).
+     */
+    Q_INVOKABLE QVariant packetSideData();
+
 protected:
     void onStart() override;
     void onStop() override;

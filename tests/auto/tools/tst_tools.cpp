@@ -39,6 +39,7 @@ private slots:
             // duration and the end trim must survive.
             {"-f", "lavfi", "-i", "sine=sample_rate=48000", "-t", "0.77", "-c:a", "libopus", dir.filePath("opus.mp4")},
             {"-f", "lavfi", "-i", "sine=sample_rate=44100", "-t", "0.77", "-c:a", "aac", dir.filePath("aac.m4a")},
+            {"-f", "lavfi", "-i", "sine=sample_rate=44100", "-t", "0.5", "-c:a", "libmp3lame", dir.filePath("clip.mp3")},
             // Video only, B-frames, no decode times in the container.
             {"-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-t", "0.6", "-c:v", "libx264", "-preset", "ultrafast",
              "-bf", "2", dir.filePath("video.mkv")}};
@@ -74,7 +75,7 @@ private slots:
         QTest::newRow("mp4 to mp4") << "clip.mp4" << "out.mp4" << QString();
         QTest::newRow("mov to mov") << "clip.mov" << "out.mov" << QString();
         QTest::newRow("mkv to mkv (no decode times)") << "clip.mkv" << "out.mkv" << QString();
-        QTest::newRow("webm to webm") << "clip.webm" << "out.webm" << QString();
+        QTest::newRow("webm to webm (Opus end trim)") << "clip.webm" << "out.webm" << QString();
         // Also: audio frames packed into PES packets as ffmpeg does (same file size).
         QTest::newRow("ts to ts") << "clip.ts" << "out.ts" << QString();
         QTest::newRow("flv to flv") << "clip.flv" << "out.flv" << QString();
@@ -89,6 +90,8 @@ private slots:
         QTest::newRow("joined ts to ts") << "joined.ts" << "joined-out.ts" << QString();
         QTest::newRow("opus, audio only, mp4") << "opus.mp4" << "opus-out.mp4" << QString();
         QTest::newRow("aac, audio only, to mkv") << "aac.m4a" << "aac-out.mkv" << QString();
+        // Packet side data (skip samples: the encoder delay and the end trim).
+        QTest::newRow("mp3, audio only") << "clip.mp3" << "out.mp3" << QString();
         QTest::newRow("video only, mkv to mp4") << "video.mkv" << "video-out.mp4" << QString();
         // The source's codec tag where the container takes it.
         QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString();
