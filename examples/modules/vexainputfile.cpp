@@ -35,7 +35,7 @@ QString avError(int code)
 VexaInputFile::VexaInputFile(QObject *parent)
     : VexaObject(parent)
 {
-    directInvokeNames << QStringLiteral("stats");
+    directInvokeNames << QStringLiteral("stats") << QStringLiteral("packetSideData");
 }
 
 VexaInputFile::~VexaInputFile()
@@ -54,6 +54,18 @@ QVariant VexaInputFile::stats()
     m["dropped"] = qint64(0);
     m["loops"] = int(loops.loadAcquire());
     m["mediaUs"] = qint64(mediaUs.loadAcquire());
+    return m;
+}
+
+QVariant VexaInputFile::packetSideData()
+{
+    QVariantMap m;
+    if (!pkt || !havePacket)
+        return m;
+    for (int i = 0; i < pkt->side_data_elems; ++i) {
+        const AVPacketSideData &sd = pkt->side_data[i];
+        m.insert(QString::number(int(sd.type)), QByteArray(reinterpret_cast<const char *>(sd.data), int(sd.size)));
+    }
     return m;
 }
 
@@ -316,7 +328,9 @@ void VexaInputFile::sendCurrent()
     out.data = reinterpret_cast<char *>(pkt->data);
     out.len = pkt->size;
     // Flags in the low byte, the duration in stream ticks above (see VexaMedia).
-    out.tag = pkt->flags & VexaMedia::TagFlagsMask;
+    out.tag = pkt->flags & VexaMedia::TagFlagsMask & ~VexaMedia::TagSideData;
+    if (pkt->side_data_elems > 0)
+        out.tag |= VexaMedia::TagSideData;
     if (pkt->duration > 0 && pkt->duration <= maxTagDuration)
         out.tag = qint32(quint32(out.tag) | (quint32(pkt->duration) << VexaMedia::TagDurationShift));
     const qint64 shift = startShift + discontShift + loopOffset;

@@ -46,6 +46,7 @@ class VEXAEXAMPLEMODULES_EXPORT VexaInputFile : public VexaObject
     Q_CLASSINFO("setting:copyTimestamps", "bool=false; send the file's own timestamps (default: start at 0, restarts taken out)")
     Q_CLASSINFO("sends", "audio video events")
     Q_CLASSINFO("accepts", "none")
+    Q_CLASSINFO("platform", "unused")
     Q_CLASSINFO("event:eos", "the file ended (value: module name)")
     Q_CLASSINFO("event:error", "the file could not be opened or read (value: message)")
 
@@ -58,6 +59,13 @@ public:
      * "loops", "mediaUs" (media time sent so far). Thread: thread-safe (called directly through invoke()).
      */
     Q_INVOKABLE QVariant stats();
+
+    /**
+     * The side data of the packet being sent (see VexaMedia::TagSideData):
+     * bytes by AVPacketSideDataType number. Thread: only in the sending
+     * thread while sendPacketA/V runs (called directly through invoke()).
+     */
+    Q_INVOKABLE QVariant packetSideData();
 
 protected:
     void onStart() override;

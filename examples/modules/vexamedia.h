@@ -45,6 +45,14 @@ public:
     static constexpr qint64 TimeBase = 1000000;
     /** The packet flags in Packet::tag. */
     static constexpr qint32 TagFlagsMask = 0xff;
+    /**
+     * Flag in the low byte of Packet::tag (above FFmpeg's own flags): the
+     * packet has side data (skip samples, new extradata, ...). While
+     * sendPacketA/V runs, the sender's invokable packetSideData() (listed
+     * in its directInvokeNames) returns it: a map of bytes by
+     * AVPacketSideDataType number.
+     */
+    static constexpr qint32 TagSideData = 0x80;
     /** Where the packet duration starts in Packet::tag (24 bits, unsigned). */
     static constexpr int TagDurationShift = 8;
     /** The duration carried in @p tag, in stream ticks; 0 when none. */

@@ -133,6 +133,13 @@ void VexaOutputFile::accept(const Packet &in, bool video)
         }
     }
 
+    // Side data is asked of the sender while its sendPacket runs, only for
+    // packets it marks (and only of senders that offer it: the tag of
+    // others need not be set).
+    QVariantMap side;
+    if (p.data && in.sender && offersSideData(in.sender) && (in.tag & VexaMedia::TagSideData))
+        side = in.sender->invoke(QStringLiteral("packetSideData")).toMap();
+
     locker.relock();
     // Another sender of the same kind may have filled the queue meanwhile.
     if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
@@ -140,6 +147,10 @@ void VexaOutputFile::accept(const Packet &in, bool video)
         pool.release(p.data);
         c.dropped.fetchAndAddRelaxed(1);
         return;
+    }
+    if (!side.isEmpty()) {
+        sideData.insert(p.data, side);
+        sideDataCount.storeRelease(sideData.size());
     }
     QReadWriteLock &lock = video ? lockV : lockA;
     QList<Packet> &queue = video ? packetsV : packetsA;
@@ -207,8 +218,25 @@ void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
 
 void VexaOutputFile::release(const QList<Packet> &packets)
 {
+    if (sideDataCount.loadAcquire() > 0) {
+        QMutexLocker locker(&gate);
+        for (const Packet &p : packets)
+            sideData.remove(p.data);
+        sideDataCount.storeRelease(sideData.size());
+    }
     for (const Packet &p : packets)
         pool.release(p.data);
+}
+
+// Whether @p sender offers packetSideData(); remembered for the last sender.
+bool VexaOutputFile::offersSideData(VexaObject *sender)
+{
+    QMutexLocker locker(&gate);
+    if (sender != sideDataSender) {
+        sideDataSender = sender;
+        sideDataOffered = sender->metaObject()->indexOfMethod("packetSideData()") >= 0;
+    }
+    return sideDataOffered;
 }
 
 void VexaOutputFile::wake()
@@ -505,6 +533,20 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             ? av_rescale_q(VexaMedia::tagDuration(pkt.tag), t.sourceTimeBase, st->time_base) : 0;
     avpkt->pos = -1;
     keepDecodeOrder(t, oc->oformat->flags);
+    if (pkt.data && sideDataCount.loadAcquire() > 0) {
+        QVariantMap side;
+        {
+            QMutexLocker locker(&gate);
+            side = sideData.take(pkt.data);
+            sideDataCount.storeRelease(sideData.size());
+        }
+        for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
+            const QByteArray bytes = it.value().toByteArray();
+            uint8_t *d = av_packet_new_side_data(avpkt, AVPacketSideDataType(it.key().toInt()), size_t(bytes.size()));
+            if (d)
+                memcpy(d, bytes.constData(), size_t(bytes.size()));
+        }
+    }
     if (dts != VexaMedia::NoPts) {
         const qint64 media = dts - (t.firstUs == VexaMedia::NoPts ? (t.firstUs = dts) : t.firstUs);
         if (media > mediaUs.loadRelaxed())

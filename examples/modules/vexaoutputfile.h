@@ -2,6 +2,7 @@
 #define VEXAOUTPUTFILE_H
 
 #include <QAtomicInteger>
+#include <QHash>
 #include <QMutex>
 #include <QWaitCondition>
 
@@ -48,6 +49,15 @@ struct AVStream;
  * most one second of media to interleave, and is flushed when a sender finds
  * the ring full.
  *
+ * What the muxer gets is what `ffmpeg -c copy` gives it: timestamps through
+ * the source stream's own ticks (audio times by its samples when the source
+ * time base is coarse), packet durations and side data (asked of the sender,
+ * see VexaMedia::TagSideData), the source codec tag where the
+ * container takes it, stream side data and disposition, and ffmpeg's muxing
+ * delay (0.7 s). A decode time that would go backwards is moved, as ffmpeg
+ * moves it, rather than have the muxer refuse the packet; a packet the
+ * muxer still refuses is counted in "rejected".
+ *
  * Events: "done" (value: the counters of stats()) after the trailer; "error"
  * (value: a message) when the file cannot be created or written.
  *
@@ -70,6 +80,7 @@ class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
     Q_CLASSINFO("setting:memSize", "int=2097152; payload ring bytes (larger packets are copied outside it)")
     Q_CLASSINFO("sends", "events")
     Q_CLASSINFO("accepts", "audio video")
+    Q_CLASSINFO("platform", "unused")
     Q_CLASSINFO("event:done", "the file is complete (value: counters)")
     Q_CLASSINFO("event:error", "the file could not be created or written (value: message)")
 
@@ -127,6 +138,7 @@ private:
     void finish();
     void fail(const QString &message);
     void closeMuxer();
+    bool offersSideData(VexaObject *sender);
     int64_t toStreamTime(qint64 us, const Track &t, const AVStream *st);
     void keepDecodeOrder(Track &t, int formatFlags);
 
@@ -136,6 +148,10 @@ private:
     QAtomicInt phase = Idle;        // written under gate
     bool dropMode = false;
     QAtomicInt ringStarved = 0;     // a sender found the ring full since the last drain
+    QHash<char *, QVariantMap> sideData;  // packet side data by payload copy, until written or released
+    QAtomicInt sideDataCount = 0;   // sideData.size(), read without gate
+    VexaObject *sideDataSender = nullptr;
+    bool sideDataOffered = false;
 
     // Payload copies of every queued packet and of those the muxer holds.
     VexaPayloadPool pool;

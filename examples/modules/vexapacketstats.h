@@ -26,6 +26,7 @@ class VEXAEXAMPLEMODULES_EXPORT VexaPacketStats : public VexaObject
     Q_CLASSINFO("setting:interval", "int=1000; milliseconds between \"stats\" events (0: only at stop)")
     Q_CLASSINFO("sends", "events")
     Q_CLASSINFO("accepts", "audio video events")
+    Q_CLASSINFO("platform", "unused")
     Q_CLASSINFO("event:stats", "counters: packetsA, bytesA, packetsV, bytesV, events")
 
 public:

@@ -136,6 +136,8 @@ VexaClassInfo::VexaClassInfo(const QMetaObject *mo)
             } else if (key == QLatin1String("sends") && !sendSeen) {
                 sendSeen = interfaceDeclared = true;
                 sendKinds = parseKinds(value);
+            } else if (key == QLatin1String("platform") && m == mo) {
+                platform = value != QLatin1String("unused");
             } else if (key == QLatin1String("accepts") && !acceptSeen) {
                 acceptSeen = interfaceDeclared = true;
                 acceptKinds = parseKinds(value);

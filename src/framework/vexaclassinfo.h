@@ -24,7 +24,10 @@ struct QMetaObject;
  *     Q_CLASSINFO("sends", "audio video events")
  *     Q_CLASSINFO("accepts", "events")
  * ("none" for nothing). A class that declares no interface is taken to send
- * and accept everything; one that declares no setting is not checked.
+ * and accept everything; one that declares no setting is not checked. A class
+ * that works without the media platform (files, network) says so with
+ *     Q_CLASSINFO("platform", "unused")
+ * so that a pipeline of such classes alone need not bring the platform up.
  * The base settings "bufLenA", "bufLenV", "memSize" and "debugLevel" belong
  * to every class's list.
  *
@@ -67,6 +70,8 @@ public:
     int sends() const { return sendKinds; }
     int accepts() const { return acceptKinds; }
     bool declaresInterface() const { return interfaceDeclared; }
+    /** False when the class declares that it does not use the media platform. */
+    bool usesPlatform() const { return platform; }
     /** "audio, video, events" or "none". */
     static QString kindsText(int kinds);
     /** The kind of a link letter 'A', 'V' or 'E'; 0 for any other. */
@@ -80,6 +85,7 @@ private:
     bool interfaceDeclared = false;
     int sendKinds = AllKinds;
     int acceptKinds = AllKinds;
+    bool platform = true;
     QList<Setting> list;
 };
 

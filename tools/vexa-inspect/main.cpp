@@ -84,11 +84,12 @@ void showClass(QTextStream &out, const QMetaObject *mo, bool all)
     out << "Class " << mo->className() << " (create as \"" << VexaModuleCatalog::shortName(QString::fromLatin1(mo->className()))
         << "\"), inherits " << chain.join(QLatin1String(" < ")) << '\n';
 
-    // What links the class can carry, as a pipeline framework lists its pad templates.
+    // What links the class can carry: the kinds it sends and the kinds it accepts.
     const VexaClassInfo info(mo);
     out << "\nInterface" << (info.declaresInterface() ? "" : " (not declared: taken as everything)") << ":\n"
         << "    sends          " << VexaClassInfo::kindsText(info.sends()) << '\n'
-        << "    accepts        " << VexaClassInfo::kindsText(info.accepts()) << '\n';
+        << "    accepts        " << VexaClassInfo::kindsText(info.accepts()) << '\n'
+        << "    platform       " << (info.usesPlatform() ? "may use the media platform" : "unused") << '\n';
 
     out << "\nSettings" << (info.declaresSettings() ? "" : " (none declared: keys are not checked)") << ":\n";
     for (const VexaClassInfo::Setting &st : info.settings()) {

@@ -83,7 +83,8 @@ int main(int argc, char *argv[])
     const QCommandLineOption quietOpt({QStringLiteral("q"), QStringLiteral("quiet")},
         QStringLiteral("No progress, no informational or debug lines (errors still shown)."));
     const QCommandLineOption noPlatformOpt(QStringLiteral("no-platform"),
-        QStringLiteral("Do not bring up the media platform (file-only pipelines)."));
+        QStringLiteral("Do not bring up the media platform (the default when every module\n"
+                       "class declares that it does not use it)."));
     const QCommandLineOption overwriteOpt(QStringLiteral("y"),
         QStringLiteral("Replace existing output files (sets \"overwrite\" on every module that has it)."));
     parser.addOptions({setOpt, durationOpt, boardOpt, libOpt, graphOpt, checkOpt, intervalOpt, quietOpt, noPlatformOpt,
@@ -167,6 +168,12 @@ int main(int argc, char *argv[])
                 m.settings.insert(QStringLiteral("overwrite"), true);
         }
     }
+
+    // The media platform is brought up only for classes that may use it.
+    bool platformUsed = false;
+    for (const PipelineModule &m : qAsConst(pipeline.modules))
+        platformUsed = platformUsed || VexaClassInfo(VexaModuleCatalog::find(m.className)).usesPlatform();
+    options.platform = options.platform && platformUsed;
 
     // Everything the framework would treat as fatal has been checked above.
     if (board.isEmpty() && !QFileInfo::exists(QString::fromLatin1(defaultBoard)))

@@ -24,6 +24,7 @@ struct Packet {
     qint64 ptsUs = 0;       // in microseconds, rounded
     qint64 dtsUs = 0;
     qint64 durationUs = 0;  // 0 when none
+    QString sideData;       // ffprobe's side data list, as compact JSON
 };
 
 // Packets per stream kind ("audio", "video"), in file order.
@@ -120,6 +121,7 @@ inline bool probe(const QString &path, Streams *out, QString *error = nullptr)
             pk.ptsUs = toUs(o.value("pts").toVariant().toLongLong(), stream.second);
         if (pk.hasDts)
             pk.dtsUs = toUs(o.value("dts").toVariant().toLongLong(), stream.second);
+        pk.sideData = QString::fromUtf8(QJsonDocument(o.value("side_data_list").toArray()).toJson(QJsonDocument::Compact));
         if (o.contains("duration"))
             pk.durationUs = toUs(o.value("duration").toVariant().toLongLong(), stream.second);
         (*out)[stream.first].append(pk);
@@ -129,7 +131,7 @@ inline bool probe(const QString &path, Streams *out, QString *error = nullptr)
 
 // The first difference between the packets of @p want and @p got (count,
 // size, data hash, keyframe flag, timestamps, and in one container kind
-// durations), or an empty string. Within one
+// durations and side data), or an empty string. Within one
 // container kind timestamps must agree to the microsecond and decode times
 // be present alike; across containers, whose muxers may shift the start,
 // they must agree up to one offset within a millisecond.
@@ -157,6 +159,8 @@ inline QString mismatch(const Streams &want, const Streams &got, bool sameContai
                 bad << QStringLiteral("pts %1 us, expected %2 us").arg(b[i].ptsUs).arg(a[i].ptsUs);
             if ((sameContainer && b[i].hasDts != a[i].hasDts) || (a[i].hasDts && b[i].hasDts && !near(b[i].dtsUs, a[i].dtsUs)))
                 bad << QStringLiteral("dts %1 us (%2), expected %3 us (%4)").arg(b[i].dtsUs).arg(b[i].hasDts).arg(a[i].dtsUs).arg(a[i].hasDts);
+            if (sameContainer && b[i].sideData != a[i].sideData)
+                bad << QStringLiteral("side data %1, expected %2").arg(b[i].sideData, a[i].sideData);
             if (sameContainer && b[i].durationUs != a[i].durationUs)
                 bad << QStringLiteral("duration %1 us, expected %2 us").arg(b[i].durationUs).arg(a[i].durationUs);
             if (!bad.isEmpty())

@@ -17,6 +17,7 @@ class VexaDeclaring : public VexaObject
     Q_CLASSINFO("setting:note", "free text of an older module")
     Q_CLASSINFO("sends", "audio events")
     Q_CLASSINFO("accepts", "none")
+    Q_CLASSINFO("platform", "unused")
 public:
     using VexaObject::VexaObject;
 };
@@ -50,6 +51,7 @@ private slots:
         QVERIFY(info.declaresInterface());
         QCOMPARE(info.sends(), int(VexaClassInfo::Audio | VexaClassInfo::Events));
         QCOMPARE(info.accepts(), 0);
+        QVERIFY(!info.usesPlatform());
         QStringList names;
         for (const VexaClassInfo::Setting &s : info.settings())
             names << s.name + QLatin1Char(':') + s.type + (s.base ? "*" : "");
@@ -66,11 +68,14 @@ private slots:
         QCOMPARE(derived.setting("mode")->allowed, QStringList({"slow"}));
         QCOMPARE(derived.sends(), int(VexaClassInfo::Audio | VexaClassInfo::Events));
         QCOMPARE(derived.accepts(), int(VexaClassInfo::Video));
+        // Not inherited: a subclass may well use the platform.
+        QVERIFY(derived.usesPlatform());
 
         const VexaClassInfo silent(&VexaSilent::staticMetaObject);
         QVERIFY(!silent.declaresSettings());
         QVERIFY(!silent.declaresInterface());
         QCOMPARE(silent.sends(), int(VexaClassInfo::AllKinds));
+        QVERIFY(silent.usesPlatform());
         QVERIFY(silent.check("anything", QVariantList()).isEmpty());
     }
 

@@ -39,6 +39,7 @@ private slots:
             // duration and the end trim must survive.
             {"-f", "lavfi", "-i", "sine=sample_rate=48000", "-t", "0.77", "-c:a", "libopus", dir.filePath("opus.mp4")},
             {"-f", "lavfi", "-i", "sine=sample_rate=44100", "-t", "0.77", "-c:a", "aac", dir.filePath("aac.m4a")},
+            {"-f", "lavfi", "-i", "sine=sample_rate=44100", "-t", "0.5", "-c:a", "libmp3lame", dir.filePath("clip.mp3")},
             // Video only, B-frames, no decode times in the container.
             {"-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-t", "0.6", "-c:v", "libx264", "-preset", "ultrafast",
              "-bf", "2", dir.filePath("video.mkv")}};
@@ -74,7 +75,7 @@ private slots:
         QTest::newRow("mp4 to mp4") << "clip.mp4" << "out.mp4" << QString();
         QTest::newRow("mov to mov") << "clip.mov" << "out.mov" << QString();
         QTest::newRow("mkv to mkv (no decode times)") << "clip.mkv" << "out.mkv" << QString();
-        QTest::newRow("webm to webm") << "clip.webm" << "out.webm" << QString();
+        QTest::newRow("webm to webm (Opus end trim)") << "clip.webm" << "out.webm" << QString();
         // Also: audio frames packed into PES packets as ffmpeg does (same file size).
         QTest::newRow("ts to ts") << "clip.ts" << "out.ts" << QString();
         QTest::newRow("flv to flv") << "clip.flv" << "out.flv" << QString();
@@ -89,6 +90,8 @@ private slots:
         QTest::newRow("joined ts to ts") << "joined.ts" << "joined-out.ts" << QString();
         QTest::newRow("opus, audio only, mp4") << "opus.mp4" << "opus-out.mp4" << QString();
         QTest::newRow("aac, audio only, to mkv") << "aac.m4a" << "aac-out.mkv" << QString();
+        // Packet side data (skip samples: the encoder delay and the end trim).
+        QTest::newRow("mp3, audio only") << "clip.mp3" << "out.mp3" << QString();
         QTest::newRow("video only, mkv to mp4") << "video.mkv" << "video-out.mp4" << QString();
         // The source's codec tag where the container takes it.
         QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString();
@@ -322,7 +325,7 @@ private slots:
         inspect("list with library", {"-l", VEXA_EXAMPLE_MODULES}, 0, {"Module classes \\(3\\)"});
         inspect("one class", {"InputFile"}, 0,
                 {"Class VexaInputFile \\(create as \"InputFile\"\\), inherits VexaObject < QObject",
-                 "Interface:\\n\\s+sends\\s+audio, video, events\\n\\s+accepts\\s+none",
+                 "Interface:\\n\\s+sends\\s+audio, video, events\\n\\s+accepts\\s+none\\n\\s+platform\\s+unused",
                  "Settings:\\n\\s+path\\s+input file path \\(string\\)\\s+media file to read",
                  "\\n\\s+loop\\s+bool = false\\s+restart at the end",
                  "\\n\\s+bufLenV\\s+integer = 20\\s+video queue bound.*\\(every module\\)",
@@ -340,7 +343,7 @@ private slots:
         inspect("unknown class", {"NoSuchModule"}, 1, {"vexa-inspect: unknown module class \"NoSuchModule\""});
         inspect("base class is not a module", {"VexaObject"}, 1, {"unknown module class \"VexaObject\""});
         inspect("class that declares nothing", {"-l", VEXA_TEST_MODULES, "PlainSink"}, 0,
-                {"Interface \\(not declared: taken as everything\\):\\n\\s+sends\\s+audio, video, events",
+                {"Interface \\(not declared: taken as everything\\):\\n\\s+sends\\s+audio, video, events\\n.*\\n\\s+platform\\s+may use",
                  "Settings \\(none declared: keys are not checked\\):\\n\\s+bufLenA"});
         inspect("two classes", {"InputFile", "OutputFile"}, 2, {"at most one class name expected"});
         inspect("inspect, missing library", {"-l", "/no/such/libmodules.so"}, 3,
