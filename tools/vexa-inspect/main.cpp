@@ -13,18 +13,18 @@
 
 #include "vexaclassinfo.h"
 #include "vexamodulecatalog.h"
+#include "vexatoolcommandline.h"
 #include "vexaobject.h"
 
 namespace {
 
 enum InspectExit { ExitOk = 0, ExitUnknownClass = 1, ExitUsage = 2, ExitBadLibrary = 3 };
 
+const VexaToolCommandLine commandLine("vexa-inspect", ExitUsage);
+
 int fail(int code, const QString &text)
 {
-    fprintf(stderr, "vexa-inspect: %s\n", qPrintable(text));
-    if (code == ExitUsage)
-        fprintf(stderr, "Try 'vexa-inspect --help'.\n");
-    return code;
+    return commandLine.fail(code, text);
 }
 
 QString signature(const QMetaMethod &m)
@@ -165,12 +165,8 @@ int main(int argc, char *argv[])
     const QCommandLineOption allOpt(QStringLiteral("all"),
         QStringLiteral("Also list the methods declared by QObject and the base class's private slots."));
     parser.addOptions({libOpt, allOpt});
-    if (!parser.parse(QCoreApplication::arguments()))
-        return fail(ExitUsage, parser.errorText());
-    if (parser.isSet(QStringLiteral("help"))) {
-        fputs(qPrintable(parser.helpText()), stdout);
-        return ExitOk;
-    }
+    if (const int status = commandLine.parse(parser); status >= 0)
+        return status;
     const QStringList positional = parser.positionalArguments();
     if (positional.size() > 1)
         return fail(ExitUsage, QStringLiteral("at most one class name expected"));

@@ -13,10 +13,11 @@
 #include "vexa.h"
 #include "vexaclassinfo.h"
 #include "vexamodulecatalog.h"
+#include "vexanames.h"
+#include "vexatoolcommandline.h"
 
 namespace {
 
-const char *const defaultBoard = "/vexa/config/board.json";
 // Board file for a PC: the software model of the media platform.
 const char *const pcBoard = ":/vexa-launch/pc-board.json";
 
@@ -34,12 +35,11 @@ void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &m
         abort();
 }
 
+const VexaToolCommandLine commandLine("vexa-launch", ExitUsage);
+
 int fail(int code, const QString &text)
 {
-    fprintf(stderr, "vexa-launch: %s\n", qPrintable(text));
-    if (code == ExitUsage)
-        fprintf(stderr, "Try 'vexa-launch --help'.\n");
-    return code;
+    return commandLine.fail(code, text);
 }
 
 } // namespace
@@ -90,12 +90,8 @@ int main(int argc, char *argv[])
     parser.addOptions({setOpt, durationOpt, boardOpt, libOpt, graphOpt, checkOpt, intervalOpt, quietOpt, noPlatformOpt,
                        overwriteOpt});
 
-    if (!parser.parse(QCoreApplication::arguments()))
-        return fail(ExitUsage, parser.errorText());
-    if (parser.isSet(QStringLiteral("help"))) {
-        fputs(qPrintable(parser.helpText()), stdout);
-        return ExitOk;
-    }
+    if (const int status = commandLine.parse(parser); status >= 0)
+        return status;
     const QStringList positional = parser.positionalArguments();
     if (positional.size() != 1)
         return fail(ExitUsage, positional.isEmpty() ? QStringLiteral("no pipeline file given")
@@ -176,7 +172,7 @@ int main(int argc, char *argv[])
     options.platform = options.platform && platformUsed;
 
     // Everything the framework would treat as fatal has been checked above.
-    if (board.isEmpty() && !QFileInfo::exists(QString::fromLatin1(defaultBoard)))
+    if (board.isEmpty() && !QFileInfo::exists(VexaNames::boardFile()))
         board = QString::fromLatin1(pcBoard);
     if (!board.isEmpty() && (!Vexa::setConfig(board) || Vexa::Config.isEmpty()))
         return fail(ExitBadPipeline, QStringLiteral("board file %1 does not hold a JSON object").arg(board));
