@@ -11,11 +11,9 @@
 #include <thread>
 
 #include <QCoreApplication>
-#include <QHash>
 #include <QMetaEnum>
 #include <QPointer>
 #include <QRegularExpression>
-#include <QVector>
 #include <QtTest>
 
 #include "vexaprobe.h"
@@ -642,90 +640,6 @@ private slots:
         QCOMPARE(current.value(0).toInt(), accepted ? type : 1);
         for (VexaProbe *p : {x, y, r})
             p->destroy();
-    }
-
-    // Several producers, each in its own thread, feed one consumer's bounded
-    // queue through video links while the consumer's thread drains it under
-    // lockV. Every packet sent is either drained exactly once or counted as
-    // dropped by a false return (which drops the oldest queued packet, not
-    // necessarily the sender's own), and each producer's packets are drained
-    // in the order they were sent.
-    void producersAndDrainer_data()
-    {
-        QTest::addColumn<int>("bound");
-        QTest::addColumn<bool>("rebound"); // the bound changes while the producers send
-        // The bounds themselves are driven harder by tst_packetstress; here
-        // the packets come through links from started modules.
-        QTest::newRow("bound 3") << 3 << false;
-        QTest::newRow("bound changed while sending") << 20 << true;
-    }
-    void producersAndDrainer()
-    {
-        QFETCH(int, bound);
-        QFETCH(bool, rebound);
-        const int producers = 4;
-        const int perProducer = 20000;
-
-        VexaProbe *consumer = makeProbe(QStringLiteral("stress_consumer"), QStringLiteral("stress_consumer"));
-        consumer->mode = VexaProbe::Queue;
-        QVERIFY(consumer->start(QVariantMap{{"bufLenV", bound}}));
-        consumer->getData(); // the bound is set
-
-        // The drain loop runs in the consumer's thread until `stop`, then
-        // empties the queue once more.
-        QAtomicInt stop, drainDone, producing;
-        QVector<qint64> drained; // read after drainDone
-        QMetaObject::invokeMethod(consumer, [&] {
-            for (bool last = false; !last;) {
-                last = stop.loadAcquire();
-                consumer->lockV.lockForWrite();
-                while (!consumer->packetsV.isEmpty())
-                    drained << consumer->packetsV.takeFirst().pts;
-                consumer->lockV.unlock();
-                QThread::yieldCurrentThread();
-            }
-            drainDone.storeRelease(1);
-        });
-
-        QList<VexaProbe *> all{consumer};
-        for (int id = 0; id < producers; ++id) {
-            const QString name = QStringLiteral("stress_producer_%1").arg(id);
-            VexaProbe *p = makeProbe(name, name);
-            p->linkV(consumer);
-            QVERIFY(p->start());
-            all << p;
-            // Packet ids: producer number in the high half, sequence in the low one.
-            QMetaObject::invokeMethod(p, [p, id, &producing] {
-                Packet packet;
-                for (qint64 i = 0; i < perProducer; ++i) {
-                    packet.pts = (qint64(id) << 32) | i;
-                    p->sendPacketV(packet);
-                }
-                producing.ref();
-            });
-        }
-        for (int i = 0; rebound && producing.loadAcquire() < producers; ++i) {
-            consumer->setData(QVariantMap{{"bufLenV", i % 2 ? 3 : 20}});
-            QTest::qWait(1);
-        }
-        QTRY_VERIFY_WITH_TIMEOUT(producing.loadAcquire() == producers, 300000);
-        stop.storeRelease(1);
-        QTRY_VERIFY_WITH_TIMEOUT(drainDone.loadAcquire(), 60000);
-
-        const int dropped = consumer->dropped.loadAcquire();
-        QCOMPARE(drained.size() + dropped, producers * perProducer);
-        QVERIFY(bound != -1 || dropped == 0);
-        QHash<int, qint64> lastSeq;
-        for (qint64 id : drained) {
-            const int producer = int(id >> 32);
-            const qint64 seq = id & 0xffffffff;
-            QVERIFY(producer >= 0 && producer < producers);
-            // Strictly increasing per producer: no duplicates, no reordering.
-            QVERIFY2(seq > lastSeq.value(producer, -1), qPrintable(QStringLiteral("producer %1 seq %2").arg(producer).arg(seq)));
-            lastSeq.insert(producer, seq);
-        }
-        QVERIFY(consumer->packetsV.isEmpty());
-        QVERIFY(retire(all));
     }
 };
 

@@ -23,6 +23,7 @@ public:
     using VexaObject::bufLenV;
     using VexaObject::lockV;
     using VexaObject::packetsV;
+    using VexaObject::threadName;
 
     /** Takes everything queued, oldest first, as the module's worker would. */
     QList<Packet> takeAll()
@@ -67,21 +68,30 @@ private slots:
     {
         QTest::addColumn<int>("bound");
         QTest::addColumn<int>("producers");
-        QTest::newRow("bound 20, 4 producers") << 20 << 4;
-        QTest::newRow("bound 20, 1 producer") << 20 << 1;
-        QTest::newRow("bound 2, 4 producers") << 2 << 4;
-        QTest::newRow("unbounded, 4 producers") << -1 << 4;
+        QTest::addColumn<bool>("rebound"); // the module changes its bound while they send
+        QTest::newRow("bound 20, 4 producers") << 20 << 4 << false;
+        QTest::newRow("bound 20, 1 producer") << 20 << 1 << false;
+        QTest::newRow("bound 2, 4 producers") << 2 << 4 << false;
+        QTest::newRow("unbounded, 4 producers") << -1 << 4 << false;
+        QTest::newRow("bound changed while sending") << 20 << 4 << true;
     }
 
     void exactAccounting()
     {
         QFETCH(int, bound);
         QFETCH(int, producers);
+        QFETCH(bool, rebound);
         const qint64 perProducer = packetsPerRun() / producers;
         const qint64 sent = perProducer * producers;
 
         Sink sink;
         sink.bufLenV = bound; // set before any producer runs
+        if (rebound) {
+            // Started in this thread: its settings change here, through the
+            // module's own path, while the producers read the bound.
+            sink.threadName = QStringLiteral("main");
+            sink.start(QVariantMap{{"bufLenV", bound}});
+        }
 
         std::atomic<int> running{producers};
         std::vector<qint64> dropped(producers, 0);
@@ -108,6 +118,7 @@ private slots:
         qint64 outOfOrder = 0;
         qint64 foreign = 0;
         int longestDrain = 0;
+        int rounds = 0;
         for (;;) {
             const bool last = running.load() == 0;
             const QList<VexaObject::Packet> batch = sink.takeAll();
@@ -127,6 +138,10 @@ private slots:
                     ++outOfOrder;
                 lastSeq[p] = seq;
                 ++drained;
+            }
+            if (rebound && ++rounds % 64 == 0) {
+                sink.setData(QVariantMap{{"bufLenV", rounds % 128 ? 3 : bound}});
+                QCoreApplication::processEvents();
             }
             if (last && batch.isEmpty())
                 break;
