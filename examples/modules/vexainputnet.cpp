@@ -20,6 +20,21 @@ extern "C" {
 QThread VexaInputNet::timerThread;
 
 namespace {
+// Destroyed before timerThread (defined after it): a program that ends
+// without destroying its last VexaInputNet still stops the thread first
+// instead of destroying it while it runs.
+struct TimerThreadGuard {
+    ~TimerThreadGuard()
+    {
+        if (VexaInputNet::timerThread.isRunning()) {
+            VexaInputNet::timerThread.quit();
+            VexaInputNet::timerThread.wait(1000);
+        }
+    }
+} timerThreadGuard;
+} // namespace
+
+namespace {
 
 const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
 // Packets read per posted call: a live source blocks in the read between

@@ -56,17 +56,14 @@ inline int freePort(bool udp = false)
 // connection is taken for the peer.
 inline bool bound(int port, bool udp)
 {
-    for (const char *table : udp ? std::initializer_list<const char *>{"/proc/net/udp"}
-                                 : std::initializer_list<const char *>{"/proc/net/tcp"}) {
-        QFile f(QString::fromLatin1(table));
-        if (!f.open(QIODevice::ReadOnly))
-            return false;
-        const QString want = QStringLiteral(":%1").arg(port, 4, 16, QLatin1Char('0')).toUpper();
-        for (const QByteArray &line : f.readAll().split('\n')) {
-            const QStringList cols = QString::fromLatin1(line).simplified().split(QLatin1Char(' '));
-            if (cols.size() > 3 && cols.at(1).endsWith(want) && (udp || cols.at(3) == QLatin1String("0A")))
-                return true;
-        }
+    QFile f(QString::fromLatin1(udp ? "/proc/net/udp" : "/proc/net/tcp"));
+    if (!f.open(QIODevice::ReadOnly))
+        return false;
+    const QString want = QStringLiteral(":%1").arg(port, 4, 16, QLatin1Char('0')).toUpper();
+    for (const QByteArray &line : f.readAll().split('\n')) {
+        const QStringList cols = QString::fromLatin1(line).simplified().split(QLatin1Char(' '));
+        if (cols.size() > 3 && cols.at(1).endsWith(want) && (udp || cols.at(3) == QLatin1String("0A")))
+            return true;
     }
     return false;
 }
