@@ -1,6 +1,6 @@
 // The network modules against an independent peer, all on 127.0.0.1 and on
 // ports chosen free at run time. VexaInputNet receives what `ffmpeg`
-// publishes (TCP, SRT, RTSP over TCP and UDP, UDP) and the recording is
+// publishes (TCP, SRT, HTTP, RTP, UDP, RTSP over TCP and UDP) and the recording is
 // compared packet by packet with the source; VexaOutputNet publishes what
 // vexa-launch reads and `ffmpeg` receives it (TCP, SRT, RTSP/TCP, RTMP,
 // UDP). Then: the publisher goes away and comes back (reconnection), a
@@ -106,6 +106,11 @@ private slots:
                              << (ts + QStringList{"tcp://127.0.0.1:@PORT@?listen=1"}) << false << false << true;
         QTest::newRow("srt") << "srt://127.0.0.1:@PORT@" << QString()
                              << (ts + QStringList{"srt://127.0.0.1:@PORT@?mode=listener&pkt_size=1316&linger=5"}) << false << true << true;
+        QTest::newRow("http") << "http://127.0.0.1:@PORT@/live.ts" << QString()
+                              << (ts + QStringList{"-listen", "1", "http://127.0.0.1:@PORT@/live.ts"}) << false << false << true;
+        QTest::newRow("rtp") << "rtp://127.0.0.1:@PORT@" << QString()
+                             << QStringList{"-re", "-i", "@DIR@/clip.ts", "-c", "copy", "-f", "rtp_mpegts", "rtp://127.0.0.1:@PORT@"}
+                             << true << true << false;
         QTest::newRow("udp") << "udp://127.0.0.1:@PORT@" << QString()
                              << (ts + QStringList{"udp://127.0.0.1:@PORT@?pkt_size=1316"}) << true << true << false;
         const QStringList rtsp{"-re", "-i", "@DIR@/live.mp4", "-c", "copy", "-f", "rtsp", "-rtsp_transport"};
