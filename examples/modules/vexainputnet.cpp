@@ -41,7 +41,7 @@ const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
 // packets, so this only bounds how long settings wait behind a burst.
 const int readBatch = 32;
 // How often the watchdog looks at the deadlines and the module's state.
-const int watchIntervalMs = 50;
+const int watchIntervalMs = 100;
 // Packet durations up to this many stream ticks travel in the tag.
 const qint64 maxTagDuration = 0xffffff;
 
