@@ -257,7 +257,6 @@ bool VexaInputNet::open(QString *error)
     fmt->interrupt_callback.callback = &VexaInputNet::interrupted;
     fmt->interrupt_callback.opaque = this;
     abortIo.storeRelease(0);
-    timeoutMs.storeRelease(openTimeoutMs);
     deadlineMs.storeRelease(nowMs() + openTimeoutMs);
     const QByteArray u = url.toUtf8();
     int r = avformat_open_input(&fmt, u.constData(), nullptr, &opts);
@@ -361,7 +360,6 @@ void VexaInputNet::readSome()
     for (int n = 0; running && fmt && n < readBatch; ++n) {
         if (!havePacket) {
             deadlineMs.storeRelease(nowMs() + readTimeoutMs);
-            timeoutMs.storeRelease(readTimeoutMs);
             const int r = av_read_frame(fmt, pkt);
             if (r == AVERROR(EAGAIN)) {
                 scheduleRead(5);

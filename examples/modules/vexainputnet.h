@@ -119,7 +119,6 @@ private:
     // blocking call gives up (0: none), and the flag that makes it give up.
     QAtomicInteger<qint64> deadlineMs = 0;
     QAtomicInt abortIo = 0;
-    QAtomicInteger<qint64> timeoutMs = 0;   // the length of the current deadline, for messages
 
     VexaNetWatch *watch = nullptr;
 
