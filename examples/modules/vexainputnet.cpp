@@ -40,8 +40,10 @@ const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
 // Packets read per posted call: a live source blocks in the read between
 // packets, so this only bounds how long settings wait behind a burst.
 const int readBatch = 32;
-// How often the watchdog looks at the deadlines and the module's state.
-const int watchIntervalMs = 100;
+// How often the watchdog looks at the deadlines and the module's state. A
+// blocking call also looks at its deadline itself, each time libavformat
+// asks whether to give up, so this only bounds how soon a stop is seen.
+const int watchIntervalMs = 250;
 // Packet durations up to this many stream ticks travel in the tag.
 const qint64 maxTagDuration = 0xffffff;
 
@@ -162,7 +164,15 @@ QVariant VexaInputNet::stats()
 
 int VexaInputNet::interrupted(void *opaque)
 {
-    return static_cast<VexaInputNet *>(opaque)->abortIo.loadAcquire();
+    auto *self = static_cast<VexaInputNet *>(opaque);
+    if (self->abortIo.loadAcquire())
+        return 1;
+    const qint64 deadline = self->deadlineMs.loadAcquire();
+    if (deadline > 0 && nowMs() > deadline) {
+        self->abortIo.storeRelease(1);
+        return 1;
+    }
+    return 0;
 }
 
 void VexaInputNet::onStart()
