@@ -24,6 +24,9 @@
 
 using NetPeer::scaled;
 
+// Peers that listen give up after two minutes without a connection (the
+// "listen_timeout" in their URLs), so that none outlives a test that crashed.
+
 namespace {
 
 // Packet count, size and data hash per stream kind; empty when equal.
@@ -103,9 +106,9 @@ private slots:
 
         const QStringList ts{"-re", "-i", "@DIR@/clip.ts", "-c", "copy", "-f", "mpegts"};
         QTest::newRow("tcp") << "tcp://127.0.0.1:@PORT@" << QString()
-                             << (ts + QStringList{"tcp://127.0.0.1:@PORT@?listen=1"}) << false << false << true;
+                             << (ts + QStringList{"tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"}) << false << false << true;
         QTest::newRow("srt") << "srt://127.0.0.1:@PORT@" << QString()
-                             << (ts + QStringList{"srt://127.0.0.1:@PORT@?mode=listener&pkt_size=1316&linger=5"}) << false << true << true;
+                             << (ts + QStringList{"srt://127.0.0.1:@PORT@?mode=listener&pkt_size=1316&linger=5&listen_timeout=120000000"}) << false << true << true;
         QTest::newRow("http") << "http://127.0.0.1:@PORT@/live.ts" << QString()
                               << (ts + QStringList{"-listen", "1", "http://127.0.0.1:@PORT@/live.ts"}) << false << false << true;
         QTest::newRow("rtp") << "rtp://127.0.0.1:@PORT@" << QString()
@@ -182,9 +185,9 @@ private slots:
         QTest::addColumn<QString>("compare");        // "source", "ffmpeg" or "count"
 
         QTest::newRow("tcp") << "tcp://127.0.0.1:@PORT@" << "clip.ts"
-                             << QStringList{"-i", "tcp://127.0.0.1:@PORT@?listen=1"} << false << "source";
+                             << QStringList{"-i", "tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"} << false << "source";
         QTest::newRow("srt") << "srt://127.0.0.1:@PORT@" << "clip.ts"
-                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener"} << true << "source";
+                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true << "source";
         QTest::newRow("rtsp over tcp") << "rtsp://127.0.0.1:@PORT@/live" << "live.mp4"
                                        << QStringList{"-rtsp_flags", "listen", "-rtsp_transport", "tcp", "-i", "rtsp://127.0.0.1:@PORT@/live"}
                                        << false << "ffmpeg";
@@ -279,7 +282,7 @@ private slots:
             QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort();
         const QString url = QStringLiteral("tcp://127.0.0.1:%1").arg(port);
-        const QStringList publish{"-re", "-i", dir.filePath("clip.ts"), "-c", "copy", "-f", "mpegts", url + "?listen=1"};
+        const QStringList publish{"-re", "-i", dir.filePath("clip.ts"), "-c", "copy", "-f", "mpegts", url + "?listen=1&listen_timeout=120000"};
         const QString out = dir.filePath("reconnected.ts");
 
         NetPeer::Ffmpeg first;
@@ -348,7 +351,7 @@ private slots:
         const QString url = QStringLiteral("tcp://127.0.0.1:%1").arg(port);
         NetPeer::Ffmpeg publisher;
         publisher.start({"-re", "-stream_loop", "-1", "-i", dir.filePath("clip.ts"), "-t", QString::number(scaled(30)),
-                         "-c", "copy", "-f", "mpegts", url + "?listen=1"});
+                         "-c", "copy", "-f", "mpegts", url + "?listen=1&listen_timeout=120000"});
         QVERIFY(NetPeer::waitBound(port, false));
         VexaObject *in = Vexa::create("InputNet");
         auto *watcher = static_cast<VexaTestSink *>(Vexa::create("TestSink"));
@@ -498,7 +501,7 @@ private slots:
         const int port = NetPeer::freePort();
         NetPeer::Ffmpeg publisher;
         publisher.start({"-re", "-stream_loop", "-1", "-i", dir.filePath("clip.ts"), "-t", QString::number(scaled(30)),
-                         "-c", "copy", "-f", "mpegts", QStringLiteral("tcp://127.0.0.1:%1?listen=1").arg(port)});
+                         "-c", "copy", "-f", "mpegts", QStringLiteral("tcp://127.0.0.1:%1?listen=1&listen_timeout=120000").arg(port)});
         QVERIFY(NetPeer::waitBound(port, false));
         const QString out = dir.filePath("interrupted.mkv");
         const QByteArray pipeline = QStringLiteral(
