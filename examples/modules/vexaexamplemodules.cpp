@@ -5,7 +5,9 @@
 #include "vexaexamples_p.h"
 
 #include "vexainputfile.h"
+#include "vexainputnet.h"
 #include "vexaoutputfile.h"
+#include "vexaoutputnet.h"
 #include "vexapacketstats.h"
 
 Q_LOGGING_CATEGORY(lcExamples, "vexa.examples", QtDebugMsg)
@@ -17,7 +19,10 @@ QStringList vexaRegisterExampleModules()
     qRegisterMetaType<VexaInputFile *>("VexaInputFile");
     qRegisterMetaType<VexaOutputFile *>("VexaOutputFile");
     qRegisterMetaType<VexaPacketStats *>("VexaPacketStats");
-    return {QStringLiteral("VexaInputFile"), QStringLiteral("VexaOutputFile"), QStringLiteral("VexaPacketStats")};
+    qRegisterMetaType<VexaInputNet *>("VexaInputNet");
+    qRegisterMetaType<VexaOutputNet *>("VexaOutputNet");
+    return {QStringLiteral("VexaInputFile"), QStringLiteral("VexaOutputFile"), QStringLiteral("VexaPacketStats"),
+            QStringLiteral("VexaInputNet"), QStringLiteral("VexaOutputNet")};
 }
 
 int vexaRegisterModules()

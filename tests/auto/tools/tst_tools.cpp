@@ -317,12 +317,13 @@ private slots:
                "error: out: cannot choose a container for .*out\\.nosuchext");
 
         inspect("list", {}, 0,
-                {"Module classes \\(3\\)",
+                {"Module classes \\(5\\)",
                  "InputFile\\s+VexaInputFile\\s+settings: path, loop, realtime, copyTimestamps  \\[sends: audio, video, events; accepts: none\\]",
-                 "OutputFile\\s+VexaOutputFile", "PacketStats\\s+VexaPacketStats"},
+                 "InputNet\\s+VexaInputNet", "OutputFile\\s+VexaOutputFile", "OutputNet\\s+VexaOutputNet",
+                 "PacketStats\\s+VexaPacketStats"},
                 {"VexaObject\\b\\s*\\n"});
         // Loading the library the tool already knows registers nothing twice.
-        inspect("list with library", {"-l", VEXA_EXAMPLE_MODULES}, 0, {"Module classes \\(3\\)"});
+        inspect("list with library", {"-l", VEXA_EXAMPLE_MODULES}, 0, {"Module classes \\(5\\)"});
         inspect("one class", {"InputFile"}, 0,
                 {"Class VexaInputFile \\(create as \"InputFile\"\\), inherits VexaObject < QObject",
                  "Interface:\\n\\s+sends\\s+audio, video, events\\n\\s+accepts\\s+none\\n\\s+platform\\s+unused",

@@ -1,0 +1,530 @@
+#include "vexainputnet.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+#include <QTimer>
+
+#include <chrono>
+
+#include "vexaexamples_p.h"
+#include "vexamedia.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+}
+
+// Default visibility (the class is exported): the framework's SIGINT
+// handler finds it by name in a library opened with global symbols.
+QThread VexaInputNet::timerThread;
+
+namespace {
+// Destroyed before timerThread (defined after it): a program that ends
+// without destroying its last VexaInputNet still stops the thread first
+// instead of destroying it while it runs.
+struct TimerThreadGuard {
+    ~TimerThreadGuard()
+    {
+        if (VexaInputNet::timerThread.isRunning()) {
+            VexaInputNet::timerThread.quit();
+            VexaInputNet::timerThread.wait(1000);
+        }
+    }
+} timerThreadGuard;
+} // namespace
+
+namespace {
+
+const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
+// Packets read per posted call: a live source blocks in the read between
+// packets, so this only bounds how long settings wait behind a burst.
+const int readBatch = 32;
+// How often the watchdog looks at the deadlines and the module's state. A
+// blocking call also looks at its deadline itself, each time libavformat
+// asks whether to give up, so this only bounds how soon a stop is seen.
+const int watchIntervalMs = 250;
+// Packet durations up to this many stream ticks travel in the tag.
+const qint64 maxTagDuration = 0xffffff;
+
+const char *const schemes[] = {"rtsp", "rtp", "udp", "srt", "tcp", "http", "https"};
+
+// Modules alive, guarded by usersLock: the last one destroyed stops timerThread.
+QMutex usersLock;
+int users = 0;
+
+qint64 nowMs()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+QString avError(int code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
+    av_strerror(code, text, sizeof(text));
+    return QString::fromLocal8Bit(text);
+}
+
+qint64 secondsToMs(const QVariant &v, double fallback)
+{
+    const double s = v.isValid() ? v.toDouble() : fallback;
+    return qint64(qMax(0.0, s) * 1000.0);
+}
+
+// The description without what a new connection may report differently for
+// the same stream (the bit rate is an estimate).
+QVariantMap essentials(QVariantMap params)
+{
+    params.remove(QStringLiteral("bitRate"));
+    return params;
+}
+
+} // namespace
+
+/*
+ * One module's watchdog and reconnection timer, living on timerThread. The
+ * tick breaks a blocking libavformat call (through abortIo, which the
+ * interrupt callback returns) when its deadline has passed or the module is
+ * no longer started; the retry timer posts the next connection attempt to
+ * the module's worker.
+ */
+class VexaNetWatch : public QObject
+{
+public:
+    explicit VexaNetWatch(VexaInputNet *owner)
+        : owner(owner)
+    {
+        tick.setInterval(watchIntervalMs);
+        retry.setSingleShot(true);
+        QObject::connect(&tick, &QTimer::timeout, this, [this] { check(); });
+        QObject::connect(&retry, &QTimer::timeout, this, [this] {
+            VexaInputNet *m = this->owner;
+            QMetaObject::invokeMethod(m, [m] { m->tryReconnect(); }, Qt::QueuedConnection);
+        });
+    }
+
+    void check()
+    {
+        const qint64 deadline = owner->deadlineMs.loadAcquire();
+        if ((deadline > 0 && nowMs() > deadline) || owner->getState() != QLatin1String("started"))
+            owner->abortIo.storeRelease(1);
+    }
+
+    VexaInputNet *owner;
+    QTimer tick{this};
+    QTimer retry{this};
+};
+
+VexaInputNet::VexaInputNet(QObject *parent)
+    : VexaObject(parent)
+{
+    directInvokeNames << QStringLiteral("stats");
+    QMutexLocker locker(&usersLock);
+    ++users;
+}
+
+VexaInputNet::~VexaInputNet()
+{
+    close();
+    av_packet_free(&pkt);
+    if (watch) {
+        // The watch looks at this object: it goes first, on its own thread.
+        if (timerThread.isRunning() && QThread::currentThread() != &timerThread) {
+            VexaNetWatch *w = watch;
+            QMetaObject::invokeMethod(w, [w] { delete w; }, Qt::BlockingQueuedConnection);
+        } else {
+            delete watch;
+        }
+        watch = nullptr;
+    }
+    QMutexLocker locker(&usersLock);
+    if (--users == 0 && timerThread.isRunning() && QThread::currentThread() != &timerThread) {
+        timerThread.quit();
+        timerThread.wait();
+        if (debugLevel > 0)
+            qCDebug(lcExamples).noquote() << name() << "timer thread stopped";
+    }
+}
+
+QVariant VexaInputNet::stats()
+{
+    QVariantMap m;
+    m["packetsA"] = qint64(sentPacketsA.loadAcquire());
+    m["packetsV"] = qint64(sentPacketsV.loadAcquire());
+    m["bytesA"] = qint64(bytesA.loadAcquire());
+    m["bytesV"] = qint64(bytesV.loadAcquire());
+    m["dropped"] = qint64(0);
+    m["connected"] = connectedNow.loadAcquire() != 0;
+    m["disconnects"] = disconnects.loadAcquire();
+    m["reconnects"] = reconnects.loadAcquire();
+    m["mediaUs"] = qint64(mediaUs.loadAcquire());
+    return m;
+}
+
+int VexaInputNet::interrupted(void *opaque)
+{
+    auto *self = static_cast<VexaInputNet *>(opaque);
+    if (self->abortIo.loadAcquire())
+        return 1;
+    const qint64 deadline = self->deadlineMs.loadAcquire();
+    if (deadline > 0 && nowMs() > deadline) {
+        self->abortIo.storeRelease(1);
+        return 1;
+    }
+    return 0;
+}
+
+void VexaInputNet::onStart()
+{
+    url = settings.value("url").toString();
+    realtime = settings.value("realtime").toBool();
+    openTimeoutMs = secondsToMs(settings.value("openTimeout"), 5);
+    readTimeoutMs = secondsToMs(settings.value("readTimeout"), 5);
+    if (!pkt)
+        pkt = av_packet_alloc();
+    {
+        QMutexLocker locker(&usersLock);
+        if (!timerThread.isRunning()) {
+            timerThread.setObjectName(QStringLiteral("VexaNetTimer"));
+            timerThread.start();
+        }
+    }
+    if (!watch) {
+        watch = new VexaNetWatch(this);
+        watch->moveToThread(&timerThread);
+    }
+    VexaNetWatch *w = watch;
+    QMetaObject::invokeMethod(w, [w] { w->tick.start(); }, Qt::QueuedConnection);
+
+    close();
+    offset = NoOffset;
+    lastEnd = std::numeric_limits<qint64>::min();
+    lastDts[0] = lastDts[1] = std::numeric_limits<qint64>::min();
+    everConnected = false;
+    failedAttempts = 0;
+    running = true;
+    QString error;
+    if (!open(&error)) {
+        fail(error);
+        return;
+    }
+    everConnected = true;
+    connectedNow.storeRelease(1);
+    sendEvent(QStringLiteral("connected"), url);
+    scheduleRead(0);
+}
+
+void VexaInputNet::onStop()
+{
+    running = false;
+    if (watch) {
+        VexaNetWatch *w = watch;
+        QMetaObject::invokeMethod(w, [w] {
+            w->tick.stop();
+            w->retry.stop();
+        }, Qt::QueuedConnection);
+    }
+    close();
+    connectedNow.storeRelease(0);
+}
+
+bool VexaInputNet::open(QString *error)
+{
+    const int colon = url.indexOf(QLatin1String("://"));
+    const QString scheme = colon > 0 ? url.left(colon).toLower() : QString();
+    bool known = false;
+    for (const char *s : schemes)
+        known = known || scheme == QLatin1String(s);
+    if (url.isEmpty()) {
+        *error = QStringLiteral("no \"url\" setting");
+        return false;
+    }
+    if (!known) {
+        *error = QStringLiteral("unsupported URL scheme in %1 (use rtsp, rtp, udp, srt, tcp, http or https)").arg(url);
+        return false;
+    }
+
+    AVDictionary *opts = nullptr;
+    const bool listen = settings.value("listen").toBool();
+    if (scheme == QLatin1String("rtsp")) {
+        const QString transport = settings.value("transport", QStringLiteral("tcp")).toString();
+        if (transport != QLatin1String("auto"))
+            av_dict_set(&opts, "rtsp_transport", transport.toLatin1().constData(), 0);
+        if (listen)
+            av_dict_set(&opts, "rtsp_flags", "listen", 0);
+    } else if (scheme == QLatin1String("tcp") && listen) {
+        av_dict_set(&opts, "listen", "1", 0);
+    } else if (scheme == QLatin1String("srt") && listen) {
+        av_dict_set(&opts, "mode", "listener", 0);
+    } else if (scheme == QLatin1String("udp") || scheme == QLatin1String("rtp")) {
+        // A burst must not be lost to a small socket buffer, nor end the read.
+        av_dict_set(&opts, "buffer_size", "4194304", 0);
+        av_dict_set(&opts, "overrun_nonfatal", "1", 0);
+    }
+
+    fmt = avformat_alloc_context();
+    fmt->interrupt_callback.callback = &VexaInputNet::interrupted;
+    fmt->interrupt_callback.opaque = this;
+    abortIo.storeRelease(0);
+    deadlineMs.storeRelease(nowMs() + openTimeoutMs);
+    const QByteArray u = url.toUtf8();
+    int r = avformat_open_input(&fmt, u.constData(), nullptr, &opts);
+    av_dict_free(&opts);
+    if (r >= 0)
+        r = avformat_find_stream_info(fmt, nullptr);
+    deadlineMs.storeRelease(0);
+    const bool timedOut = abortIo.loadAcquire() != 0;
+    if (r < 0) {
+        if (timedOut && getState() == QLatin1String("started"))
+            *error = QStringLiteral("cannot open %1: no stream within %2 s").arg(url).arg(openTimeoutMs / 1000.0);
+        else
+            *error = QStringLiteral("cannot open %1: %2").arg(url, avError(r));
+        close();
+        return false;
+    }
+    videoIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    audioIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (videoIndex < 0 && audioIndex < 0) {
+        *error = QStringLiteral("%1 holds no audio or video stream").arg(url);
+        close();
+        return false;
+    }
+    describeStreams(everConnected);
+    offset = NoOffset;
+    paceStarted = false;
+    if (debugLevel > 0)
+        qCDebug(lcExamples).noquote() << name() << "opened" << url << "video" << videoIndex << "audio" << audioIndex;
+    return true;
+}
+
+void VexaInputNet::describeStreams(bool again)
+{
+    StreamInfo v;
+    StreamInfo a;
+    if (videoIndex >= 0) {
+        v.type = VexaMedia::CompressedStream;
+        v.params = VexaMedia::describe(fmt->streams[videoIndex]);
+        v.sender = this;
+    }
+    if (audioIndex >= 0) {
+        a.type = VexaMedia::CompressedStream;
+        a.params = VexaMedia::describe(fmt->streams[audioIndex]);
+        a.sender = this;
+    }
+    // After a reconnection the same stream keeps its description: receivers
+    // such as a muxer cannot take a new one in the middle of a file.
+    const bool changedV = !again || essentials(v.params) != essentials(outInfoV.params);
+    const bool changedA = !again || essentials(a.params) != essentials(outInfoA.params);
+    if (changedV) {
+        outInfoV = v;
+        if (v.type != 0)
+            sendInfoV(outInfoV);
+    }
+    if (changedA) {
+        outInfoA = a;
+        if (a.type != 0)
+            sendInfoA(outInfoA);
+    }
+    if (again && (changedV || changedA))
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] the stream changed after reconnecting; new descriptions sent")
+                                         .arg(name());
+}
+
+void VexaInputNet::close()
+{
+    if (pkt && havePacket)
+        av_packet_unref(pkt);
+    havePacket = false;
+    if (fmt)
+        avformat_close_input(&fmt);
+    videoIndex = audioIndex = -1;
+}
+
+void VexaInputNet::fail(const QString &message)
+{
+    running = false;
+    close();
+    connectedNow.storeRelease(0);
+    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    sendEvent(QStringLiteral("error"), message);
+}
+
+void VexaInputNet::scheduleRead(int delayMs)
+{
+    if (delayMs > 0) {
+        QTimer::singleShot(delayMs, Qt::PreciseTimer, this, [this] { readSome(); });
+        return;
+    }
+    if (readPosted)
+        return;
+    readPosted = true;
+    QMetaObject::invokeMethod(this, [this] {
+        readPosted = false;
+        readSome();
+    }, Qt::QueuedConnection);
+}
+
+void VexaInputNet::readSome()
+{
+    for (int n = 0; running && fmt && n < readBatch; ++n) {
+        if (!havePacket) {
+            deadlineMs.storeRelease(nowMs() + readTimeoutMs);
+            const int r = av_read_frame(fmt, pkt);
+            if (r == AVERROR(EAGAIN)) {
+                scheduleRead(5);
+                return;
+            }
+            if (r < 0) {
+                deadlineMs.storeRelease(0);
+                if (getState() != QLatin1String("started"))
+                    return;    // stopped: onStop is queued behind this call
+                QString reason;
+                if (r == AVERROR_EOF)
+                    reason = QStringLiteral("end of stream");
+                else if (abortIo.loadAcquire())
+                    reason = QStringLiteral("no data for %1 s").arg(readTimeoutMs / 1000.0);
+                else
+                    reason = avError(r);
+                sourceLost(reason);
+                return;
+            }
+            if (pkt->stream_index != videoIndex && pkt->stream_index != audioIndex) {
+                av_packet_unref(pkt);
+                continue;
+            }
+            havePacket = true;
+        }
+        if (realtime) {
+            const AVStream *st = fmt->streams[pkt->stream_index];
+            const int64_t ts = pkt->dts != AV_NOPTS_VALUE ? pkt->dts : pkt->pts;
+            if (ts != AV_NOPTS_VALUE) {
+                const qint64 us = av_rescale_q(ts, st->time_base, usTimeBase);
+                if (!paceStarted) {
+                    paceStarted = true;
+                    paceOrigin = us;
+                    paceClock.start();
+                }
+                const qint64 dueUs = us - paceOrigin - paceClock.nsecsElapsed() / 1000;
+                if (dueUs > 1000) {
+                    deadlineMs.storeRelease(0);
+                    scheduleRead(int(qMin<qint64>(dueUs / 1000, 1000)));
+                    return;
+                }
+            }
+        }
+        sendCurrent();
+    }
+    if (running && fmt)
+        scheduleRead(0);
+}
+
+void VexaInputNet::sourceLost(const QString &reason)
+{
+    close();
+    connectedNow.storeRelease(0);
+    disconnects.fetchAndAddRelaxed(1);
+    lostAtMs = nowMs();
+    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] disconnected from %2: %3").arg(name(), url, reason);
+    sendEvent(QStringLiteral("disconnected"), reason);
+    if (!settings.value("reconnect", true).toBool()) {
+        // Without reconnection the source going away is the end of the
+        // stream, whichever way it went (SRT and UDP have no clean end).
+        running = false;
+        sendEvent(QStringLiteral("eos"), name());
+        return;
+    }
+    failedAttempts = 0;
+    retryDelayMs = secondsToMs(settings.value("reconnectDelay"), 0.5);
+    VexaNetWatch *w = watch;
+    const int delay = int(retryDelayMs);
+    QMetaObject::invokeMethod(w, [w, delay] { w->retry.start(delay); }, Qt::QueuedConnection);
+}
+
+void VexaInputNet::tryReconnect()
+{
+    if (!running)
+        return;
+    QString error;
+    if (open(&error)) {
+        reconnects.fetchAndAddRelaxed(1);
+        connectedNow.storeRelease(1);
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] connected again to %2").arg(name(), url);
+        sendEvent(QStringLiteral("connected"), url);
+        scheduleRead(0);
+        return;
+    }
+    if (!running || getState() != QLatin1String("started"))
+        return;
+    ++failedAttempts;
+    const int limit = settings.value("reconnectAttempts").toInt();
+    if (limit > 0 && failedAttempts >= limit) {
+        fail(QStringLiteral("gave up after %1 attempts: %2").arg(failedAttempts).arg(error));
+        return;
+    }
+    const qint64 maxDelay = secondsToMs(settings.value("reconnectMaxDelay"), 8);
+    retryDelayMs = qMin(qMax<qint64>(retryDelayMs * 2, 1), qMax<qint64>(maxDelay, 1));
+    if (debugLevel > 0)
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2; next attempt in %3 ms").arg(name(), error).arg(retryDelayMs);
+    VexaNetWatch *w = watch;
+    const int delay = int(retryDelayMs);
+    QMetaObject::invokeMethod(w, [w, delay] { w->retry.start(delay); }, Qt::QueuedConnection);
+}
+
+void VexaInputNet::sendCurrent()
+{
+    const AVStream *st = fmt->streams[pkt->stream_index];
+    const bool video = pkt->stream_index == videoIndex;
+
+    Packet out;
+    out.data = reinterpret_cast<char *>(pkt->data);
+    out.len = pkt->size;
+    out.tag = pkt->flags & VexaMedia::TagFlagsMask;
+    if (pkt->duration > 0 && pkt->duration <= maxTagDuration)
+        out.tag = qint32(quint32(out.tag) | (quint32(pkt->duration) << VexaMedia::TagDurationShift));
+    qint64 pts = pkt->pts != AV_NOPTS_VALUE ? av_rescale_q(pkt->pts, st->time_base, usTimeBase) : VexaMedia::NoPts;
+    qint64 dts = pkt->dts != AV_NOPTS_VALUE ? av_rescale_q(pkt->dts, st->time_base, usTimeBase) : VexaMedia::NoPts;
+    const qint64 ts = dts != VexaMedia::NoPts ? dts : pts;
+
+    if (ts != VexaMedia::NoPts) {
+        if (offset == NoOffset) {
+            // The connection's start (the earliest first timestamp of its
+            // streams) maps to 0 at first, after a reconnection to where the
+            // last one ended plus the time the source was away.
+            const qint64 start = fmt->start_time != AV_NOPTS_VALUE ? qMin<qint64>(fmt->start_time, ts) : ts;
+            if (lastEnd == std::numeric_limits<qint64>::min())
+                offset = -start;
+            else
+                offset = lastEnd + qMax<qint64>(0, nowMs() - lostAtMs) * 1000 - start;
+        }
+        qint64 &last = lastDts[video ? 1 : 0];
+        if (last != std::numeric_limits<qint64>::min() && ts + offset <= last) {
+            // Never back within a stream: every later timestamp moves on.
+            offset += last + 1 - (ts + offset);
+        }
+        last = ts + offset;
+        if (pts != VexaMedia::NoPts)
+            pts += offset;
+        if (dts != VexaMedia::NoPts)
+            dts += offset;
+        const qint64 dur = pkt->duration > 0 ? av_rescale_q(pkt->duration, st->time_base, usTimeBase) : 1;
+        lastEnd = qMax(lastEnd, qMax(last, pts) + dur);
+        if (last > mediaUs.loadRelaxed())
+            mediaUs.storeRelease(last);
+    }
+    out.pts = pts;
+    if (dts != pts)
+        out.altPts = dts;
+
+    if (video) {
+        sentPacketsV.fetchAndAddRelaxed(1);
+        bytesV.fetchAndAddRelaxed(pkt->size);
+        sendPacketV(out);
+    } else {
+        sentPacketsA.fetchAndAddRelaxed(1);
+        bytesA.fetchAndAddRelaxed(pkt->size);
+        sendPacketA(out);
+    }
+    av_packet_unref(pkt);
+    havePacket = false;
+}

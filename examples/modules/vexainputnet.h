@@ -1,0 +1,162 @@
+#ifndef VEXAINPUTNET_H
+#define VEXAINPUTNET_H
+
+#include <QAtomicInteger>
+#include <QElapsedTimer>
+#include <QThread>
+
+#include <limits>
+
+#include "vexaobject.h"
+#include "vexaexamplemodules_export.h"
+
+struct AVFormatContext;
+struct AVPacket;
+class VexaNetWatch;
+
+/**
+ * Source module: receives a live stream with libavformat and sends its best
+ * video stream on V and its best audio stream on A.
+ *
+ * URLs ("url"): rtsp:// (over TCP or UDP, "transport"), rtp:// and udp://
+ * carrying MPEG-TS, srt://, tcp:// (MPEG-TS) and http(s)://. With "listen"
+ * the module waits for the peer to connect and publish to it (tcp://,
+ * srt://, rtsp:// taking ANNOUNCE/RECORD) instead of connecting itself.
+ *
+ * Timeouts: opening (connect and reading the stream parameters) may take
+ * "openTimeout" seconds, and a source that sends nothing for "readTimeout"
+ * seconds counts as gone. Both are kept by a watchdog on timerThread, which
+ * also breaks a blocking read once the module is stopped.
+ *
+ * Reconnection: a source that goes away after it was connected (end of the
+ * stream, a read error, the read timeout) is reported with the event
+ * "disconnected" (value: the reason); with "reconnect" (default true) the
+ * module opens the URL again after "reconnectDelay" seconds, doubling the
+ * delay after every failed attempt up to "reconnectMaxDelay", and reports
+ * "connected" (value: the URL) when the stream is back. "reconnectAttempts"
+ * (default 0: no limit) bounds the failed attempts in a row; then the module
+ * reports "error". Without "reconnect" the source going away ends the stream
+ * ("eos"). A URL that cannot be opened the first time is an "error" at once:
+ * a wrong address is not a source that went away.
+ *
+ * Timestamps: microseconds, starting at 0. After a reconnection they go on
+ * from the last one sent plus the time the source was away, and never go
+ * back within a stream, whatever the new connection's own timestamps are.
+ * Descriptions (VexaMedia::describe) are sent before the first packet and
+ * again after a reconnection only when the stream really changed (another
+ * codec, size, rate or extradata).
+ *
+ * "realtime" paces the packets by their timestamps, for sources that send
+ * faster than real time (a file served over HTTP); a live source paces itself.
+ *
+ * Events: "connected", "disconnected", "error" (value: a message), "eos"
+ * (value: the module's name) when the source goes away and "reconnect" is
+ * false.
+ *
+ * Thread: the stream is read in the module's worker thread, one packet per
+ * read, up to a batch per posted call; the watchdog and the reconnection
+ * timers run on timerThread, which the first module starts and the last one
+ * destroyed quits and waits for.
+ */
+class VEXAEXAMPLEMODULES_EXPORT VexaInputNet : public VexaObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("setting:url", "string; stream to receive (rtsp, rtp, udp, srt, tcp, http, https)")
+    Q_CLASSINFO("setting:transport", "enum(tcp|udp|auto)=tcp; RTSP media transport")
+    Q_CLASSINFO("setting:listen", "bool=false; wait for the peer to connect and publish (tcp, srt, rtsp)")
+    Q_CLASSINFO("setting:openTimeout", "number=5; seconds allowed to connect and read the stream parameters")
+    Q_CLASSINFO("setting:readTimeout", "number=5; seconds without data after which the source counts as gone")
+    Q_CLASSINFO("setting:reconnect", "bool=true; open the stream again when the source goes away")
+    Q_CLASSINFO("setting:reconnectDelay", "number=0.5; seconds before the first new attempt")
+    Q_CLASSINFO("setting:reconnectMaxDelay", "number=8; longest wait between attempts, seconds (the wait doubles)")
+    Q_CLASSINFO("setting:reconnectAttempts", "int=0; failed attempts in a row before giving up (0: no limit)")
+    Q_CLASSINFO("setting:realtime", "bool=false; pace packets by their timestamps (sources faster than real time)")
+    Q_CLASSINFO("sends", "audio video events")
+    Q_CLASSINFO("accepts", "none")
+    Q_CLASSINFO("event:connected", "the stream is received (again) (value: url)")
+    Q_CLASSINFO("event:disconnected", "the source went away (value: reason)")
+    Q_CLASSINFO("event:eos", "the source went away and reconnect is off (value: module name)")
+    Q_CLASSINFO("event:error", "the stream could not be opened or was lost for good (value: message)")
+
+public:
+    Q_INVOKABLE explicit VexaInputNet(QObject *parent = nullptr);
+    ~VexaInputNet() override;
+
+    /**
+     * The thread the watchdog and reconnection timers of every VexaInputNet
+     * run on. Started by the first module that starts, quit and waited for
+     * when the last module is destroyed; the framework's SIGINT handler
+     * quits it too.
+     */
+    static QThread timerThread;
+
+    /**
+     * Counters: "packetsA", "packetsV", "bytesA", "bytesV", "dropped" (always
+     * 0), "connected" (bool), "disconnects", "reconnects", "mediaUs".
+     * Thread: thread-safe (called directly through invoke()).
+     */
+    Q_INVOKABLE QVariant stats();
+
+protected:
+    void onStart() override;
+    void onStop() override;
+
+private:
+    friend class VexaNetWatch;
+
+    bool open(QString *error);
+    void close();
+    void readSome();
+    void scheduleRead(int delayMs);
+    void sourceLost(const QString &reason);
+    void tryReconnect();
+    void fail(const QString &message);
+    void sendCurrent();
+    void describeStreams(bool again);
+    static int interrupted(void *opaque);
+
+    // Shared with the watchdog: steady-clock milliseconds after which a
+    // blocking call gives up (0: none), and the flag that makes it give up.
+    QAtomicInteger<qint64> deadlineMs = 0;
+    QAtomicInt abortIo = 0;
+
+    VexaNetWatch *watch = nullptr;
+
+    // Worker thread only.
+    AVFormatContext *fmt = nullptr;
+    AVPacket *pkt = nullptr;
+    bool havePacket = false;
+    int videoIndex = -1;
+    int audioIndex = -1;
+    bool running = false;
+    bool readPosted = false;
+    bool everConnected = false;
+    bool realtime = false;
+    int failedAttempts = 0;
+    qint64 retryDelayMs = 0;
+    qint64 openTimeoutMs = 0;
+    qint64 readTimeoutMs = 0;
+    QString url;
+
+    // Sent = the connection's own + offset; offset unknown until the first
+    // packet of a connection (NoOffset).
+    static constexpr qint64 NoOffset = std::numeric_limits<qint64>::min();
+    qint64 offset = NoOffset;
+    qint64 lastEnd = std::numeric_limits<qint64>::min();  // latest timestamp + duration sent
+    qint64 lostAtMs = 0;                 // steady clock when the source went away
+    qint64 lastDts[2] = {std::numeric_limits<qint64>::min(), std::numeric_limits<qint64>::min()};
+    qint64 paceOrigin = 0;
+    bool paceStarted = false;
+    QElapsedTimer paceClock;
+
+    QAtomicInteger<qint64> sentPacketsA = 0;
+    QAtomicInteger<qint64> sentPacketsV = 0;
+    QAtomicInteger<qint64> bytesA = 0;
+    QAtomicInteger<qint64> bytesV = 0;
+    QAtomicInteger<qint64> mediaUs = 0;
+    QAtomicInt connectedNow = 0;
+    QAtomicInt disconnects = 0;
+    QAtomicInt reconnects = 0;
+};
+
+#endif // VEXAINPUTNET_H

@@ -1,0 +1,577 @@
+#include "vexaoutputnet.h"
+
+#include <QMutexLocker>
+#include <QThread>
+
+#include <chrono>
+#include <cstring>
+
+#include "vexaexamples_p.h"
+#include "vexamedia.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace {
+
+const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
+// Packets that may wait for the second description before the header is
+// written with the streams known so far.
+const int headerWaitPackets = 64;
+const int maxRejectLines = 5;
+// The muxer's interleaving delay, as `ffmpeg` sets it by default.
+const int muxDelayUs = 700000;
+// How long a sender held back by a full queue sleeps before it looks at the
+// module's state again.
+const int holdBackSliceMs = 100;
+// MPEG-TS over datagrams: seven 188-byte packets per datagram.
+const char *const datagramSize = "1316";
+
+qint64 nowMs()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+QString avError(int code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
+    av_strerror(code, text, sizeof(text));
+    return QString::fromLocal8Bit(text);
+}
+
+qint64 decodeTime(const VexaObject::Packet &p)
+{
+    return p.altPts != -1 ? p.altPts : p.pts;
+}
+
+qint64 orderTime(const VexaObject::Packet &p)
+{
+    const qint64 t = decodeTime(p);
+    return t != VexaMedia::NoPts ? t : p.pts;
+}
+
+// The container a URL's scheme carries; null for a scheme not published to.
+const char *formatForScheme(const QString &scheme)
+{
+    if (scheme == QLatin1String("udp") || scheme == QLatin1String("srt") || scheme == QLatin1String("tcp"))
+        return "mpegts";
+    if (scheme == QLatin1String("rtsp"))
+        return "rtsp";
+    if (scheme == QLatin1String("rtmp"))
+        return "flv";
+    return nullptr;
+}
+
+} // namespace
+
+VexaOutputNet::VexaOutputNet(QObject *parent)
+    : VexaObject(parent)
+{
+    directInvokeNames << QStringLiteral("stats");
+}
+
+VexaOutputNet::~VexaOutputNet()
+{
+    if (sender) {
+        abortIo.storeRelease(1);
+        {
+            QMutexLocker locker(&gate);
+            phase = Closing;
+            changed.wakeAll();
+        }
+        sender->wait();
+        delete sender;
+    }
+    closeMuxer();
+    av_packet_free(&avpkt);
+    unref(queues[0]);
+    unref(queues[1]);
+}
+
+QVariant VexaOutputNet::stats()
+{
+    QVariantMap m;
+    m["packetsA"] = qint64(counts[0].written.loadAcquire());
+    m["packetsV"] = qint64(counts[1].written.loadAcquire());
+    m["bytesA"] = qint64(counts[0].bytes.loadAcquire());
+    m["bytesV"] = qint64(counts[1].bytes.loadAcquire());
+    m["receivedA"] = qint64(counts[0].received.loadAcquire());
+    m["receivedV"] = qint64(counts[1].received.loadAcquire());
+    m["droppedA"] = qint64(counts[0].dropped.loadAcquire());
+    m["droppedV"] = qint64(counts[1].dropped.loadAcquire());
+    m["dropped"] = qint64(counts[0].dropped.loadAcquire() + counts[1].dropped.loadAcquire());
+    m["rejected"] = qint64(counts[0].rejected.loadAcquire() + counts[1].rejected.loadAcquire());
+    m["dropping"] = dropSetting.loadAcquire() != 0;
+    m["mediaUs"] = qint64(mediaUs.loadAcquire());
+    return m;
+}
+
+int VexaOutputNet::interrupted(void *opaque)
+{
+    auto *self = static_cast<VexaOutputNet *>(opaque);
+    if (self->abortIo.loadAcquire())
+        return 1;
+    const qint64 deadline = self->deadlineMs.loadAcquire();
+    return deadline > 0 && nowMs() > deadline ? 1 : 0;
+}
+
+void VexaOutputNet::unref(QList<Queued> &list)
+{
+    for (Queued &q : list)
+        av_buffer_unref(&q.buf);
+    list.clear();
+}
+
+// Producer side ---------------------------------------------------------------
+
+void VexaOutputNet::onNewPacketA(Packet pkt)
+{
+    accept(pkt, false);
+}
+
+void VexaOutputNet::onNewPacketV(Packet pkt)
+{
+    accept(pkt, true);
+}
+
+void VexaOutputNet::accept(const Packet &in, bool video)
+{
+    Counters &c = counts[video ? 1 : 0];
+    c.received.fetchAndAddRelaxed(1);
+    if (in.len < 0 || (in.len > 0 && !in.data)) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return;
+    }
+    // The copy is made outside the lock; the muxer takes it as it is.
+    Queued q;
+    q.meta = in;
+    q.meta.data = nullptr;
+    q.buf = av_buffer_alloc(size_t(in.len) + AV_INPUT_BUFFER_PADDING_SIZE);
+    if (!q.buf) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return;
+    }
+    if (in.len > 0)
+        memcpy(q.buf->data, in.data, size_t(in.len));
+    memset(q.buf->data + in.len, 0, AV_INPUT_BUFFER_PADDING_SIZE);
+
+    QList<Queued> old;
+    {
+        QMutexLocker locker(&gate);
+        QList<Queued> &queue = queues[video ? 1 : 0];
+        const int bound = bounds[video ? 1 : 0];
+        if (!dropMode) {
+            // Held back while the network is slower than the stream; gives up
+            // once the module is stopped (the state changes before onStop
+            // runs, so it is looked at too) or the destination failed.
+            while (phase == Running && queue.size() >= bound && getState() == QLatin1String("started"))
+                changed.wait(&gate, holdBackSliceMs);
+        }
+        if (phase != Running) {
+            locker.unlock();
+            av_buffer_unref(&q.buf);
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        while (queue.size() >= bound)
+            old.append(queue.takeFirst());
+        queue.append(q);
+        changed.wakeAll();
+    }
+    if (!old.isEmpty()) {
+        c.dropped.fetchAndAddRelaxed(old.size());
+        unref(old);
+    }
+}
+
+// Worker side -------------------------------------------------------------------
+
+void VexaOutputNet::onStart()
+{
+    if (sender) {
+        sender->wait();
+        delete sender;
+        sender = nullptr;
+    }
+    closeMuxer();
+    url = settings.value("url").toString();
+    openTimeoutMs = qint64(qMax(0.0, settings.value("openTimeout", 5.0).toDouble()) * 1000);
+    writeTimeoutMs = qint64(qMax(0.0, settings.value("writeTimeout", 5.0).toDouble()) * 1000);
+    rejectLines = 0;
+    firstDts = VexaMedia::NoPts;
+    if (!avpkt)
+        avpkt = av_packet_alloc();
+    {
+        QMutexLocker locker(&gate);
+        dropMode = settings.value("overflow", QStringLiteral("drop")).toString() != QLatin1String("wait");
+        dropSetting.storeRelease(dropMode ? 1 : 0);
+        bounds[0] = bufLenA < 0 ? std::numeric_limits<int>::max() : qMax(2, int(bufLenA));
+        bounds[1] = bufLenV < 0 ? std::numeric_limits<int>::max() : qMax(2, int(bufLenV));
+        described[0] = inInfoA;
+        described[1] = inInfoV;
+        phase = Running;
+        changed.wakeAll();
+    }
+    abortIo.storeRelease(0);
+    sender = QThread::create([this] { run(); });
+    sender->setObjectName(name() + QStringLiteral("-send"));
+    sender->start();
+}
+
+void VexaOutputNet::onStop()
+{
+    {
+        QMutexLocker locker(&gate);
+        if (phase == Running)
+            phase = Closing;
+        changed.wakeAll();
+    }
+    if (sender) {
+        sender->wait();
+        delete sender;
+        sender = nullptr;
+    }
+    {
+        QMutexLocker locker(&gate);
+        phase = Idle;
+    }
+    const QVariantMap s = stats().toMap();
+    if (debugLevel > 0 || s.value("dropped").toLongLong() > 0)
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] sent %2 audio and %3 video packets, dropped %4 (%5 audio, %6 video)")
+                                         .arg(name())
+                                         .arg(s.value("packetsA").toLongLong())
+                                         .arg(s.value("packetsV").toLongLong())
+                                         .arg(s.value("dropped").toLongLong())
+                                         .arg(s.value("droppedA").toLongLong())
+                                         .arg(s.value("droppedV").toLongLong());
+}
+
+void VexaOutputNet::onNewInfoA(StreamInfo info)
+{
+    QMutexLocker locker(&gate);
+    described[0] = info;
+    changed.wakeAll();
+}
+
+void VexaOutputNet::onNewInfoV(StreamInfo info)
+{
+    QMutexLocker locker(&gate);
+    described[1] = info;
+    changed.wakeAll();
+}
+
+// Sending thread ----------------------------------------------------------------
+
+void VexaOutputNet::run()
+{
+    // Wait for the descriptions (or enough packets of one kind, or stop).
+    StreamInfo infos[2];
+    {
+        QMutexLocker locker(&gate);
+        for (;;) {
+            const bool haveA = described[0].type != 0;
+            const bool haveV = described[1].type != 0;
+            // One kind described: go without the other once its packets
+            // would soon fill their queue.
+            const bool enough = queues[0].size() >= qMin(headerWaitPackets, bounds[0]) - 1
+                    || queues[1].size() >= qMin(headerWaitPackets, bounds[1]) - 1;
+            if ((haveA && haveV) || ((haveA || haveV) && enough))
+                break;
+            if (phase != Running) {
+                if (haveA || haveV)
+                    break;
+                // Nothing was described: nothing to publish.
+                QList<Queued> rest[2] = {queues[0], queues[1]};
+                queues[0].clear();
+                queues[1].clear();
+                locker.unlock();
+                for (int k = 0; k < 2; ++k) {
+                    counts[k].dropped.fetchAndAddRelaxed(rest[k].size());
+                    unref(rest[k]);
+                }
+                return;
+            }
+            changed.wait(&gate);
+        }
+        infos[0] = described[0];
+        infos[1] = described[1];
+    }
+
+    QString error;
+    for (int k = 0; k < 2; ++k) {
+        tracks[k] = Track();
+        if (infos[k].type == 0)
+            continue;
+        const QVariantMap &params = infos[k].params;
+        tracks[k].flagsInTag = params.value("packetFlags").toString() == QLatin1String("tag");
+        tracks[k].durationInTag = params.value("packetDuration").toString() == QLatin1String("tag");
+        const int num = params.value("timeBaseNum").toInt();
+        const int den = params.value("timeBaseDen").toInt();
+        tracks[k].sourceTimeBase = num > 0 && den > 0 ? AVRational{num, den} : usTimeBase;
+    }
+    if (!openDestination(&error)) {
+        fail(error);
+        return;
+    }
+
+    bool closing = false;
+    qint64 flushDeadline = 0;
+    while (oc) {
+        QList<Queued> batch[2];
+        {
+            QMutexLocker locker(&gate);
+            while (phase == Running && queues[0].isEmpty() && queues[1].isEmpty())
+                changed.wait(&gate);
+            batch[0].swap(queues[0]);
+            batch[1].swap(queues[1]);
+            closing = phase != Running;
+            // Senders held back may go on.
+            changed.wakeAll();
+        }
+        if (closing && flushDeadline == 0)
+            flushDeadline = nowMs() + writeTimeoutMs;
+        // Merge by decode time; the muxer's interleaving does the rest.
+        int i[2] = {0, 0};
+        while (oc && (i[0] < batch[0].size() || i[1] < batch[1].size())) {
+            int k;
+            if (i[0] >= batch[0].size())
+                k = 1;
+            else if (i[1] >= batch[1].size())
+                k = 0;
+            else
+                k = orderTime(batch[1].at(i[1]).meta) <= orderTime(batch[0].at(i[0]).meta) ? 1 : 0;
+            deadlineMs.storeRelease(closing ? flushDeadline : nowMs() + writeTimeoutMs);
+            writeOne(batch[k].at(i[k]++), k == 1);
+        }
+        deadlineMs.storeRelease(0);
+        for (int k = 0; k < 2; ++k) {
+            // What a failure left unwritten.
+            counts[k].dropped.fetchAndAddRelaxed(batch[k].size() - i[k]);
+            unref(batch[k]);
+        }
+        if (closing && batch[0].isEmpty() && batch[1].isEmpty())
+            break;
+        if (closing) {
+            QMutexLocker locker(&gate);
+            if (queues[0].isEmpty() && queues[1].isEmpty())
+                break;
+        }
+    }
+    finish();
+}
+
+bool VexaOutputNet::openDestination(QString *error)
+{
+    const int colon = url.indexOf(QLatin1String("://"));
+    const QString scheme = colon > 0 ? url.left(colon).toLower() : QString();
+    if (url.isEmpty()) {
+        *error = QStringLiteral("no \"url\" setting");
+        return false;
+    }
+    const char *guessed = formatForScheme(scheme);
+    if (!guessed) {
+        *error = QStringLiteral("unsupported URL scheme in %1 (use udp, srt, tcp, rtsp or rtmp)").arg(url);
+        return false;
+    }
+    const QByteArray named = settings.value("format").toString().toLatin1();
+    const char *format = named.isEmpty() ? guessed : named.constData();
+    const QByteArray u = url.toUtf8();
+    int r = avformat_alloc_output_context2(&oc, nullptr, format, u.constData());
+    if (r < 0 || !oc) {
+        *error = QStringLiteral("unknown container \"%1\"").arg(QString::fromLatin1(format));
+        oc = nullptr;
+        return false;
+    }
+    oc->interrupt_callback.callback = &VexaOutputNet::interrupted;
+    oc->interrupt_callback.opaque = this;
+    // Every packet goes out at once rather than when the I/O buffer fills.
+    oc->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+    oc->max_interleave_delta = VexaMedia::TimeBase;
+    oc->max_delay = muxDelayUs;
+
+    for (int k : {1, 0}) {
+        if (tracks[k].sourceTimeBase.num == 0)
+            continue;
+        QVariantMap params;
+        {
+            QMutexLocker locker(&gate);
+            params = described[k].params;
+        }
+        AVStream *st = avformat_new_stream(oc, nullptr);
+        if (!st || !VexaMedia::toCodecParameters(params, st->codecpar)) {
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
+                                             .arg(name(), k == 1 ? "video" : "audio", params.value("codecName").toString());
+            continue;
+        }
+        st->time_base = tracks[k].sourceTimeBase;
+        const int frNum = params.value("frameRateNum").toInt();
+        const int frDen = params.value("frameRateDen").toInt();
+        if (frNum > 0 && frDen > 0)
+            st->avg_frame_rate = AVRational{frNum, frDen};
+        VexaMedia::toStream(params, st);
+        st->codecpar->codec_tag = VexaMedia::keepCodecTag(params, oc->oformat->codec_tag);
+        tracks[k].index = st->index;
+    }
+    if (oc->nb_streams == 0) {
+        *error = QStringLiteral("no usable stream description received for %1").arg(url);
+        closeMuxer();
+        return false;
+    }
+
+    AVDictionary *opts = nullptr;
+    const bool listen = settings.value("listen").toBool();
+    if (scheme == QLatin1String("rtsp"))
+        av_dict_set(&opts, "rtsp_transport", settings.value("transport", QStringLiteral("tcp")).toString().toLatin1().constData(), 0);
+    else if (scheme == QLatin1String("tcp") && listen)
+        av_dict_set(&opts, "listen", "1", 0);
+    else if (scheme == QLatin1String("srt")) {
+        av_dict_set(&opts, "mode", listen ? "listener" : "caller", 0);
+        // Closing waits for what is still in flight instead of dropping it.
+        av_dict_set(&opts, "linger", QByteArray::number(qMax<qint64>(1, (writeTimeoutMs + 999) / 1000)).constData(), 0);
+    }
+    if ((scheme == QLatin1String("srt") || scheme == QLatin1String("udp")) && !strcmp(format, "mpegts"))
+        av_dict_set(&opts, "pkt_size", datagramSize, 0);
+
+    deadlineMs.storeRelease(nowMs() + openTimeoutMs);
+    if (!(oc->oformat->flags & AVFMT_NOFILE)) {
+        r = avio_open2(&oc->pb, u.constData(), AVIO_FLAG_WRITE, &oc->interrupt_callback, &opts);
+        if (r < 0) {
+            deadlineMs.storeRelease(0);
+            av_dict_free(&opts);
+            *error = interrupted(this) && !abortIo.loadAcquire()
+                    ? QStringLiteral("cannot reach %1 within %2 s").arg(url).arg(openTimeoutMs / 1000.0)
+                    : QStringLiteral("cannot open %1: %2").arg(url, avError(r));
+            closeMuxer();
+            return false;
+        }
+    }
+    r = avformat_write_header(oc, &opts);
+    const bool late = interrupted(this) && !abortIo.loadAcquire();
+    deadlineMs.storeRelease(0);
+    av_dict_free(&opts);
+    if (r < 0) {
+        *error = late ? QStringLiteral("cannot reach %1 within %2 s").arg(url).arg(openTimeoutMs / 1000.0)
+                      : QStringLiteral("cannot start the stream to %1: %2").arg(url, avError(r));
+        closeMuxer();
+        return false;
+    }
+    if (debugLevel > 0)
+        qCDebug(lcExamples).noquote() << name() << "publishing to" << url << "as" << oc->oformat->name;
+    return true;
+}
+
+bool VexaOutputNet::writeOne(const Queued &q, bool video)
+{
+    Counters &c = counts[video ? 1 : 0];
+    Track &t = tracks[video ? 1 : 0];
+    if (t.index < 0) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return false;
+    }
+    const AVStream *st = oc->streams[t.index];
+    const Packet &p = q.meta;
+    avpkt->buf = av_buffer_ref(q.buf);
+    if (!avpkt->buf) {
+        c.dropped.fetchAndAddRelaxed(1);
+        return false;
+    }
+    avpkt->data = q.buf->data;
+    avpkt->size = p.len;
+    avpkt->stream_index = t.index;
+    const qint64 dts = decodeTime(p);
+    avpkt->pts = p.pts == VexaMedia::NoPts ? AV_NOPTS_VALUE
+            : av_rescale_q(av_rescale_q(p.pts, usTimeBase, t.sourceTimeBase), t.sourceTimeBase, st->time_base);
+    avpkt->dts = dts == VexaMedia::NoPts ? AV_NOPTS_VALUE
+            : av_rescale_q(av_rescale_q(dts, usTimeBase, t.sourceTimeBase), t.sourceTimeBase, st->time_base);
+    avpkt->flags = t.flagsInTag ? (p.tag & (AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD | AV_PKT_FLAG_DISPOSABLE)) : 0;
+    avpkt->duration = t.flagsInTag && t.durationInTag
+            ? av_rescale_q(VexaMedia::tagDuration(p.tag), t.sourceTimeBase, st->time_base) : 0;
+    avpkt->pos = -1;
+    // Decode times must rise for the muxer: a repeated or earlier one (a
+    // source that restarted) is moved just past the last.
+    if (avpkt->dts != AV_NOPTS_VALUE && t.lastDts != std::numeric_limits<int64_t>::min() && avpkt->dts <= t.lastDts) {
+        const int64_t least = t.lastDts + 1;
+        if (avpkt->pts != AV_NOPTS_VALUE && avpkt->pts < least)
+            avpkt->pts = least;
+        avpkt->dts = least;
+    }
+    if (avpkt->dts != AV_NOPTS_VALUE)
+        t.lastDts = avpkt->dts;
+    if (dts != VexaMedia::NoPts) {
+        if (firstDts == VexaMedia::NoPts)
+            firstDts = dts;
+        if (dts - firstDts > mediaUs.loadRelaxed())
+            mediaUs.storeRelease(dts - firstDts);
+    }
+    const int r = av_interleaved_write_frame(oc, avpkt);
+    if (r < 0) {
+        c.dropped.fetchAndAddRelaxed(1);
+        if (r == AVERROR_EXIT || r == AVERROR(EPIPE) || r == AVERROR(ECONNRESET) || r == AVERROR(EIO)
+                || r == AVERROR(ETIMEDOUT) || r == AVERROR(ECONNREFUSED)) {
+            const bool late = r == AVERROR_EXIT && !abortIo.loadAcquire();
+            fail(late ? QStringLiteral("%1 took no data for %2 s").arg(url).arg(writeTimeoutMs / 1000.0)
+                      : QStringLiteral("cannot send to %1: %2").arg(url, avError(r)));
+            return false;
+        }
+        c.rejected.fetchAndAddRelaxed(1);
+        if (rejectLines++ < maxRejectLines)
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
+                                             .arg(name(), video ? "video" : "audio")
+                                             .arg(static_cast<long long>(p.pts)).arg(avError(r));
+        return true;
+    }
+    c.written.fetchAndAddRelaxed(1);
+    c.bytes.fetchAndAddRelaxed(p.len);
+    return true;
+}
+
+void VexaOutputNet::finish()
+{
+    if (!oc)
+        return;
+    deadlineMs.storeRelease(nowMs() + writeTimeoutMs);
+    av_interleaved_write_frame(oc, nullptr);
+    const int r = av_write_trailer(oc);
+    deadlineMs.storeRelease(0);
+    closeMuxer();
+    if (r < 0) {
+        fail(QStringLiteral("cannot finish the stream to %1: %2").arg(url, avError(r)));
+        return;
+    }
+    sendEvent(QStringLiteral("done"), stats());
+}
+
+void VexaOutputNet::fail(const QString &message)
+{
+    closeMuxer();
+    QList<Queued> rest[2];
+    {
+        // Senders stop waiting and drop until the module is stopped.
+        QMutexLocker locker(&gate);
+        phase = Closing;
+        rest[0].swap(queues[0]);
+        rest[1].swap(queues[1]);
+        changed.wakeAll();
+    }
+    for (int k = 0; k < 2; ++k) {
+        counts[k].dropped.fetchAndAddRelaxed(rest[k].size());
+        unref(rest[k]);
+    }
+    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    sendEvent(QStringLiteral("error"), message);
+}
+
+void VexaOutputNet::closeMuxer()
+{
+    if (!oc)
+        return;
+    if (oc->pb && !(oc->oformat->flags & AVFMT_NOFILE))
+        avio_closep(&oc->pb);
+    avformat_free_context(oc);
+    oc = nullptr;
+}

@@ -1,0 +1,157 @@
+#ifndef VEXAOUTPUTNET_H
+#define VEXAOUTPUTNET_H
+
+#include <QAtomicInteger>
+#include <QMutex>
+#include <QWaitCondition>
+
+#include <cstdint>
+#include <limits>
+
+extern "C" {
+#include <libavutil/rational.h>
+}
+
+#include "vexaobject.h"
+#include "vexaexamplemodules_export.h"
+
+struct AVBufferRef;
+struct AVFormatContext;
+struct AVPacket;
+class QThread;
+
+/**
+ * Sink module: publishes the audio and video packets it receives to a
+ * network destination with libavformat.
+ *
+ * URLs ("url"): udp://, srt:// and tcp:// carry MPEG-TS, rtsp:// publishes
+ * to an RTSP server (ANNOUNCE, then RECORD over "transport" tcp or udp) and
+ * rtmp:// carries FLV. "format" names another container. With "listen"
+ * (tcp://, srt://) the module waits for the receiver to connect instead of
+ * connecting itself.
+ *
+ * Sending: each packet goes out as soon as it arrives, through the muxer's
+ * interleaving, on a sending thread of the module's own; the source sets the
+ * pace (a network source, or an InputFile with "realtime"). When the
+ * network is slower than the stream the queue fills: with "overflow" "drop"
+ * (the default, as a live destination wants) the oldest queued packet of
+ * that kind is dropped, counted in stats() ("dropped", "droppedA",
+ * "droppedV", with "dropping" true) and reported when the module stops;
+ * with "wait" the sending module is held back until there is room, and gives
+ * up (the packet is counted as dropped) once this module is stopped.
+ * "bufLenA"/"bufLenV" bound the queues (at least 2).
+ *
+ * Timeouts: connecting and writing the header may take "openTimeout"
+ * seconds, one write "writeTimeout" seconds; then the destination counts as
+ * gone and the module reports "error". At stop, what is queued is still
+ * sent, for at most "writeTimeout" seconds, then the trailer.
+ *
+ * Stream descriptions (VexaMedia) make the output streams; the header is
+ * written once both kinds are described, or once one kind is and enough of
+ * its packets wait, or at stop. A description that changes after the header
+ * is ignored (with a debug line).
+ *
+ * Events: "done" (value: the counters of stats()) after the trailer;
+ * "error" (value: a message) when the destination cannot be reached or
+ * written to.
+ *
+ * Thread: onNewPacketA/V copy the payload into a buffer of its own and queue
+ * it in the sending thread; the destination is written in the module's
+ * sending thread, started by onStart and joined by onStop.
+ */
+class VEXAEXAMPLEMODULES_EXPORT VexaOutputNet : public VexaObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("setting:url", "string; destination (udp, srt, tcp: MPEG-TS; rtsp: RTSP publishing; rtmp: FLV)")
+    Q_CLASSINFO("setting:format", "string; container short name (default: from the URL)")
+    Q_CLASSINFO("setting:transport", "enum(tcp|udp)=tcp; RTSP media transport")
+    Q_CLASSINFO("setting:listen", "bool=false; wait for the receiver to connect (tcp, srt)")
+    Q_CLASSINFO("setting:overflow", "enum(drop|wait)=drop; drop: a slow network drops the oldest packets, wait: hold the sender back")
+    Q_CLASSINFO("setting:openTimeout", "number=5; seconds allowed to reach the destination")
+    Q_CLASSINFO("setting:writeTimeout", "number=5; seconds one write may block before the destination counts as gone")
+    Q_CLASSINFO("sends", "events")
+    Q_CLASSINFO("accepts", "audio video")
+    Q_CLASSINFO("event:done", "the stream was finished (value: counters)")
+    Q_CLASSINFO("event:error", "the destination could not be reached or written to (value: message)")
+
+public:
+    Q_INVOKABLE explicit VexaOutputNet(QObject *parent = nullptr);
+    ~VexaOutputNet() override;
+
+    /**
+     * Counters: "packetsA"/"packetsV" and "bytesA"/"bytesV" sent,
+     * "receivedA"/"receivedV", "droppedA"/"droppedV" and "dropped" (their
+     * sum), "rejected" (of those, refused by the muxer), "dropping" (true
+     * when "overflow" is "drop"), "mediaUs". Thread: thread-safe.
+     */
+    Q_INVOKABLE QVariant stats();
+
+    void onNewPacketA(Packet pkt) override;
+    void onNewPacketV(Packet pkt) override;
+
+protected:
+    void onStart() override;
+    void onStop() override;
+    void onNewInfoA(StreamInfo info) override;
+    void onNewInfoV(StreamInfo info) override;
+
+private:
+    struct Queued {
+        Packet meta;            // data unused: the payload is buf
+        AVBufferRef *buf = nullptr;
+    };
+    struct Counters {
+        QAtomicInteger<qint64> received = 0;
+        QAtomicInteger<qint64> written = 0;
+        QAtomicInteger<qint64> bytes = 0;
+        QAtomicInteger<qint64> dropped = 0;
+        QAtomicInteger<qint64> rejected = 0;
+    };
+    struct Track {
+        int index = -1;
+        AVRational sourceTimeBase{0, 1};
+        bool flagsInTag = false;
+        bool durationInTag = false;
+        int64_t lastDts = std::numeric_limits<int64_t>::min();
+    };
+    enum Phase { Idle = 0, Running = 1, Closing = 2 };
+
+    void accept(const Packet &pkt, bool video);
+    void run();
+    bool openDestination(QString *error);
+    bool writeOne(const Queued &q, bool video);
+    void finish();
+    void closeMuxer();
+    void fail(const QString &message);
+    static void unref(QList<Queued> &list);
+    static int interrupted(void *opaque);
+
+    // Shared by the senders, the worker and the sending thread; guarded by gate.
+    QMutex gate;
+    QWaitCondition changed;     // a packet, room, a description or a phase change
+    QList<Queued> queues[2];    // audio, video
+    StreamInfo described[2];    // audio, video: copies of inInfoA/V
+    int phase = Idle;
+    bool dropMode = true;
+    int bounds[2] = {20, 20};
+
+    QAtomicInt abortIo = 0;
+    QAtomicInteger<qint64> deadlineMs = 0;   // steady clock; 0: none
+    QAtomicInt dropSetting = 1;
+    QAtomicInteger<qint64> mediaUs = 0;
+    QThread *sender = nullptr;  // worker thread only
+
+    // Sending thread only.
+    AVFormatContext *oc = nullptr;
+    AVPacket *avpkt = nullptr;
+    Track tracks[2];
+    qint64 firstDts = std::numeric_limits<qint64>::min();
+    qint64 openTimeoutMs = 0;
+    qint64 writeTimeoutMs = 0;
+    QString url;
+    int rejectLines = 0;
+
+    Counters counts[2];         // audio, video
+};
+
+#endif // VEXAOUTPUTNET_H

@@ -1,0 +1,181 @@
+#ifndef NETPEER_H
+#define NETPEER_H
+
+// The far end of the network tests: free loopback ports, an `ffmpeg` peer
+// that publishes or receives, and small socket peers that misbehave (silent,
+// garbage, never reading). Everything stays on 127.0.0.1.
+
+#include <QFile>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QtTest>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <vector>
+#include <thread>
+
+namespace NetPeer {
+
+// Scales waits and clip lengths under an emulator, where everything of ours
+// runs many times slower than the ffmpeg peer.
+inline int scaled(int ms)
+{
+#ifdef VEXA_TEST_EMULATOR
+    return ms * 8;
+#else
+    return ms;
+#endif
+}
+
+// A port that was free a moment ago: bound to 127.0.0.1:0, then released.
+inline int freePort(bool udp = false)
+{
+    const int fd = ::socket(AF_INET, udp ? SOCK_DGRAM : SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = 0;
+    socklen_t len = sizeof(a);
+    int port = -1;
+    if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof(a)) == 0
+            && ::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) == 0)
+        port = ntohs(a.sin_port);
+    if (fd >= 0)
+        ::close(fd);
+    return port;
+}
+
+// True once something on this machine listens on the TCP port (or has the
+// UDP port bound), read from the kernel's socket tables so that no probing
+// connection is taken for the peer.
+inline bool bound(int port, bool udp)
+{
+    QFile f(QString::fromLatin1(udp ? "/proc/net/udp" : "/proc/net/tcp"));
+    if (!f.open(QIODevice::ReadOnly))
+        return false;
+    const QString want = QStringLiteral(":%1").arg(port, 4, 16, QLatin1Char('0')).toUpper();
+    for (const QByteArray &line : f.readAll().split('\n')) {
+        const QStringList cols = QString::fromLatin1(line).simplified().split(QLatin1Char(' '));
+        if (cols.size() > 3 && cols.at(1).endsWith(want) && (udp || cols.at(3) == QLatin1String("0A")))
+            return true;
+    }
+    return false;
+}
+
+inline bool waitBound(int port, bool udp, int timeoutMs = 20000)
+{
+    return QTest::qWaitFor([&] { return bound(port, udp); }, scaled(timeoutMs));
+}
+
+// An ffmpeg process that is killed when it goes out of scope.
+class Ffmpeg
+{
+public:
+    ~Ffmpeg() { stop(); }
+    void start(const QStringList &args)
+    {
+        proc.start(QStringLiteral("ffmpeg"), QStringList{"-hide_banner", "-nostdin", "-loglevel", "error", "-y"} + args);
+        proc.waitForStarted(10000);
+    }
+    // Waits for the end by itself; false (and killed) when it did not end in time.
+    bool wait(int timeoutMs)
+    {
+        if (proc.state() == QProcess::NotRunning)
+            return true;
+        if (proc.waitForFinished(scaled(timeoutMs)))
+            return true;
+        stop();
+        return false;
+    }
+    void stop()
+    {
+        if (proc.state() != QProcess::NotRunning) {
+            proc.kill();
+            proc.waitForFinished(10000);
+        }
+    }
+    QString errors() { return QString::fromLocal8Bit(proc.readAllStandardError()); }
+    QProcess proc;
+};
+
+// A TCP peer on a free port that accepts one connection and then either
+// sends garbage, stays silent, or never reads what it is sent; it ends when
+// the object goes out of scope.
+class SocketPeer
+{
+public:
+    // Garbage: sends 256 KiB of noise and hangs up; Silent: neither sends
+    // nor reads; Slow: reads 16 KiB every 20 ms or so.
+    enum Mode { Garbage, Silent, Slow };
+    explicit SocketPeer(Mode mode)
+    {
+        fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof(a);
+        // A small receive buffer: a peer that never reads fills it soon.
+        const int small = 4096;
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+        if (::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof(a)) != 0 || ::listen(fd, 4) != 0
+                || ::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) != 0)
+            return;
+        port = ntohs(a.sin_port);
+        worker = std::thread([this, mode] {
+            while (!done.load()) {
+                timeval tv{0, mode == Slow ? 20000 : 100000};
+                fd_set set;
+                FD_ZERO(&set);
+                FD_SET(fd, &set);
+                if (::select(fd + 1, &set, nullptr, nullptr, &tv) <= 0) {
+                    if (mode == Slow) {
+                        char buf[16384];
+                        for (int c : clients)
+                            ::recv(c, buf, sizeof(buf), MSG_DONTWAIT);
+                    }
+                    continue;
+                }
+                const int c = ::accept(fd, nullptr, nullptr);
+                if (c < 0)
+                    continue;
+                clients.push_back(c);
+                if (mode == Garbage) {
+                    char junk[4096];
+                    for (size_t i = 0; i < sizeof(junk); ++i)
+                        junk[i] = char((i * 7919u + 13u) % 251u);
+                    for (int n = 0; n < 64 && !done.load(); ++n)
+                        if (::send(c, junk, sizeof(junk), MSG_NOSIGNAL) < 0)
+                            break;
+                    ::shutdown(c, SHUT_RDWR);
+                }
+            }
+        });
+    }
+    ~SocketPeer()
+    {
+        done.store(true);
+        if (worker.joinable())
+            worker.join();
+        for (int c : clients)
+            ::close(c);
+        if (fd >= 0)
+            ::close(fd);
+    }
+    int port = -1;
+
+private:
+    int fd = -1;
+    std::atomic<bool> done{false};
+    std::thread worker;
+    std::vector<int> clients;
+};
+
+} // namespace NetPeer
+
+#endif // NETPEER_H
