@@ -291,8 +291,9 @@ void Launcher::shutdown(int exitCode, const QString &why)
         if (obj->getState() == QLatin1String("started"))
             obj->stop(true);
     }
-    // Events sent while stopping ("done", last "stats", late "error") are still delivered.
-    QCoreApplication::processEvents();
+    // Events sent while stopping ("done", last "stats", late "error") are still
+    // delivered, before the summary and the exit status.
+    deliverModuleEvents();
 
     // Summary table.
     QTextStream out(stdout);
@@ -353,9 +354,20 @@ void Launcher::shutdown(int exitCode, const QString &why)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
         QThread::msleep(1);
     }
+    // An error sent while the modules went away still decides the status.
+    deliverModuleEvents();
     objects.clear();
     releaseMediaMemory();
     emit finished(code);
+}
+
+// The shutdown usually runs inside an event handler of the launcher's own (a
+// module's "eos" or "error"), where a nested processEvents() does not reliably
+// deliver the events posted to the launcher meanwhile: they are sent here.
+void Launcher::deliverModuleEvents()
+{
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
 }
 
 bool Launcher::reportLosses()

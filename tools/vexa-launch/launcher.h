@@ -69,6 +69,7 @@ private:
     void shutdown(int exitCode, const QString &why);
     /** Reports the packets each module lost without being asked to; true when any. */
     bool reportLosses();
+    void deliverModuleEvents();
     QVariantMap statsOf(VexaObject *obj, bool running);
     void graphNow();
     /** One line on stderr; informational lines are left out with --quiet. */
