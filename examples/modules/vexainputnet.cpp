@@ -26,9 +26,11 @@ namespace {
 struct TimerThreadGuard {
     ~TimerThreadGuard()
     {
+        // The thread only runs timers and ends at once on a real board; an
+        // emulator on a loaded machine may take seconds.
         if (VexaInputNet::timerThread.isRunning()) {
             VexaInputNet::timerThread.quit();
-            VexaInputNet::timerThread.wait(1000);
+            VexaInputNet::timerThread.wait(30000);
         }
     }
 } timerThreadGuard;

@@ -350,7 +350,10 @@ void Launcher::shutdown(int exitCode, const QString &why)
         objects.at(i)->destroy();
     QElapsedTimer wait;
     wait.start();
-    while (alive->loadAcquire() > 0 && wait.elapsed() < 5000) {
+    // Normally milliseconds; the bound only keeps a module that never goes
+    // from holding the exit up for good (an emulator on a loaded machine
+    // can take seconds).
+    while (alive->loadAcquire() > 0 && wait.elapsed() < 30000) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
         QThread::msleep(1);
     }
