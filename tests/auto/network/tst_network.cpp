@@ -464,8 +464,13 @@ private slots:
         QTest::addColumn<QString>("message");
         QTest::addColumn<bool>("reads");
         QTest::newRow("drop") << "drop" << 0 << "\\[out\\] sent \\d+ audio and \\d+ video packets, dropped [1-9]\\d*" << true;
+        // The sender stalls only once the socket buffers are full: a
+        // sanitizer or emulated build's looped input does not fill them
+        // within the run, and the row then proves nothing.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(VEXA_TEST_EMULATOR)
         QTest::newRow("wait, receiver stalled") << "wait" << 4 << "error: out: tcp://127\\.0\\.0\\.1:\\d+ took no data for 1 s"
                                                 << false;
+#endif
     }
     void slowReceiver()
     {
