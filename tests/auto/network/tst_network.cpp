@@ -114,8 +114,14 @@ private slots:
         QTest::newRow("rtp") << "rtp://127.0.0.1:@PORT@" << QString()
                              << QStringList{"-re", "-i", "@DIR@/clip.ts", "-c", "copy", "-f", "rtp_mpegts", "rtp://127.0.0.1:@PORT@"}
                              << true << true << false;
+        // FFmpeg's UDP input ends its receiving thread with pthread_cancel()
+        // inside a blocking recv(); ThreadSanitizer's runtime ends the
+        // process for a thread that finishes inside an intercepted call, so
+        // this row runs in the other builds only.
+#if !defined(__SANITIZE_THREAD__)
         QTest::newRow("udp") << "udp://127.0.0.1:@PORT@" << QString()
                              << (ts + QStringList{"udp://127.0.0.1:@PORT@?pkt_size=1316"}) << true << true << false;
+#endif
         const QStringList rtsp{"-re", "-i", "@DIR@/live.mp4", "-c", "copy", "-f", "rtsp", "-rtsp_transport"};
         QTest::newRow("rtsp over tcp") << "rtsp://127.0.0.1:@PORT@/live" << R"(, "listen": true, "transport": "tcp")"
                                        << (rtsp + QStringList{"tcp", "rtsp://127.0.0.1:@PORT@/live"}) << true << false << false;
