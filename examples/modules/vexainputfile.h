@@ -2,17 +2,15 @@
 #define VEXAINPUTFILE_H
 
 #include <QAtomicInteger>
-#include <QElapsedTimer>
 
 #include <limits>
+#include <memory>
 
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
-struct AVFormatContext;
-struct AVPacket;
 struct AVStream;
-class QTimer;
+class VexaDemuxer;
 
 /**
  * Source module: demuxes a media file with libavformat and sends the best
@@ -76,21 +74,15 @@ private:
     bool openFile();
     void closeFile();
     void readSome();
-    void scheduleRead(int delayMs);
     bool rewind();
     void fail(const QString &message);
     void sendCurrent();
     void followDecodeTime(bool video, const AVStream *st, qint64 *pts, qint64 *dts);
 
-    AVFormatContext *fmt = nullptr; // worker thread only
-    AVPacket *pkt = nullptr;
-    bool havePacket = false;        // pkt holds a packet read but not yet sent (realtime wait)
-    int videoIndex = -1;
-    int audioIndex = -1;
+    const std::unique_ptr<VexaDemuxer> demux;  // worker thread only, but its counters
     bool running = false;
     bool loop = false;
     bool realtime = false;
-    bool readPosted = false;
     bool copyTimestamps = false;
 
     // Timestamps sent = the file's + startShift + discontShift + loopOffset, us.
@@ -109,17 +101,8 @@ private:
     qint64 loopOffset = 0;          // added to every timestamp of the current pass, us
     qint64 passEnd = 0;             // latest timestamp + duration sent, us, offset included
     qint64 passPackets = 0;         // packets sent in the current pass
-    qint64 paceOrigin = 0;          // timestamp that maps to paceClock 0
-    bool paceStarted = false;
-    QElapsedTimer paceClock;
-    QTimer *paceTimer = nullptr;
 
-    QAtomicInteger<qint64> sentPacketsA = 0;   // packets sent on A; not the base class queue
-    QAtomicInteger<qint64> sentPacketsV = 0;
-    QAtomicInteger<qint64> bytesA = 0;
-    QAtomicInteger<qint64> bytesV = 0;
     QAtomicInteger<qint32> loops = 0;
-    QAtomicInteger<qint64> mediaUs = 0;  // media time sent, from the first timestamp
 };
 
 #endif // VEXAINPUTFILE_H

@@ -4,9 +4,9 @@
 #include <QMutexLocker>
 #include <QTimer>
 
-#include <chrono>
-
+#include "vexademuxer_p.h"
 #include "vexaexamples_p.h"
+#include "vexaiodeadline_p.h"
 #include "vexamedia.h"
 
 extern "C" {
@@ -46,27 +46,11 @@ const int readBatch = 32;
 // blocking call also looks at its deadline itself, each time libavformat
 // asks whether to give up, so this only bounds how soon a stop is seen.
 const int watchIntervalMs = 250;
-// Packet durations up to this many stream ticks travel in the tag.
-const qint64 maxTagDuration = 0xffffff;
-
 const char *const schemes[] = {"rtsp", "rtp", "udp", "srt", "tcp", "http", "https"};
 
 // Modules alive, guarded by usersLock: the last one destroyed stops timerThread.
 QMutex usersLock;
 int users = 0;
-
-qint64 nowMs()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-QString avError(int code)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
-    av_strerror(code, text, sizeof(text));
-    return QString::fromLocal8Bit(text);
-}
 
 qint64 secondsToMs(const QVariant &v, double fallback)
 {
@@ -86,9 +70,9 @@ QVariantMap essentials(QVariantMap params)
 
 /*
  * One module's watchdog and reconnection timer, living on timerThread. The
- * tick breaks a blocking libavformat call (through abortIo, which the
- * interrupt callback returns) when its deadline has passed or the module is
- * no longer started; the retry timer posts the next connection attempt to
+ * tick breaks a blocking libavformat call (through the module's
+ * VexaIoDeadline, which the interrupt callback asks) when its deadline has
+ * passed or the module is no longer started; the retry timer posts the next connection attempt to
  * the module's worker.
  */
 class VexaNetWatch : public QObject
@@ -108,9 +92,10 @@ public:
 
     void check()
     {
-        const qint64 deadline = owner->deadlineMs.loadAcquire();
-        if ((deadline > 0 && nowMs() > deadline) || owner->getState() != QLatin1String("started"))
-            owner->abortIo.storeRelease(1);
+        if (owner->getState() != QLatin1String("started"))
+            owner->io->abort();
+        else
+            owner->io->check();
     }
 
     VexaInputNet *owner;
@@ -120,6 +105,8 @@ public:
 
 VexaInputNet::VexaInputNet(QObject *parent)
     : VexaObject(parent)
+    , io(new VexaIoDeadline)
+    , demux(new VexaDemuxer(this, [this] { readSome(); }))
 {
     directInvokeNames << QStringLiteral("stats");
     QMutexLocker locker(&usersLock);
@@ -129,7 +116,6 @@ VexaInputNet::VexaInputNet(QObject *parent)
 VexaInputNet::~VexaInputNet()
 {
     close();
-    av_packet_free(&pkt);
     if (watch) {
         // The watch looks at this object: it goes first, on its own thread.
         if (timerThread.isRunning() && QThread::currentThread() != &timerThread) {
@@ -151,30 +137,11 @@ VexaInputNet::~VexaInputNet()
 
 QVariant VexaInputNet::stats()
 {
-    QVariantMap m;
-    m["packetsA"] = qint64(sentPacketsA.loadAcquire());
-    m["packetsV"] = qint64(sentPacketsV.loadAcquire());
-    m["bytesA"] = qint64(bytesA.loadAcquire());
-    m["bytesV"] = qint64(bytesV.loadAcquire());
-    m["dropped"] = qint64(0);
+    QVariantMap m = demux->counters();
     m["connected"] = connectedNow.loadAcquire() != 0;
     m["disconnects"] = disconnects.loadAcquire();
     m["reconnects"] = reconnects.loadAcquire();
-    m["mediaUs"] = qint64(mediaUs.loadAcquire());
     return m;
-}
-
-int VexaInputNet::interrupted(void *opaque)
-{
-    auto *self = static_cast<VexaInputNet *>(opaque);
-    if (self->abortIo.loadAcquire())
-        return 1;
-    const qint64 deadline = self->deadlineMs.loadAcquire();
-    if (deadline > 0 && nowMs() > deadline) {
-        self->abortIo.storeRelease(1);
-        return 1;
-    }
-    return 0;
 }
 
 void VexaInputNet::onStart()
@@ -183,8 +150,6 @@ void VexaInputNet::onStart()
     realtime = settings.value("realtime").toBool();
     openTimeoutMs = secondsToMs(settings.value("openTimeout"), 5);
     readTimeoutMs = secondsToMs(settings.value("readTimeout"), 5);
-    if (!pkt)
-        pkt = av_packet_alloc();
     {
         QMutexLocker locker(&usersLock);
         if (!timerThread.isRunning()) {
@@ -214,7 +179,7 @@ void VexaInputNet::onStart()
     everConnected = true;
     connectedNow.storeRelease(1);
     sendEvent(QStringLiteral("connected"), url);
-    scheduleRead(0);
+    demux->scheduleRead(0);
 }
 
 void VexaInputNet::onStop()
@@ -265,55 +230,40 @@ bool VexaInputNet::open(QString *error)
         av_dict_set(&opts, "overrun_nonfatal", "1", 0);
     }
 
-    fmt = avformat_alloc_context();
-    fmt->interrupt_callback.callback = &VexaInputNet::interrupted;
-    fmt->interrupt_callback.opaque = this;
-    abortIo.storeRelease(0);
-    deadlineMs.storeRelease(nowMs() + openTimeoutMs);
+    demux->fmt = avformat_alloc_context();
+    io->install(&demux->fmt->interrupt_callback);
+    io->reset();
+    io->arm(openTimeoutMs);
     const QByteArray u = url.toUtf8();
-    int r = avformat_open_input(&fmt, u.constData(), nullptr, &opts);
+    int r = avformat_open_input(&demux->fmt, u.constData(), nullptr, &opts);
     av_dict_free(&opts);
     if (r >= 0)
-        r = avformat_find_stream_info(fmt, nullptr);
-    deadlineMs.storeRelease(0);
-    const bool timedOut = abortIo.loadAcquire() != 0;
+        r = avformat_find_stream_info(demux->fmt, nullptr);
+    io->disarm();
     if (r < 0) {
-        if (timedOut && getState() == QLatin1String("started"))
+        if (io->timedOut() && getState() == QLatin1String("started"))
             *error = QStringLiteral("cannot open %1: no stream within %2 s").arg(url).arg(openTimeoutMs / 1000.0);
         else
-            *error = QStringLiteral("cannot open %1: %2").arg(url, avError(r));
+            *error = QStringLiteral("cannot open %1: %2").arg(url, VexaMedia::errorText(r));
         close();
         return false;
     }
-    videoIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    audioIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    if (videoIndex < 0 && audioIndex < 0) {
-        *error = QStringLiteral("%1 holds no audio or video stream").arg(url);
+    if (!demux->findStreams(url, error)) {
         close();
         return false;
     }
     describeStreams(everConnected);
     offset = NoOffset;
-    paceStarted = false;
     if (debugLevel > 0)
-        qCDebug(lcExamples).noquote() << name() << "opened" << url << "video" << videoIndex << "audio" << audioIndex;
+        qCDebug(lcExamples).noquote() << name() << "opened" << url << "video" << demux->videoIndex
+                                      << "audio" << demux->audioIndex;
     return true;
 }
 
 void VexaInputNet::describeStreams(bool again)
 {
-    StreamInfo v;
-    StreamInfo a;
-    if (videoIndex >= 0) {
-        v.type = VexaMedia::CompressedStream;
-        v.params = VexaMedia::describe(fmt->streams[videoIndex]);
-        v.sender = this;
-    }
-    if (audioIndex >= 0) {
-        a.type = VexaMedia::CompressedStream;
-        a.params = VexaMedia::describe(fmt->streams[audioIndex]);
-        a.sender = this;
-    }
+    const StreamInfo v = demux->describe(true, this);
+    const StreamInfo a = demux->describe(false, this);
     // After a reconnection the same stream keeps its description: receivers
     // such as a muxer cannot take a new one in the middle of a file.
     const bool changedV = !again || essentials(v.params) != essentials(outInfoV.params);
@@ -335,12 +285,7 @@ void VexaInputNet::describeStreams(bool again)
 
 void VexaInputNet::close()
 {
-    if (pkt && havePacket)
-        av_packet_unref(pkt);
-    havePacket = false;
-    if (fmt)
-        avformat_close_input(&fmt);
-    videoIndex = audioIndex = -1;
+    demux->close();
 }
 
 void VexaInputNet::fail(const QString &message)
@@ -352,73 +297,43 @@ void VexaInputNet::fail(const QString &message)
     sendEvent(QStringLiteral("error"), message);
 }
 
-void VexaInputNet::scheduleRead(int delayMs)
-{
-    if (delayMs > 0) {
-        QTimer::singleShot(delayMs, Qt::PreciseTimer, this, [this] { readSome(); });
-        return;
-    }
-    if (readPosted)
-        return;
-    readPosted = true;
-    QMetaObject::invokeMethod(this, [this] {
-        readPosted = false;
-        readSome();
-    }, Qt::QueuedConnection);
-}
-
 void VexaInputNet::readSome()
 {
-    for (int n = 0; running && fmt && n < readBatch; ++n) {
-        if (!havePacket) {
-            deadlineMs.storeRelease(nowMs() + readTimeoutMs);
-            const int r = av_read_frame(fmt, pkt);
+    for (int n = 0; running && demux->fmt && n < readBatch; ++n) {
+        if (!demux->isHolding()) {
+            io->arm(readTimeoutMs);
+            const int r = demux->readNext();
             if (r == AVERROR(EAGAIN)) {
-                scheduleRead(5);
+                demux->scheduleRead(5);
                 return;
             }
             if (r < 0) {
-                deadlineMs.storeRelease(0);
+                io->disarm();
                 if (getState() != QLatin1String("started"))
                     return;    // stopped: onStop is queued behind this call
                 QString reason;
                 if (r == AVERROR_EOF)
                     reason = QStringLiteral("end of stream");
-                else if (abortIo.loadAcquire())
+                else if (io->timedOut())
                     reason = QStringLiteral("no data for %1 s").arg(readTimeoutMs / 1000.0);
                 else
-                    reason = avError(r);
+                    reason = VexaMedia::errorText(r);
                 sourceLost(reason);
                 return;
             }
-            if (pkt->stream_index != videoIndex && pkt->stream_index != audioIndex) {
-                av_packet_unref(pkt);
-                continue;
-            }
-            havePacket = true;
         }
         if (realtime) {
-            const AVStream *st = fmt->streams[pkt->stream_index];
-            const int64_t ts = pkt->dts != AV_NOPTS_VALUE ? pkt->dts : pkt->pts;
-            if (ts != AV_NOPTS_VALUE) {
-                const qint64 us = av_rescale_q(ts, st->time_base, usTimeBase);
-                if (!paceStarted) {
-                    paceStarted = true;
-                    paceOrigin = us;
-                    paceClock.start();
-                }
-                const qint64 dueUs = us - paceOrigin - paceClock.nsecsElapsed() / 1000;
-                if (dueUs > 1000) {
-                    deadlineMs.storeRelease(0);
-                    scheduleRead(int(qMin<qint64>(dueUs / 1000, 1000)));
-                    return;
-                }
+            const int delay = demux->paceDelayMs(0);
+            if (delay > 0) {
+                io->disarm();
+                demux->scheduleRead(delay);
+                return;
             }
         }
         sendCurrent();
     }
-    if (running && fmt)
-        scheduleRead(0);
+    if (running && demux->fmt)
+        demux->scheduleRead(0);
 }
 
 void VexaInputNet::sourceLost(const QString &reason)
@@ -426,7 +341,7 @@ void VexaInputNet::sourceLost(const QString &reason)
     close();
     connectedNow.storeRelease(0);
     disconnects.fetchAndAddRelaxed(1);
-    lostAtMs = nowMs();
+    lostAtMs = VexaIoDeadline::nowMs();
     qCDebug(lcExamples).noquote() << QStringLiteral("[%1] disconnected from %2: %3").arg(name(), url, reason);
     sendEvent(QStringLiteral("disconnected"), reason);
     if (!settings.value("reconnect", true).toBool()) {
@@ -453,7 +368,7 @@ void VexaInputNet::tryReconnect()
         connectedNow.storeRelease(1);
         qCDebug(lcExamples).noquote() << QStringLiteral("[%1] connected again to %2").arg(name(), url);
         sendEvent(QStringLiteral("connected"), url);
-        scheduleRead(0);
+        demux->scheduleRead(0);
         return;
     }
     if (!running || getState() != QLatin1String("started"))
@@ -475,15 +390,11 @@ void VexaInputNet::tryReconnect()
 
 void VexaInputNet::sendCurrent()
 {
-    const AVStream *st = fmt->streams[pkt->stream_index];
-    const bool video = pkt->stream_index == videoIndex;
+    const AVPacket *pkt = demux->pkt;
+    const AVStream *st = demux->stream();
+    const bool video = demux->isVideo();
 
-    Packet out;
-    out.data = reinterpret_cast<char *>(pkt->data);
-    out.len = pkt->size;
-    out.tag = pkt->flags & VexaMedia::TagFlagsMask;
-    if (pkt->duration > 0 && pkt->duration <= maxTagDuration)
-        out.tag = qint32(quint32(out.tag) | (quint32(pkt->duration) << VexaMedia::TagDurationShift));
+    Packet out = demux->packet(false);
     qint64 pts = pkt->pts != AV_NOPTS_VALUE ? av_rescale_q(pkt->pts, st->time_base, usTimeBase) : VexaMedia::NoPts;
     qint64 dts = pkt->dts != AV_NOPTS_VALUE ? av_rescale_q(pkt->dts, st->time_base, usTimeBase) : VexaMedia::NoPts;
     const qint64 ts = dts != VexaMedia::NoPts ? dts : pts;
@@ -493,11 +404,12 @@ void VexaInputNet::sendCurrent()
             // The connection's start (the earliest first timestamp of its
             // streams) maps to 0 at first, after a reconnection to where the
             // last one ended plus the time the source was away.
+            const AVFormatContext *fmt = demux->fmt;
             const qint64 start = fmt->start_time != AV_NOPTS_VALUE ? qMin<qint64>(fmt->start_time, ts) : ts;
             if (lastEnd == std::numeric_limits<qint64>::min())
                 offset = -start;
             else
-                offset = lastEnd + qMax<qint64>(0, nowMs() - lostAtMs) * 1000 - start;
+                offset = lastEnd + qMax<qint64>(0, VexaIoDeadline::nowMs() - lostAtMs) * 1000 - start;
         }
         qint64 &last = lastDts[video ? 1 : 0];
         if (last != std::numeric_limits<qint64>::min() && ts + offset <= last) {
@@ -511,22 +423,11 @@ void VexaInputNet::sendCurrent()
             dts += offset;
         const qint64 dur = pkt->duration > 0 ? av_rescale_q(pkt->duration, st->time_base, usTimeBase) : 1;
         lastEnd = qMax(lastEnd, qMax(last, pts) + dur);
-        if (last > mediaUs.loadRelaxed())
-            mediaUs.storeRelease(last);
+        demux->reachedMedia(last);
     }
     out.pts = pts;
     if (dts != pts)
         out.altPts = dts;
 
-    if (video) {
-        sentPacketsV.fetchAndAddRelaxed(1);
-        bytesV.fetchAndAddRelaxed(pkt->size);
-        sendPacketV(out);
-    } else {
-        sentPacketsA.fetchAndAddRelaxed(1);
-        bytesA.fetchAndAddRelaxed(pkt->size);
-        sendPacketA(out);
-    }
-    av_packet_unref(pkt);
-    havePacket = false;
+    demux->send(out);
 }

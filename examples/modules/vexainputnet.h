@@ -2,16 +2,16 @@
 #define VEXAINPUTNET_H
 
 #include <QAtomicInteger>
-#include <QElapsedTimer>
 #include <QThread>
 
 #include <limits>
+#include <memory>
 
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
-struct AVFormatContext;
-struct AVPacket;
+class VexaDemuxer;
+class VexaIoDeadline;
 class VexaNetWatch;
 
 /**
@@ -107,29 +107,20 @@ private:
     bool open(QString *error);
     void close();
     void readSome();
-    void scheduleRead(int delayMs);
     void sourceLost(const QString &reason);
     void tryReconnect();
     void fail(const QString &message);
     void sendCurrent();
     void describeStreams(bool again);
-    static int interrupted(void *opaque);
 
-    // Shared with the watchdog: steady-clock milliseconds after which a
-    // blocking call gives up (0: none), and the flag that makes it give up.
-    QAtomicInteger<qint64> deadlineMs = 0;
-    QAtomicInt abortIo = 0;
+    // When blocking calls give up; shared with the watchdog.
+    const std::unique_ptr<VexaIoDeadline> io;
 
     VexaNetWatch *watch = nullptr;
 
-    // Worker thread only.
-    AVFormatContext *fmt = nullptr;
-    AVPacket *pkt = nullptr;
-    bool havePacket = false;
-    int videoIndex = -1;
-    int audioIndex = -1;
+    // Worker thread only, but the demuxer's counters.
+    const std::unique_ptr<VexaDemuxer> demux;
     bool running = false;
-    bool readPosted = false;
     bool everConnected = false;
     bool realtime = false;
     int failedAttempts = 0;
@@ -145,15 +136,7 @@ private:
     qint64 lastEnd = std::numeric_limits<qint64>::min();  // latest timestamp + duration sent
     qint64 lostAtMs = 0;                 // steady clock when the source went away
     qint64 lastDts[2] = {std::numeric_limits<qint64>::min(), std::numeric_limits<qint64>::min()};
-    qint64 paceOrigin = 0;
-    bool paceStarted = false;
-    QElapsedTimer paceClock;
 
-    QAtomicInteger<qint64> sentPacketsA = 0;
-    QAtomicInteger<qint64> sentPacketsV = 0;
-    QAtomicInteger<qint64> bytesA = 0;
-    QAtomicInteger<qint64> bytesV = 0;
-    QAtomicInteger<qint64> mediaUs = 0;
     QAtomicInt connectedNow = 0;
     QAtomicInt disconnects = 0;
     QAtomicInt reconnects = 0;

@@ -6,7 +6,13 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/error.h>
+#include <libavutil/mathematics.h>
 #include <libavutil/mem.h>
+}
+
+namespace {
+const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
 }
 
 QVariantMap VexaMedia::describe(const AVStream *stream)
@@ -158,4 +164,60 @@ void VexaMedia::toStream(const QVariantMap &p, AVStream *stream)
 QString VexaMedia::timeBaseText(const QVariantMap &params)
 {
     return QStringLiteral("%1/%2").arg(params.value("timeBaseNum").toInt()).arg(params.value("timeBaseDen").toInt());
+}
+
+AVStream *VexaMedia::addStream(AVFormatContext *oc, const QVariantMap &params)
+{
+    // The parameters first, so that a description that names no codec adds
+    // no stream.
+    AVCodecParameters *par = avcodec_parameters_alloc();
+    AVStream *st = nullptr;
+    if (par && toCodecParameters(params, par))
+        st = avformat_new_stream(oc, nullptr);
+    if (st && avcodec_parameters_copy(st->codecpar, par) < 0)
+        st = nullptr;   // freed with the context
+    avcodec_parameters_free(&par);
+    if (!st)
+        return nullptr;
+    const int num = params.value("timeBaseNum").toInt();
+    const int den = params.value("timeBaseDen").toInt();
+    st->time_base = num > 0 && den > 0 ? AVRational{num, den} : usTimeBase;
+    const int frNum = params.value("frameRateNum").toInt();
+    const int frDen = params.value("frameRateDen").toInt();
+    if (frNum > 0 && frDen > 0)
+        st->avg_frame_rate = AVRational{frNum, frDen};
+    const int rNum = params.value("realFrameRateNum").toInt();
+    const int rDen = params.value("realFrameRateDen").toInt();
+    if (rNum > 0 && rDen > 0)
+        st->r_frame_rate = AVRational{rNum, rDen};
+    st->sample_aspect_ratio = st->codecpar->sample_aspect_ratio;
+    toStream(params, st);
+    st->codecpar->codec_tag = keepCodecTag(params, oc->oformat->codec_tag);
+    return st;
+}
+
+void VexaMedia::closeOutput(AVFormatContext **oc)
+{
+    if (!*oc)
+        return;
+    if ((*oc)->pb && !((*oc)->oformat->flags & AVFMT_NOFILE))
+        avio_closep(&(*oc)->pb);
+    avformat_free_context(*oc);
+    *oc = nullptr;
+}
+
+int64_t VexaMedia::toStreamTime(qint64 us, AVRational source, AVRational stream)
+{
+    if (us == NoPts)
+        return AV_NOPTS_VALUE;
+    if (source.num > 0 && source.den > 0)
+        return av_rescale_q(av_rescale_q(us, usTimeBase, source), source, stream);
+    return av_rescale_q(us, usTimeBase, stream);
+}
+
+QString VexaMedia::errorText(int error)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
+    av_strerror(error, text, sizeof(text));
+    return QString::fromLocal8Bit(text);
 }

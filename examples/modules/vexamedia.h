@@ -3,12 +3,16 @@
 
 #include <QVariantMap>
 
+#include <cstdint>
 #include <limits>
 
+#include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVCodecParameters;
 struct AVCodecTag;
+struct AVFormatContext;
+struct AVRational;
 struct AVStream;
 
 /**
@@ -92,6 +96,36 @@ public:
 
     /** "1/90000"-style text of the stream time base in @p params, for messages. */
     static QString timeBaseText(const QVariantMap &params);
+
+    /**
+     * A new stream of the output @p oc made from a description made by
+     * describe(): codec parameters, the source's time base (microseconds
+     * when it has none), frame rates, aspect, side data, disposition and the
+     * codec tag where the container keeps it. Null when the description
+     * names no known codec (nothing is added then).
+     */
+    static AVStream *addStream(AVFormatContext *oc, const QVariantMap &params);
+    /** Closes the file or connection of the output @p *oc, frees it and sets it null. */
+    static void closeOutput(AVFormatContext **oc);
+
+    /**
+     * @p us (NoPts: AV_NOPTS_VALUE) in the time base @p stream through the
+     * source's own ticks @p source, so that the result is what rescaling the
+     * source's timestamps gives (microseconds directly when @p source is 0/x).
+     */
+    static int64_t toStreamTime(qint64 us, AVRational source, AVRational stream);
+
+    /** The decode time of @p p: altPts when set, else pts. */
+    static qint64 decodeTime(const VexaObject::Packet &p) { return p.altPts != -1 ? p.altPts : p.pts; }
+    /** Decode time where known, else presentation time: the order of writing. */
+    static qint64 orderTime(const VexaObject::Packet &p)
+    {
+        const qint64 t = decodeTime(p);
+        return t != NoPts ? t : p.pts;
+    }
+
+    /** The text of an FFmpeg error code. */
+    static QString errorText(int error);
 };
 
 #endif // VEXAMEDIA_H

@@ -8,6 +8,7 @@
 
 #include "vexaexamples_p.h"
 #include "vexamedia.h"
+#include "vexasinkcounters_p.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -24,7 +25,6 @@ const int defaultMemSize = 2 * 1024 * 1024;
 // Packets that may wait for the second stream description before the header
 // is written with the streams known so far.
 const int headerWaitPackets = 64;
-const int maxRejectLines = 5;
 // How long the muxer may hold a packet before writing it, as `ffmpeg` sets
 // it by default (-muxdelay 0.7): MPEG-TS packs audio frames into PES
 // packets up to this delay and starts its timestamps at twice it.
@@ -32,31 +32,11 @@ const int muxDelayUs = 700000;
 // Zeroed bytes behind each payload copy, as FFmpeg expects of packet buffers.
 const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
 
-QString avError(int code)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
-    av_strerror(code, text, sizeof(text));
-    return QString::fromLocal8Bit(text);
-}
-
-qint64 decodeTime(const VexaObject::Packet &p)
-{
-    return p.altPts != -1 ? p.altPts : p.pts;
-}
-
-// Decode time where known, else presentation time: the order of writing.
-qint64 orderTime(const VexaObject::Packet &p)
-{
-    const qint64 t = decodeTime(p);
-    return t != VexaMedia::NoPts ? t : p.pts;
-}
-
 } // namespace
 
 VexaOutputFile::VexaOutputFile(QObject *parent)
-    : VexaObject(parent)
+    : VexaMediaSink(parent)
 {
-    directInvokeNames << QStringLiteral("stats");
     // Parked until start; a "memSize" given later replaces it.
     setData(QVariantMap{{QStringLiteral("memSize"), defaultMemSize}});
     // A sender that finds the ring full asks the worker to make the muxer
@@ -73,39 +53,11 @@ VexaOutputFile::~VexaOutputFile()
     av_packet_free(&avpkt);
 }
 
-QVariant VexaOutputFile::stats()
-{
-    QVariantMap m;
-    m["packetsA"] = qint64(countA.written.loadAcquire());
-    m["packetsV"] = qint64(countV.written.loadAcquire());
-    m["bytesA"] = qint64(countA.bytes.loadAcquire());
-    m["bytesV"] = qint64(countV.bytes.loadAcquire());
-    m["receivedA"] = qint64(countA.received.loadAcquire());
-    m["receivedV"] = qint64(countV.received.loadAcquire());
-    m["droppedA"] = qint64(countA.dropped.loadAcquire());
-    m["droppedV"] = qint64(countV.dropped.loadAcquire());
-    m["dropped"] = qint64(countA.dropped.loadAcquire() + countV.dropped.loadAcquire());
-    m["rejected"] = qint64(countA.rejected.loadAcquire() + countV.rejected.loadAcquire());
-    m["dropping"] = dropSetting.loadAcquire() != 0;
-    m["mediaUs"] = qint64(mediaUs.loadAcquire());
-    return m;
-}
-
 // Producer side ---------------------------------------------------------------
-
-void VexaOutputFile::onNewPacketA(Packet pkt)
-{
-    accept(pkt, false);
-}
-
-void VexaOutputFile::onNewPacketV(Packet pkt)
-{
-    accept(pkt, true);
-}
 
 void VexaOutputFile::accept(const Packet &in, bool video)
 {
-    Counters &c = video ? countV : countA;
+    VexaSinkCounters::Kind &c = counts->of(video);
     c.received.fetchAndAddRelaxed(1);
     if (in.len < 0 || (in.len > 0 && !in.data)) {
         c.dropped.fetchAndAddRelaxed(1);
@@ -250,7 +202,7 @@ void VexaOutputFile::wake()
 void VexaOutputFile::onStart()
 {
     closeMuxer();
-    rejectLines = 0;
+    counts->resetLines();
     if (!avpkt)
         avpkt = av_packet_alloc();
     {
@@ -261,7 +213,7 @@ void VexaOutputFile::onStart()
         if (bufLenV >= 0 && bufLenV < 2)
             bufLenV = 2;
         dropMode = settings.value("overflow").toString() == QLatin1String("drop");
-        dropSetting.storeRelease(dropMode ? 1 : 0);
+        counts->setDropping(dropMode);
         // Half of the smaller queue: a sender waits for room at bound - 1
         // packets of its kind, by which time a wake-up has been asked for.
         const qint32 least = bufLenA < 0 ? (bufLenV < 0 ? 33 : bufLenV) : (bufLenV < 0 ? bufLenA : qMin(bufLenA, bufLenV));
@@ -313,20 +265,12 @@ void VexaOutputFile::onStop()
     finish();
 }
 
-void VexaOutputFile::onNewInfoA(StreamInfo)
+void VexaOutputFile::described(const StreamInfo &, bool video)
 {
     if (!headerWritten)
         drain();
     else if (debugLevel > 0)
-        qCDebug(lcExamples).noquote() << name() << "audio description changed after the header; ignored";
-}
-
-void VexaOutputFile::onNewInfoV(StreamInfo)
-{
-    if (!headerWritten)
-        drain();
-    else if (debugLevel > 0)
-        qCDebug(lcExamples).noquote() << name() << "video description changed after the header; ignored";
+        qCDebug(lcExamples).noquote() << name() << (video ? "video" : "audio") << "description changed after the header; ignored";
 }
 
 void VexaOutputFile::drain()
@@ -358,8 +302,8 @@ void VexaOutputFile::drain()
 
     if (!oc) {
         // Failed or not open: nothing can be written.
-        countA.dropped.fetchAndAddRelaxed(pendingA.size());
-        countV.dropped.fetchAndAddRelaxed(pendingV.size());
+        counts->of(false).dropped.fetchAndAddRelaxed(pendingA.size());
+        counts->of(true).dropped.fetchAndAddRelaxed(pendingV.size());
         release(pendingA + pendingV);
         pendingA.clear();
         pendingV.clear();
@@ -390,26 +334,12 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     for (int k = 0; k < 2; ++k) {
         if (params[k].isEmpty())
             continue;
-        AVStream *st = avformat_new_stream(oc, nullptr);
-        if (!st || !VexaMedia::toCodecParameters(params[k], st->codecpar)) {
+        const AVStream *st = VexaMedia::addStream(oc, params[k]);
+        if (!st) {
             qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
                                   .arg(name(), k == 0 ? "video" : "audio", params[k].value("codecName").toString());
             continue;
         }
-        const int num = params[k].value("timeBaseNum").toInt();
-        const int den = params[k].value("timeBaseDen").toInt();
-        st->time_base = num > 0 && den > 0 ? AVRational{num, den} : usTimeBase;
-        const int frNum = params[k].value("frameRateNum").toInt();
-        const int frDen = params[k].value("frameRateDen").toInt();
-        if (frNum > 0 && frDen > 0)
-            st->avg_frame_rate = AVRational{frNum, frDen};
-        const int rNum = params[k].value("realFrameRateNum").toInt();
-        const int rDen = params[k].value("realFrameRateDen").toInt();
-        if (rNum > 0 && rDen > 0)
-            st->r_frame_rate = AVRational{rNum, rDen};
-        st->sample_aspect_ratio = st->codecpar->sample_aspect_ratio;
-        VexaMedia::toStream(params[k], st);
-        st->codecpar->codec_tag = VexaMedia::keepCodecTag(params[k], oc->oformat->codec_tag);
         Track &t = tracks[k == 0 ? 1 : 0];
         t = Track();
         t.sourceTimeBase = st->time_base;
@@ -429,7 +359,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     if (!(oc->oformat->flags & AVFMT_NOFILE) && !oc->pb) {
         const int r = avio_open(&oc->pb, path.toLocal8Bit().constData(), AVIO_FLAG_WRITE);
         if (r < 0) {
-            fail(QStringLiteral("cannot create %1: %2").arg(path, avError(r)));
+            fail(QStringLiteral("cannot create %1: %2").arg(path, VexaMedia::errorText(r)));
             return false;
         }
     }
@@ -440,7 +370,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
         closeMuxer();
         if (created)
             QFile::remove(path);
-        fail(QStringLiteral("cannot write the header of %1: %2").arg(settings.value("path").toString(), avError(r)));
+        fail(QStringLiteral("cannot write the header of %1: %2").arg(settings.value("path").toString(), VexaMedia::errorText(r)));
         return false;
     }
     headerWritten = true;
@@ -463,7 +393,7 @@ void VexaOutputFile::writePending()
         else if (iv >= pendingV.size())
             takeVideo = false;
         else
-            takeVideo = orderTime(pendingV.at(iv)) <= orderTime(pendingA.at(ia));
+            takeVideo = VexaMedia::orderTime(pendingV.at(iv)) <= VexaMedia::orderTime(pendingA.at(ia));
         const Packet &p = takeVideo ? pendingV.at(iv++) : pendingA.at(ia++);
         if (!writeOne(p, takeVideo))
             unwritten.append(p);
@@ -471,11 +401,11 @@ void VexaOutputFile::writePending()
     if (!oc) {
         // Failed while writing: the rest is lost.
         for (; ia < pendingA.size(); ++ia) {
-            countA.dropped.fetchAndAddRelaxed(1);
+            counts->of(false).dropped.fetchAndAddRelaxed(1);
             unwritten.append(pendingA.at(ia));
         }
         for (; iv < pendingV.size(); ++iv) {
-            countV.dropped.fetchAndAddRelaxed(1);
+            counts->of(true).dropped.fetchAndAddRelaxed(1);
             unwritten.append(pendingV.at(iv));
         }
     }
@@ -486,7 +416,7 @@ void VexaOutputFile::writePending()
 
 bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
 {
-    Counters &c = video ? countV : countA;
+    VexaSinkCounters::Kind &c = counts->of(video);
     const int index = video ? streamV : streamA;
     if (index < 0) {
         c.dropped.fetchAndAddRelaxed(1);
@@ -511,9 +441,9 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     avpkt->data = reinterpret_cast<uint8_t *>(pkt.data);
     avpkt->size = pkt.len;
     avpkt->stream_index = index;
-    avpkt->pts = toStreamTime(pkt.pts, t, st);
-    const qint64 dts = decodeTime(pkt);
-    avpkt->dts = toStreamTime(dts, t, st);
+    avpkt->pts = VexaMedia::toStreamTime(pkt.pts, t.sourceTimeBase, st->time_base);
+    const qint64 dts = VexaMedia::decodeTime(pkt);
+    avpkt->dts = VexaMedia::toStreamTime(dts, t.sourceTimeBase, st->time_base);
     if (!video && dts != VexaMedia::NoPts && t.sampleRate > 0 && t.sourceTimeBase.num > 0) {
         // Audio times follow the samples, not the rounding of a coarse
         // source time base (milliseconds in Matroska and FLV), as `ffmpeg
@@ -548,37 +478,18 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
         }
     }
     if (dts != VexaMedia::NoPts) {
-        const qint64 media = dts - (t.firstUs == VexaMedia::NoPts ? (t.firstUs = dts) : t.firstUs);
-        if (media > mediaUs.loadRelaxed())
-            mediaUs.storeRelease(media);
+        counts->reachedMedia(dts - (t.firstUs == VexaMedia::NoPts ? (t.firstUs = dts) : t.firstUs));
     }
     // Takes the reference, also on failure.
     const int r = av_interleaved_write_frame(oc, avpkt);
     if (r < 0) {
-        c.dropped.fetchAndAddRelaxed(1);
-        c.rejected.fetchAndAddRelaxed(1);
-        if (rejectLines++ < maxRejectLines)
-            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
-                                  .arg(name(), video ? "video" : "audio")
-                                  .arg(static_cast<long long>(pkt.pts)).arg(avError(r));
+        counts->rejected(this, video, pkt.pts, r);
         if (r == AVERROR(EIO) || r == AVERROR(ENOSPC))
-            fail(QStringLiteral("cannot write %1: %2").arg(settings.value("path").toString(), avError(r)));
+            fail(QStringLiteral("cannot write %1: %2").arg(settings.value("path").toString(), VexaMedia::errorText(r)));
         return true;
     }
-    c.written.fetchAndAddRelaxed(1);
-    c.bytes.fetchAndAddRelaxed(pkt.len);
+    counts->wrote(video, pkt.len);
     return true;
-}
-
-// Microseconds to the output stream's time base through the source's own
-// ticks, so that the result is what rescaling the source's timestamps gives.
-int64_t VexaOutputFile::toStreamTime(qint64 us, const Track &t, const AVStream *st)
-{
-    if (us == VexaMedia::NoPts)
-        return AV_NOPTS_VALUE;
-    if (t.sourceTimeBase.num > 0 && t.sourceTimeBase.den > 0)
-        return av_rescale_q(av_rescale_q(us, usTimeBase, t.sourceTimeBase), t.sourceTimeBase, st->time_base);
-    return av_rescale_q(us, usTimeBase, st->time_base);
 }
 
 // As `ffmpeg` does before the muxer: a decode time after the presentation
@@ -634,12 +545,12 @@ void VexaOutputFile::finish()
             av_interleaved_write_frame(oc, nullptr);
             const int r = av_write_trailer(oc);
             if (r < 0)
-                fail(QStringLiteral("cannot finish %1: %2").arg(settings.value("path").toString(), avError(r)));
+                fail(QStringLiteral("cannot finish %1: %2").arg(settings.value("path").toString(), VexaMedia::errorText(r)));
         }
     }
     if (!pendingA.isEmpty() || !pendingV.isEmpty()) {
-        countA.dropped.fetchAndAddRelaxed(pendingA.size());
-        countV.dropped.fetchAndAddRelaxed(pendingV.size());
+        counts->of(false).dropped.fetchAndAddRelaxed(pendingA.size());
+        counts->of(true).dropped.fetchAndAddRelaxed(pendingV.size());
         release(pendingA + pendingV);
         pendingA.clear();
         pendingV.clear();
@@ -679,11 +590,6 @@ void VexaOutputFile::fail(const QString &message)
 
 void VexaOutputFile::closeMuxer()
 {
-    if (!oc)
-        return;
-    if (oc->pb && !(oc->oformat->flags & AVFMT_NOFILE))
-        avio_closep(&oc->pb);
-    avformat_free_context(oc);
-    oc = nullptr;
+    VexaMedia::closeOutput(&oc);
     headerWritten = false;
 }

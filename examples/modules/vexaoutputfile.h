@@ -8,12 +8,13 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 
 extern "C" {
 #include <libavutil/rational.h>
 }
 
-#include "vexaobject.h"
+#include "vexamediasink.h"
 #include "vexapayloadpool.h"
 #include "vexaexamplemodules_export.h"
 
@@ -70,7 +71,7 @@ struct AVStream;
  * a source that pauses leaves up to that many packets queued until it goes
  * on or the module stops; in "drop" mode at every packet.
  */
-class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaObject
+class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaMediaSink
 {
     Q_OBJECT
     Q_CLASSINFO("setting:path", "output; file to write")
@@ -88,32 +89,11 @@ public:
     Q_INVOKABLE explicit VexaOutputFile(QObject *parent = nullptr);
     ~VexaOutputFile() override;
 
-    /**
-     * Counters: "packetsA"/"packetsV" and "bytesA"/"bytesV" written,
-     * "receivedA"/"receivedV", "droppedA"/"droppedV" and "dropped" (their sum:
-     * queue overflow, ring overflow, packets refused while not running or
-     * rejected by the muxer), "rejected" (of those, refused by the muxer) and
-     * "dropping" (true when "overflow" is "drop", so drops were asked for). Thread: thread-safe (called directly through invoke()).
-     */
-    Q_INVOKABLE QVariant stats();
-
-    void onNewPacketA(Packet pkt) override;
-    void onNewPacketV(Packet pkt) override;
-
 protected:
     void onStart() override;
     void onStop() override;
-    void onNewInfoA(StreamInfo info) override;
-    void onNewInfoV(StreamInfo info) override;
 
 private:
-    struct Counters {
-        QAtomicInteger<qint64> received = 0;
-        QAtomicInteger<qint64> written = 0;
-        QAtomicInteger<qint64> bytes = 0;
-        QAtomicInteger<qint64> dropped = 0;
-        QAtomicInteger<qint64> rejected = 0;  // by the muxer, counted in dropped too
-    };
     enum Phase { Idle = 0, Accepting = 1, Closing = 2 };
     // Per output stream, worker thread only.
     struct Track {
@@ -125,7 +105,8 @@ private:
         qint64 firstUs = std::numeric_limits<qint64>::min();
     };
 
-    void accept(const Packet &pkt, bool video);
+    void accept(const Packet &pkt, bool video) override;
+    void described(const StreamInfo &info, bool video) override;
     bool waitUntilAccepting();
     bool waitForQueueRoom(bool video);
     void release(const QList<Packet> &packets);
@@ -139,7 +120,6 @@ private:
     void fail(const QString &message);
     void closeMuxer();
     bool offersSideData(VexaObject *sender);
-    int64_t toStreamTime(qint64 us, const Track &t, const AVStream *st);
     void keepDecodeOrder(Track &t, int formatFlags);
 
     // Shared by the producers and the worker; guarded by gate.
@@ -159,8 +139,6 @@ private:
     QAtomicInt wakePending = 0;
     QAtomicInt queuedSinceDrain = 0;  // packets queued since the worker last took the queues
     QAtomicInt wakeBatch = 1;         // lossless: packets that make a wake-up worth it
-    QAtomicInt dropSetting = 0;     // "overflow" is "drop", for stats()
-    QAtomicInteger<qint64> mediaUs = 0;  // decode time written, from the first
 
     // Worker thread only.
     AVFormatContext *oc = nullptr;
@@ -170,11 +148,7 @@ private:
     int streamV = -1;
     QList<Packet> pendingA;
     QList<Packet> pendingV;
-    int rejectLines = 0;
     Track tracks[2];                // audio, video
-
-    Counters countA;
-    Counters countV;
 };
 
 #endif // VEXAOUTPUTFILE_H

@@ -3,11 +3,12 @@
 #include <QMutexLocker>
 #include <QThread>
 
-#include <chrono>
 #include <cstring>
 
 #include "vexaexamples_p.h"
+#include "vexaiodeadline_p.h"
 #include "vexamedia.h"
+#include "vexasinkcounters_p.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -22,7 +23,6 @@ const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
 // Packets that may wait for the second description before the header is
 // written with the streams known so far.
 const int headerWaitPackets = 64;
-const int maxRejectLines = 5;
 // The muxer's interleaving delay, as `ffmpeg` sets it by default.
 const int muxDelayUs = 700000;
 // How long a sender held back by a full queue sleeps before it looks at the
@@ -30,30 +30,6 @@ const int muxDelayUs = 700000;
 const int holdBackSliceMs = 100;
 // MPEG-TS over datagrams: seven 188-byte packets per datagram.
 const char *const datagramSize = "1316";
-
-qint64 nowMs()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-QString avError(int code)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {0};
-    av_strerror(code, text, sizeof(text));
-    return QString::fromLocal8Bit(text);
-}
-
-qint64 decodeTime(const VexaObject::Packet &p)
-{
-    return p.altPts != -1 ? p.altPts : p.pts;
-}
-
-qint64 orderTime(const VexaObject::Packet &p)
-{
-    const qint64 t = decodeTime(p);
-    return t != VexaMedia::NoPts ? t : p.pts;
-}
 
 // The container a URL's scheme carries; null for a scheme not published to.
 const char *formatForScheme(const QString &scheme)
@@ -70,15 +46,16 @@ const char *formatForScheme(const QString &scheme)
 } // namespace
 
 VexaOutputNet::VexaOutputNet(QObject *parent)
-    : VexaObject(parent)
+    : VexaMediaSink(parent)
+    , io(new VexaIoDeadline)
 {
-    directInvokeNames << QStringLiteral("stats");
+    counts->setDropping(true);
 }
 
 VexaOutputNet::~VexaOutputNet()
 {
     if (sender) {
-        abortIo.storeRelease(1);
+        io->abort();
         {
             QMutexLocker locker(&gate);
             phase = Closing;
@@ -93,33 +70,6 @@ VexaOutputNet::~VexaOutputNet()
     unref(queues[1]);
 }
 
-QVariant VexaOutputNet::stats()
-{
-    QVariantMap m;
-    m["packetsA"] = qint64(counts[0].written.loadAcquire());
-    m["packetsV"] = qint64(counts[1].written.loadAcquire());
-    m["bytesA"] = qint64(counts[0].bytes.loadAcquire());
-    m["bytesV"] = qint64(counts[1].bytes.loadAcquire());
-    m["receivedA"] = qint64(counts[0].received.loadAcquire());
-    m["receivedV"] = qint64(counts[1].received.loadAcquire());
-    m["droppedA"] = qint64(counts[0].dropped.loadAcquire());
-    m["droppedV"] = qint64(counts[1].dropped.loadAcquire());
-    m["dropped"] = qint64(counts[0].dropped.loadAcquire() + counts[1].dropped.loadAcquire());
-    m["rejected"] = qint64(counts[0].rejected.loadAcquire() + counts[1].rejected.loadAcquire());
-    m["dropping"] = dropSetting.loadAcquire() != 0;
-    m["mediaUs"] = qint64(mediaUs.loadAcquire());
-    return m;
-}
-
-int VexaOutputNet::interrupted(void *opaque)
-{
-    auto *self = static_cast<VexaOutputNet *>(opaque);
-    if (self->abortIo.loadAcquire())
-        return 1;
-    const qint64 deadline = self->deadlineMs.loadAcquire();
-    return deadline > 0 && nowMs() > deadline ? 1 : 0;
-}
-
 void VexaOutputNet::unref(QList<Queued> &list)
 {
     for (Queued &q : list)
@@ -129,19 +79,9 @@ void VexaOutputNet::unref(QList<Queued> &list)
 
 // Producer side ---------------------------------------------------------------
 
-void VexaOutputNet::onNewPacketA(Packet pkt)
-{
-    accept(pkt, false);
-}
-
-void VexaOutputNet::onNewPacketV(Packet pkt)
-{
-    accept(pkt, true);
-}
-
 void VexaOutputNet::accept(const Packet &in, bool video)
 {
-    Counters &c = counts[video ? 1 : 0];
+    VexaSinkCounters::Kind &c = counts->of(video);
     c.received.fetchAndAddRelaxed(1);
     if (in.len < 0 || (in.len > 0 && !in.data)) {
         c.dropped.fetchAndAddRelaxed(1);
@@ -202,22 +142,22 @@ void VexaOutputNet::onStart()
     url = settings.value("url").toString();
     openTimeoutMs = qint64(qMax(0.0, settings.value("openTimeout", 5.0).toDouble()) * 1000);
     writeTimeoutMs = qint64(qMax(0.0, settings.value("writeTimeout", 5.0).toDouble()) * 1000);
-    rejectLines = 0;
+    counts->resetLines();
     firstDts = VexaMedia::NoPts;
     if (!avpkt)
         avpkt = av_packet_alloc();
     {
         QMutexLocker locker(&gate);
         dropMode = settings.value("overflow", QStringLiteral("drop")).toString() != QLatin1String("wait");
-        dropSetting.storeRelease(dropMode ? 1 : 0);
+        counts->setDropping(dropMode);
         bounds[0] = bufLenA < 0 ? std::numeric_limits<int>::max() : qMax(2, int(bufLenA));
         bounds[1] = bufLenV < 0 ? std::numeric_limits<int>::max() : qMax(2, int(bufLenV));
-        described[0] = inInfoA;
-        described[1] = inInfoV;
+        descriptions[0] = inInfoA;
+        descriptions[1] = inInfoV;
         phase = Running;
         changed.wakeAll();
     }
-    abortIo.storeRelease(0);
+    io->reset();
     sender = QThread::create([this] { run(); });
     sender->setObjectName(name() + QStringLiteral("-send"));
     sender->start();
@@ -251,17 +191,10 @@ void VexaOutputNet::onStop()
                                          .arg(s.value("droppedV").toLongLong());
 }
 
-void VexaOutputNet::onNewInfoA(StreamInfo info)
+void VexaOutputNet::described(const StreamInfo &info, bool video)
 {
     QMutexLocker locker(&gate);
-    described[0] = info;
-    changed.wakeAll();
-}
-
-void VexaOutputNet::onNewInfoV(StreamInfo info)
-{
-    QMutexLocker locker(&gate);
-    described[1] = info;
+    descriptions[video ? 1 : 0] = info;
     changed.wakeAll();
 }
 
@@ -274,8 +207,8 @@ void VexaOutputNet::run()
     {
         QMutexLocker locker(&gate);
         for (;;) {
-            const bool haveA = described[0].type != 0;
-            const bool haveV = described[1].type != 0;
+            const bool haveA = descriptions[0].type != 0;
+            const bool haveV = descriptions[1].type != 0;
             // One kind described: go without the other once its packets
             // would soon fill their queue.
             const bool enough = queues[0].size() >= qMin(headerWaitPackets, bounds[0]) - 1
@@ -291,15 +224,15 @@ void VexaOutputNet::run()
                 queues[1].clear();
                 locker.unlock();
                 for (int k = 0; k < 2; ++k) {
-                    counts[k].dropped.fetchAndAddRelaxed(rest[k].size());
+                    counts->of(k == 1).dropped.fetchAndAddRelaxed(rest[k].size());
                     unref(rest[k]);
                 }
                 return;
             }
             changed.wait(&gate);
         }
-        infos[0] = described[0];
-        infos[1] = described[1];
+        infos[0] = descriptions[0];
+        infos[1] = descriptions[1];
     }
 
     QString error;
@@ -334,7 +267,7 @@ void VexaOutputNet::run()
             changed.wakeAll();
         }
         if (closing && flushDeadline == 0)
-            flushDeadline = nowMs() + writeTimeoutMs;
+            flushDeadline = VexaIoDeadline::nowMs() + writeTimeoutMs;
         // Merge by decode time; the muxer's interleaving does the rest.
         int i[2] = {0, 0};
         while (oc && (i[0] < batch[0].size() || i[1] < batch[1].size())) {
@@ -344,14 +277,17 @@ void VexaOutputNet::run()
             else if (i[1] >= batch[1].size())
                 k = 0;
             else
-                k = orderTime(batch[1].at(i[1]).meta) <= orderTime(batch[0].at(i[0]).meta) ? 1 : 0;
-            deadlineMs.storeRelease(closing ? flushDeadline : nowMs() + writeTimeoutMs);
+                k = VexaMedia::orderTime(batch[1].at(i[1]).meta) <= VexaMedia::orderTime(batch[0].at(i[0]).meta) ? 1 : 0;
+            if (closing)
+                io->armAt(flushDeadline);
+            else
+                io->arm(writeTimeoutMs);
             writeOne(batch[k].at(i[k]++), k == 1);
         }
-        deadlineMs.storeRelease(0);
+        io->disarm();
         for (int k = 0; k < 2; ++k) {
             // What a failure left unwritten.
-            counts[k].dropped.fetchAndAddRelaxed(batch[k].size() - i[k]);
+            counts->of(k == 1).dropped.fetchAndAddRelaxed(batch[k].size() - i[k]);
             unref(batch[k]);
         }
         if (closing && batch[0].isEmpty() && batch[1].isEmpty())
@@ -387,8 +323,7 @@ bool VexaOutputNet::openDestination(QString *error)
         oc = nullptr;
         return false;
     }
-    oc->interrupt_callback.callback = &VexaOutputNet::interrupted;
-    oc->interrupt_callback.opaque = this;
+    io->install(&oc->interrupt_callback);
     // Every packet goes out at once rather than when the I/O buffer fills.
     oc->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     oc->max_interleave_delta = VexaMedia::TimeBase;
@@ -400,21 +335,15 @@ bool VexaOutputNet::openDestination(QString *error)
         QVariantMap params;
         {
             QMutexLocker locker(&gate);
-            params = described[k].params;
+            params = descriptions[k].params;
         }
-        AVStream *st = avformat_new_stream(oc, nullptr);
-        if (!st || !VexaMedia::toCodecParameters(params, st->codecpar)) {
+        const AVStream *st = VexaMedia::addStream(oc, params);
+        if (!st) {
             qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
                                              .arg(name(), k == 1 ? "video" : "audio", params.value("codecName").toString());
             continue;
         }
-        st->time_base = tracks[k].sourceTimeBase;
-        const int frNum = params.value("frameRateNum").toInt();
-        const int frDen = params.value("frameRateDen").toInt();
-        if (frNum > 0 && frDen > 0)
-            st->avg_frame_rate = AVRational{frNum, frDen};
-        VexaMedia::toStream(params, st);
-        st->codecpar->codec_tag = VexaMedia::keepCodecTag(params, oc->oformat->codec_tag);
+        tracks[k].sourceTimeBase = st->time_base;
         tracks[k].index = st->index;
     }
     if (oc->nb_streams == 0) {
@@ -437,26 +366,28 @@ bool VexaOutputNet::openDestination(QString *error)
     if ((scheme == QLatin1String("srt") || scheme == QLatin1String("udp")) && !strcmp(format, "mpegts"))
         av_dict_set(&opts, "pkt_size", datagramSize, 0);
 
-    deadlineMs.storeRelease(nowMs() + openTimeoutMs);
+    io->arm(openTimeoutMs);
     if (!(oc->oformat->flags & AVFMT_NOFILE)) {
         r = avio_open2(&oc->pb, u.constData(), AVIO_FLAG_WRITE, &oc->interrupt_callback, &opts);
         if (r < 0) {
-            deadlineMs.storeRelease(0);
+            io->check();
+            io->disarm();
             av_dict_free(&opts);
-            *error = interrupted(this) && !abortIo.loadAcquire()
+            *error = io->timedOut()
                     ? QStringLiteral("cannot reach %1 within %2 s").arg(url).arg(openTimeoutMs / 1000.0)
-                    : QStringLiteral("cannot open %1: %2").arg(url, avError(r));
+                    : QStringLiteral("cannot open %1: %2").arg(url, VexaMedia::errorText(r));
             closeMuxer();
             return false;
         }
     }
     r = avformat_write_header(oc, &opts);
-    const bool late = interrupted(this) && !abortIo.loadAcquire();
-    deadlineMs.storeRelease(0);
+    io->check();
+    const bool late = io->timedOut();
+    io->disarm();
     av_dict_free(&opts);
     if (r < 0) {
         *error = late ? QStringLiteral("cannot reach %1 within %2 s").arg(url).arg(openTimeoutMs / 1000.0)
-                      : QStringLiteral("cannot start the stream to %1: %2").arg(url, avError(r));
+                      : QStringLiteral("cannot start the stream to %1: %2").arg(url, VexaMedia::errorText(r));
         closeMuxer();
         return false;
     }
@@ -467,7 +398,7 @@ bool VexaOutputNet::openDestination(QString *error)
 
 bool VexaOutputNet::writeOne(const Queued &q, bool video)
 {
-    Counters &c = counts[video ? 1 : 0];
+    VexaSinkCounters::Kind &c = counts->of(video);
     Track &t = tracks[video ? 1 : 0];
     if (t.index < 0) {
         c.dropped.fetchAndAddRelaxed(1);
@@ -483,11 +414,9 @@ bool VexaOutputNet::writeOne(const Queued &q, bool video)
     avpkt->data = q.buf->data;
     avpkt->size = p.len;
     avpkt->stream_index = t.index;
-    const qint64 dts = decodeTime(p);
-    avpkt->pts = p.pts == VexaMedia::NoPts ? AV_NOPTS_VALUE
-            : av_rescale_q(av_rescale_q(p.pts, usTimeBase, t.sourceTimeBase), t.sourceTimeBase, st->time_base);
-    avpkt->dts = dts == VexaMedia::NoPts ? AV_NOPTS_VALUE
-            : av_rescale_q(av_rescale_q(dts, usTimeBase, t.sourceTimeBase), t.sourceTimeBase, st->time_base);
+    const qint64 dts = VexaMedia::decodeTime(p);
+    avpkt->pts = VexaMedia::toStreamTime(p.pts, t.sourceTimeBase, st->time_base);
+    avpkt->dts = VexaMedia::toStreamTime(dts, t.sourceTimeBase, st->time_base);
     avpkt->flags = t.flagsInTag ? (p.tag & (AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD | AV_PKT_FLAG_DISPOSABLE)) : 0;
     avpkt->duration = t.flagsInTag && t.durationInTag
             ? av_rescale_q(VexaMedia::tagDuration(p.tag), t.sourceTimeBase, st->time_base) : 0;
@@ -505,28 +434,22 @@ bool VexaOutputNet::writeOne(const Queued &q, bool video)
     if (dts != VexaMedia::NoPts) {
         if (firstDts == VexaMedia::NoPts)
             firstDts = dts;
-        if (dts - firstDts > mediaUs.loadRelaxed())
-            mediaUs.storeRelease(dts - firstDts);
+        counts->reachedMedia(dts - firstDts);
     }
     const int r = av_interleaved_write_frame(oc, avpkt);
     if (r < 0) {
-        c.dropped.fetchAndAddRelaxed(1);
         if (r == AVERROR_EXIT || r == AVERROR(EPIPE) || r == AVERROR(ECONNRESET) || r == AVERROR(EIO)
                 || r == AVERROR(ETIMEDOUT) || r == AVERROR(ECONNREFUSED)) {
-            const bool late = r == AVERROR_EXIT && !abortIo.loadAcquire();
+            c.dropped.fetchAndAddRelaxed(1);
+            const bool late = r == AVERROR_EXIT && !io->aborted();
             fail(late ? QStringLiteral("%1 took no data for %2 s").arg(url).arg(writeTimeoutMs / 1000.0)
-                      : QStringLiteral("cannot send to %1: %2").arg(url, avError(r)));
+                      : QStringLiteral("cannot send to %1: %2").arg(url, VexaMedia::errorText(r)));
             return false;
         }
-        c.rejected.fetchAndAddRelaxed(1);
-        if (rejectLines++ < maxRejectLines)
-            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2 packet at %3 us rejected: %4")
-                                             .arg(name(), video ? "video" : "audio")
-                                             .arg(static_cast<long long>(p.pts)).arg(avError(r));
+        counts->rejected(this, video, p.pts, r);
         return true;
     }
-    c.written.fetchAndAddRelaxed(1);
-    c.bytes.fetchAndAddRelaxed(p.len);
+    counts->wrote(video, p.len);
     return true;
 }
 
@@ -534,13 +457,13 @@ void VexaOutputNet::finish()
 {
     if (!oc)
         return;
-    deadlineMs.storeRelease(nowMs() + writeTimeoutMs);
+    io->arm(writeTimeoutMs);
     av_interleaved_write_frame(oc, nullptr);
     const int r = av_write_trailer(oc);
-    deadlineMs.storeRelease(0);
+    io->disarm();
     closeMuxer();
     if (r < 0) {
-        fail(QStringLiteral("cannot finish the stream to %1: %2").arg(url, avError(r)));
+        fail(QStringLiteral("cannot finish the stream to %1: %2").arg(url, VexaMedia::errorText(r)));
         return;
     }
     sendEvent(QStringLiteral("done"), stats());
@@ -559,7 +482,7 @@ void VexaOutputNet::fail(const QString &message)
         changed.wakeAll();
     }
     for (int k = 0; k < 2; ++k) {
-        counts[k].dropped.fetchAndAddRelaxed(rest[k].size());
+        counts->of(k == 1).dropped.fetchAndAddRelaxed(rest[k].size());
         unref(rest[k]);
     }
     qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
@@ -568,10 +491,5 @@ void VexaOutputNet::fail(const QString &message)
 
 void VexaOutputNet::closeMuxer()
 {
-    if (!oc)
-        return;
-    if (oc->pb && !(oc->oformat->flags & AVFMT_NOFILE))
-        avio_closep(&oc->pb);
-    avformat_free_context(oc);
-    oc = nullptr;
+    VexaMedia::closeOutput(&oc);
 }

@@ -7,18 +7,20 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 
 extern "C" {
 #include <libavutil/rational.h>
 }
 
-#include "vexaobject.h"
+#include "vexamediasink.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVBufferRef;
 struct AVFormatContext;
 struct AVPacket;
 class QThread;
+class VexaIoDeadline;
 
 /**
  * Sink module: publishes the audio and video packets it receives to a
@@ -59,7 +61,7 @@ class QThread;
  * it in the sending thread; the destination is written in the module's
  * sending thread, started by onStart and joined by onStop.
  */
-class VEXAEXAMPLEMODULES_EXPORT VexaOutputNet : public VexaObject
+class VEXAEXAMPLEMODULES_EXPORT VexaOutputNet : public VexaMediaSink
 {
     Q_OBJECT
     Q_CLASSINFO("setting:url", "string; destination (udp, srt, tcp: MPEG-TS; rtsp: RTSP publishing; rtmp: FLV)")
@@ -78,34 +80,14 @@ public:
     Q_INVOKABLE explicit VexaOutputNet(QObject *parent = nullptr);
     ~VexaOutputNet() override;
 
-    /**
-     * Counters: "packetsA"/"packetsV" and "bytesA"/"bytesV" sent,
-     * "receivedA"/"receivedV", "droppedA"/"droppedV" and "dropped" (their
-     * sum), "rejected" (of those, refused by the muxer), "dropping" (true
-     * when "overflow" is "drop"), "mediaUs". Thread: thread-safe.
-     */
-    Q_INVOKABLE QVariant stats();
-
-    void onNewPacketA(Packet pkt) override;
-    void onNewPacketV(Packet pkt) override;
-
 protected:
     void onStart() override;
     void onStop() override;
-    void onNewInfoA(StreamInfo info) override;
-    void onNewInfoV(StreamInfo info) override;
 
 private:
     struct Queued {
         Packet meta;            // data unused: the payload is buf
         AVBufferRef *buf = nullptr;
-    };
-    struct Counters {
-        QAtomicInteger<qint64> received = 0;
-        QAtomicInteger<qint64> written = 0;
-        QAtomicInteger<qint64> bytes = 0;
-        QAtomicInteger<qint64> dropped = 0;
-        QAtomicInteger<qint64> rejected = 0;
     };
     struct Track {
         int index = -1;
@@ -116,7 +98,8 @@ private:
     };
     enum Phase { Idle = 0, Running = 1, Closing = 2 };
 
-    void accept(const Packet &pkt, bool video);
+    void accept(const Packet &pkt, bool video) override;
+    void described(const StreamInfo &info, bool video) override;
     void run();
     bool openDestination(QString *error);
     bool writeOne(const Queued &q, bool video);
@@ -124,21 +107,17 @@ private:
     void closeMuxer();
     void fail(const QString &message);
     static void unref(QList<Queued> &list);
-    static int interrupted(void *opaque);
 
     // Shared by the senders, the worker and the sending thread; guarded by gate.
     QMutex gate;
     QWaitCondition changed;     // a packet, room, a description or a phase change
     QList<Queued> queues[2];    // audio, video
-    StreamInfo described[2];    // audio, video: copies of inInfoA/V
+    StreamInfo descriptions[2];    // audio, video: copies of inInfoA/V
     int phase = Idle;
     bool dropMode = true;
     int bounds[2] = {20, 20};
 
-    QAtomicInt abortIo = 0;
-    QAtomicInteger<qint64> deadlineMs = 0;   // steady clock; 0: none
-    QAtomicInt dropSetting = 1;
-    QAtomicInteger<qint64> mediaUs = 0;
+    const std::unique_ptr<VexaIoDeadline> io;     // when blocking calls give up
     QThread *sender = nullptr;  // worker thread only
 
     // Sending thread only.
@@ -149,9 +128,6 @@ private:
     qint64 openTimeoutMs = 0;
     qint64 writeTimeoutMs = 0;
     QString url;
-    int rejectLines = 0;
-
-    Counters counts[2];         // audio, video
 };
 
 #endif // VEXAOUTPUTNET_H
