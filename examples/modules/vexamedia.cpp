@@ -5,6 +5,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/buffer.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/error.h>
 #include <libavutil/mathematics.h>
@@ -13,6 +14,8 @@ extern "C" {
 
 namespace {
 const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
+// The buffer a source lends while it sends a packet from this thread.
+thread_local const AVBufferRef *lentBuffer = nullptr;
 }
 
 QVariantMap VexaMedia::describe(const AVStream *stream)
@@ -220,4 +223,26 @@ QString VexaMedia::errorText(int error)
     char text[AV_ERROR_MAX_STRING_SIZE] = {0};
     av_strerror(error, text, sizeof(text));
     return QString::fromLocal8Bit(text);
+}
+
+VexaMedia::Lend::Lend(const AVBufferRef *buffer)
+    : previous(lentBuffer)
+{
+    lentBuffer = buffer;
+}
+
+VexaMedia::Lend::~Lend()
+{
+    lentBuffer = previous;
+}
+
+AVBufferRef *VexaMedia::borrow(const char *data, int len, int padding)
+{
+    const AVBufferRef *buf = lentBuffer;
+    if (!buf || !data || len < 0 || padding < 0)
+        return nullptr;
+    const auto *begin = reinterpret_cast<const uint8_t *>(data);
+    if (begin < buf->data || begin + qint64(len) + padding > buf->data + buf->size)
+        return nullptr;
+    return av_buffer_ref(buf);
 }

@@ -9,6 +9,7 @@
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
+struct AVBufferRef;
 struct AVCodecParameters;
 struct AVCodecTag;
 struct AVFormatContext;
@@ -126,6 +127,34 @@ public:
 
     /** The text of an FFmpeg error code. */
     static QString errorText(int error);
+
+    /**
+     * Lending a payload. A packet's payload is valid only while
+     * sendPacketA/V runs, so a receiver that keeps it copies it. A source
+     * whose payload lies in an FFmpeg reference-counted buffer lends the
+     * buffer for the call instead, with a Lend on the stack around
+     * sendPacketA/V; a receiver running in the sending thread during the
+     * call then keeps the payload by taking a reference with borrow(), no
+     * copy made. Receivers must not write into a borrowed payload.
+     *
+     * Thread: a Lend holds for the thread that made it, until it ends.
+     */
+    class VEXAEXAMPLEMODULES_EXPORT Lend
+    {
+    public:
+        explicit Lend(const AVBufferRef *buffer);
+        ~Lend();
+
+    private:
+        const AVBufferRef *previous;
+        Q_DISABLE_COPY(Lend)
+    };
+    /**
+     * A new reference to the buffer lent in this thread when it holds
+     * @p len bytes at @p data followed by @p padding bytes, else null (the
+     * receiver copies then). The caller unreferences it (av_buffer_unref).
+     */
+    static AVBufferRef *borrow(const char *data, int len, int padding);
 };
 
 #endif // VEXAMEDIA_H

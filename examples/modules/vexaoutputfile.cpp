@@ -78,7 +78,14 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     Packet p = in;
     p.data = nullptr;
     if (in.len > 0) {
-        p.data = pool.acquire(in.data, in.len, padding, drop ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+        // A source that lends its buffer is kept by reference.
+        if (AVBufferRef *ref = VexaMedia::borrow(in.data, in.len, padding)) {
+            p.data = pool.adopt(in.data, &VexaOutputFile::unrefBuffer, ref);
+            if (!p.data)
+                av_buffer_unref(&ref);
+        } else {
+            p.data = pool.acquire(in.data, in.len, padding, drop ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+        }
         if (!p.data) {
             c.dropped.fetchAndAddRelaxed(1);
             return;
@@ -161,6 +168,12 @@ bool VexaOutputFile::waitUntilAccepting()
         changed.wait(&gate, 100);
     }
     return phase.loadAcquire() == Accepting;
+}
+
+void VexaOutputFile::unrefBuffer(void *opaque)
+{
+    auto *ref = static_cast<AVBufferRef *>(opaque);
+    av_buffer_unref(&ref);
 }
 
 void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
@@ -343,6 +356,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
         Track &t = tracks[k == 0 ? 1 : 0];
         t = Track();
         t.sourceTimeBase = st->time_base;
+        t.flagsInTag = params[k].value("packetFlags").toString() == QLatin1String("tag");
         t.durationInTag = params[k].value("packetDuration").toString() == QLatin1String("tag");
         t.sampleRate = k == 1 ? params[k].value("sampleRate").toInt() : 0;
         *index[k] = st->index;
@@ -423,8 +437,6 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
         return false;
     }
     const AVStream *st = oc->streams[index];
-    const StreamInfo &info = video ? inInfoV : inInfoA;
-    const bool flagsInTag = info.params.value("packetFlags").toString() == QLatin1String("tag");
 
     // The muxer gets a reference to the ring block instead of a copy; the
     // block is released when the muxer lets go of it (it may keep packets
@@ -458,8 +470,8 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             avpkt->pts = avpkt->dts;
         }
     }
-    avpkt->flags = flagsInTag ? (pkt.tag & (AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD | AV_PKT_FLAG_DISPOSABLE)) : 0;
-    avpkt->duration = flagsInTag && t.durationInTag
+    avpkt->flags = t.flagsInTag ? (pkt.tag & (AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD | AV_PKT_FLAG_DISPOSABLE)) : 0;
+    avpkt->duration = t.flagsInTag && t.durationInTag
             ? av_rescale_q(VexaMedia::tagDuration(pkt.tag), t.sourceTimeBase, st->time_base) : 0;
     avpkt->pos = -1;
     keepDecodeOrder(t, oc->oformat->flags);

@@ -98,6 +98,7 @@ private:
     // Per output stream, worker thread only.
     struct Track {
         AVRational sourceTimeBase{0, 1};
+        bool flagsInTag = false;        // as the description at the header said
         bool durationInTag = false;
         int sampleRate = 0;             // audio: times follow the samples
         int64_t rescaleLast = INT64_MIN;
@@ -111,6 +112,7 @@ private:
     bool waitForQueueRoom(bool video);
     void release(const QList<Packet> &packets);
     static void releaseBlock(void *opaque, uint8_t *data);
+    static void unrefBuffer(void *opaque);
     void wake();
     void drain();
     bool tryWriteHeader(bool force);

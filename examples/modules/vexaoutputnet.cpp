@@ -87,18 +87,22 @@ void VexaOutputNet::accept(const Packet &in, bool video)
         c.dropped.fetchAndAddRelaxed(1);
         return;
     }
-    // The copy is made outside the lock; the muxer takes it as it is.
+    // A reference to the source's buffer where it lends one, else a copy
+    // made outside the lock; the muxer takes either as it is.
     Queued q;
     q.meta = in;
-    q.meta.data = nullptr;
-    q.buf = av_buffer_alloc(size_t(in.len) + AV_INPUT_BUFFER_PADDING_SIZE);
+    q.buf = VexaMedia::borrow(in.data, in.len, AV_INPUT_BUFFER_PADDING_SIZE);
     if (!q.buf) {
-        c.dropped.fetchAndAddRelaxed(1);
-        return;
+        q.buf = av_buffer_alloc(size_t(in.len) + AV_INPUT_BUFFER_PADDING_SIZE);
+        if (!q.buf) {
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        if (in.len > 0)
+            memcpy(q.buf->data, in.data, size_t(in.len));
+        memset(q.buf->data + in.len, 0, AV_INPUT_BUFFER_PADDING_SIZE);
+        q.meta.data = reinterpret_cast<char *>(q.buf->data);
     }
-    if (in.len > 0)
-        memcpy(q.buf->data, in.data, size_t(in.len));
-    memset(q.buf->data + in.len, 0, AV_INPUT_BUFFER_PADDING_SIZE);
 
     QList<Queued> old;
     {
@@ -411,7 +415,7 @@ bool VexaOutputNet::writeOne(const Queued &q, bool video)
         c.dropped.fetchAndAddRelaxed(1);
         return false;
     }
-    avpkt->data = q.buf->data;
+    avpkt->data = reinterpret_cast<uint8_t *>(p.data);
     avpkt->size = p.len;
     avpkt->stream_index = t.index;
     const qint64 dts = VexaMedia::decodeTime(p);

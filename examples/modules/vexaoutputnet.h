@@ -86,7 +86,7 @@ protected:
 
 private:
     struct Queued {
-        Packet meta;            // data unused: the payload is buf
+        Packet meta;            // data: the payload, in buf
         AVBufferRef *buf = nullptr;
     };
     struct Track {

@@ -15,12 +15,14 @@ VexaPayloadPool::~VexaPayloadPool()
     std::free(base);
     for (char *b : qAsConst(heapBlocks))
         std::free(b);
+    for (const auto &l : lentBlocks)
+        l.second.unref(l.second.opaque);
 }
 
 bool VexaPayloadPool::setSize(qint32 size)
 {
     QMutexLocker locker(&mutex);
-    if (!blocks.isEmpty() || !heapBlocks.isEmpty())
+    if (!blocks.isEmpty() || !heapBlocks.isEmpty() || !lentBlocks.empty())
         return false;
     char *ring = nullptr;
     if (size > 0) {
@@ -103,6 +105,15 @@ char *VexaPayloadPool::acquire(const char *src, int len, int padding, Wait wait)
     return block;
 }
 
+char *VexaPayloadPool::adopt(char *data, void (*unref)(void *), void *opaque)
+{
+    QMutexLocker locker(&mutex);
+    if (closed || !data)
+        return nullptr;
+    lentBlocks.emplace(data, Lent{unref, opaque});
+    return data;
+}
+
 void VexaPayloadPool::release(char *block)
 {
     if (!block)
@@ -111,6 +122,17 @@ void VexaPayloadPool::release(char *block)
     if (heapBlocks.remove(block)) {
         std::free(block);
         return;
+    }
+    if (!lentBlocks.empty()) {
+        const auto it = lentBlocks.find(block);
+        if (it != lentBlocks.end()) {
+            const Lent lent = it->second;
+            lentBlocks.erase(it);
+            // The owner's release may free memory: not under the lock.
+            locker.unlock();
+            lent.unref(lent.opaque);
+            return;
+        }
     }
     for (Block &b : blocks) {
         if (b.start == block && !b.done) {
@@ -135,7 +157,7 @@ qint64 VexaPayloadPool::usedBytes() const
 int VexaPayloadPool::blockCount() const
 {
     QMutexLocker locker(&mutex);
-    int n = heapBlocks.size();
+    int n = heapBlocks.size() + int(lentBlocks.size());
     for (const Block &b : blocks)
         n += b.done ? 0 : 1;
     return n;

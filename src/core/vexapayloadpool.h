@@ -7,6 +7,7 @@
 #include <QWaitCondition>
 
 #include <functional>
+#include <unordered_map>
 
 #include "vexabase_export.h"
 
@@ -60,7 +61,17 @@ public:
      * out. The copy is made outside the pool's lock.
      */
     char *acquire(const char *src, int len, int padding = 0, Wait wait = WaitForRoom);
-    /** Gives back a block from acquire(); null is ignored. */
+    /**
+     * Keeps a payload without copying it: a block that its owner lends for
+     * as long as the pool holds it (a reference-counted buffer, for
+     * instance). Returns @p data, to queue and release() like a block from
+     * acquire(); the release calls @p unref(@p opaque) instead of freeing.
+     * Counted in blockCount(), not in usedBytes() (the memory is not the
+     * ring's). Null when the pool is closed or @p data is null: the caller
+     * then still holds what @p opaque stands for.
+     */
+    char *adopt(char *data, void (*unref)(void *opaque), void *opaque);
+    /** Gives back a block from acquire() or adopt(); null is ignored. */
     void release(char *block);
 
     /** Bytes of ring blocks in use. */
@@ -96,6 +107,11 @@ private:
     QList<Block> blocks;        // ring blocks in allocation order, until the oldest is done
     qint64 used = 0;
     QSet<char *> heapBlocks;
+    struct Lent {
+        void (*unref)(void *);
+        void *opaque;
+    };
+    std::unordered_multimap<char *, Lent> lentBlocks;   // adopted; one entry per adopt()
     bool closed = false;
     std::function<void()> onFull;
 

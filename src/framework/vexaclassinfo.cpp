@@ -2,7 +2,6 @@
 
 #include <QMetaClassInfo>
 #include <QMetaObject>
-#include <QRegularExpression>
 
 #include "vexaobject.h"
 
@@ -30,23 +29,53 @@ QList<VexaClassInfo::Setting> baseSettings()
 }
 
 // "TYPE[(A|B)][=DEFAULT]; meaning"; false when the text does not start so.
+// Read by hand rather than with a regular expression: every class's
+// declarations are read at start-up, and compiling a pattern costs more than
+// the rest of that reading together.
 bool parseSetting(const QString &text, VexaClassInfo::Setting *s)
 {
-    static const QRegularExpression re(QStringLiteral("^\\s*([a-z]+)(?:\\(([^)]*)\\))?(?:\\s*=\\s*([^;]*?))?\\s*;\\s*(.*)$"),
-                                       QRegularExpression::DotMatchesEverythingOption);
-    const QRegularExpressionMatch m = re.match(text);
-    if (!m.hasMatch() || !knownTypes.contains(m.captured(1)))
+    const int n = text.size();
+    int i = 0;
+    auto skipSpace = [&] {
+        while (i < n && text.at(i).isSpace())
+            ++i;
+    };
+    skipSpace();
+    const int typeStart = i;
+    while (i < n && text.at(i) >= QLatin1Char('a') && text.at(i) <= QLatin1Char('z'))
+        ++i;
+    const QString type = text.mid(typeStart, i - typeStart);
+    if (type.isEmpty() || !knownTypes.contains(type))
         return false;
-    s->type = m.captured(1);
+    QString choices;
+    if (i < n && text.at(i) == QLatin1Char('(')) {
+        const int close = text.indexOf(QLatin1Char(')'), i + 1);
+        if (close < 0)
+            return false;
+        choices = text.mid(i + 1, close - i - 1);
+        i = close + 1;
+    }
+    skipSpace();
+    QString defaultText;
+    if (i < n && text.at(i) == QLatin1Char('=')) {
+        const int semicolon = text.indexOf(QLatin1Char(';'), i + 1);
+        if (semicolon < 0)
+            return false;
+        defaultText = text.mid(i + 1, semicolon - i - 1).trimmed();
+        i = semicolon;
+    }
+    if (i >= n || text.at(i) != QLatin1Char(';'))
+        return false;
+    s->type = type;
     if (s->type == QLatin1String("enum")) {
-        for (const QString &w : m.captured(2).split(QLatin1Char('|'), Qt::SkipEmptyParts))
+        for (const QString &w : choices.split(QLatin1Char('|'), Qt::SkipEmptyParts))
             s->allowed << w.trimmed();
         if (s->allowed.isEmpty())
             return false;
     }
-    s->meaning = m.captured(4).trimmed();
-    if (m.capturedLength(3) > 0) {
-        const QString d = m.captured(3).trimmed();
+    s->meaning = text.mid(i + 1).trimmed();
+    if (!defaultText.isEmpty()) {
+        const QString &d = defaultText;
         if (s->type == QLatin1String("bool"))
             s->defaultValue = d == QLatin1String("true");
         else if (s->type == QLatin1String("int"))
@@ -59,15 +88,17 @@ bool parseSetting(const QString &text, VexaClassInfo::Setting *s)
     return true;
 }
 
+// "audio video events", separated by spaces or commas.
 int parseKinds(const QString &text)
 {
     int kinds = 0;
-    for (const QString &w : text.split(QRegularExpression(QStringLiteral("[\\s,]+")), Qt::SkipEmptyParts)) {
-        if (w == QLatin1String("audio"))
+    const QString spaced = QString(text).replace(QLatin1Char(','), QLatin1Char(' ')).simplified();
+    for (const QStringRef &word : spaced.splitRef(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        if (word == QLatin1String("audio"))
             kinds |= VexaClassInfo::Audio;
-        else if (w == QLatin1String("video"))
+        else if (word == QLatin1String("video"))
             kinds |= VexaClassInfo::Video;
-        else if (w == QLatin1String("events"))
+        else if (word == QLatin1String("events"))
             kinds |= VexaClassInfo::Events;
     }
     return kinds;

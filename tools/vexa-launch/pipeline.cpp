@@ -7,7 +7,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonParseError>
-#include <QRegularExpression>
 #include <QSet>
 
 #include <cmath>
@@ -80,10 +79,20 @@ bool sameFile(const QString &a, const QString &b)
     return QDir::cleanPath(QFileInfo(a).absoluteFilePath()) == QDir::cleanPath(QFileInfo(b).absoluteFilePath());
 }
 
-const QRegularExpression &namePattern()
+// Letters, digits, '_' and '-' only (a module name is also a thread name
+// and a key in messages).
+bool isModuleName(const QString &name)
 {
-    static const QRegularExpression re(QStringLiteral("^[A-Za-z0-9_-]+$"));
-    return re;
+    if (name.isEmpty())
+        return false;
+    for (const QChar c : name) {
+        const ushort u = c.unicode();
+        const bool ok = (u >= 'A' && u <= 'Z') || (u >= 'a' && u <= 'z') || (u >= '0' && u <= '9')
+                || u == '_' || u == '-';
+        if (!ok)
+            return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -162,7 +171,7 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
             return false;
         }
         mod.className = m.value("class").toString();
-        if (!m.value("name").isString() || !namePattern().match(m.value("name").toString()).hasMatch()) {
+        if (!m.value("name").isString() || !isModuleName(m.value("name").toString())) {
             *error = where + QStringLiteral(": \"name\" must be a name of letters, digits, '_' and '-'");
             return false;
         }
