@@ -146,6 +146,34 @@ private slots:
         QCOMPARE(pool.size(), 100);
     }
 
+    // Adopted blocks: no copy, released through their owner's call (one
+    // per adopt, also for the same address twice), refused when closed, and
+    // given back by the pool's end.
+    void adoptedBlocks()
+    {
+        static QAtomicInt unrefs;
+        unrefs.storeRelaxed(0);
+        auto unref = [](void *opaque) { unrefs.fetchAndAddRelaxed(*static_cast<int *>(opaque)); };
+        char lent[16] = "lent";
+        int one = 1;
+        int ten = 10;
+        {
+            VexaPayloadPool pool(100);
+            QCOMPARE(pool.adopt(lent, unref, &one), lent);
+            QCOMPARE(pool.adopt(lent, unref, &ten), lent);
+            QCOMPARE(pool.blockCount(), 2);
+            QCOMPARE(pool.usedBytes(), qint64(0));
+            QVERIFY(!pool.setSize(200));
+            pool.release(lent);
+            QCOMPARE(pool.blockCount(), 1);
+            QVERIFY(unrefs.loadRelaxed() == 1 || unrefs.loadRelaxed() == 10);
+            pool.close();
+            QVERIFY(!pool.adopt(lent, unref, &one));
+            pool.open();
+        }
+        QCOMPARE(unrefs.loadRelaxed(), 11);
+    }
+
     // The whole queue in one call, oldest first; the queue is left empty and
     // keeps its bound behaviour.
     void takeWholeQueue()

@@ -16,6 +16,8 @@
 
 extern "C" {
 #include <libavcodec/codec_id.h>
+#include <libavcodec/defs.h>
+#include <libavutil/buffer.h>
 }
 
 #include "testmodules.h"
@@ -134,22 +136,29 @@ private slots:
         QTest::addColumn<int>("heldAt");      // wait: packets received when the sender is held back
         QTest::addColumn<QList<int>>("kept"); // packets in the file, by index
         QTest::addColumn<bool>("audioToo");   // an audio stream is described but sends nothing
+        QTest::addColumn<int>("lend");        // 0: plain payloads; 1: lent buffers; 2: lent without padding room
 
         const QList<int> all{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
         // The bound counts the incoming packet: a bound of 4 holds 3.
-        QTest::newRow("wait, queue full") << "wait" << 4 << (1 << 20) << 500 << 4 << all << false;
+        QTest::newRow("wait, queue full") << "wait" << 4 << (1 << 20) << 500 << 4 << all << false << 0;
         // A 2500-byte ring holds two 1000-byte payloads; the third would wrap
         // onto the first, still queued.
-        QTest::newRow("wait, ring full") << "wait" << 50 << 2500 << 1000 << 3 << all << false;
+        QTest::newRow("wait, ring full") << "wait" << 50 << 2500 << 1000 << 3 << all << false << 0;
         // The muxer keeps video back while it waits for audio to interleave
         // with; the ring fills with blocks it holds, and it must let go.
-        QTest::newRow("wait, ring held by the muxer") << "wait" << 50 << 2500 << 1000 << 3 << all << true;
+        QTest::newRow("wait, ring held by the muxer") << "wait" << 50 << 2500 << 1000 << 3 << all << true << 0;
         // Payloads larger than the whole ring get copies of their own: never
         // dropped for their size, still held back by the queue bound.
-        QTest::newRow("wait, packets larger than the ring") << "wait" << 4 << 2500 << 3000 << 4 << all << false;
-        QTest::newRow("drop, packets larger than the ring") << "drop" << 50 << 2500 << 3000 << 0 << all << false;
-        QTest::newRow("drop, queue full keeps the newest") << "drop" << 4 << (1 << 20) << 500 << 0 << QList<int>{9, 10, 11} << false;
-        QTest::newRow("drop, ring full keeps the queued") << "drop" << 50 << 2500 << 1000 << 0 << QList<int>{0, 1} << false;
+        QTest::newRow("wait, packets larger than the ring") << "wait" << 4 << 2500 << 3000 << 4 << all << false << 0;
+        QTest::newRow("drop, packets larger than the ring") << "drop" << 50 << 2500 << 3000 << 0 << all << false << 0;
+        QTest::newRow("drop, queue full keeps the newest") << "drop" << 4 << (1 << 20) << 500 << 0 << QList<int>{9, 10, 11} << false << 0;
+        QTest::newRow("drop, ring full keeps the queued") << "drop" << 50 << 2500 << 1000 << 0 << QList<int>{0, 1} << false << 0;
+        // A lent buffer is kept by reference (the sender drops its own at
+        // once), also past the ring's size; one without room for the padding
+        // is copied (the sender scribbles over it).
+        QTest::newRow("wait, lent buffers") << "wait" << 4 << 2500 << 3000 << 4 << all << false << 1;
+        QTest::newRow("drop, lent buffers keep the newest") << "drop" << 4 << (1 << 20) << 500 << 0 << QList<int>{9, 10, 11} << false << 1;
+        QTest::newRow("wait, lent without padding is copied") << "wait" << 4 << (1 << 20) << 500 << 4 << all << false << 2;
     }
     void outputOverflow()
     {
@@ -160,6 +169,7 @@ private slots:
         QFETCH(int, heldAt);
         QFETCH(QList<int>, kept);
         QFETCH(bool, audioToo);
+        QFETCH(int, lend);
         const int count = 12;
 
         const QString path = dir.filePath(QStringLiteral("%1.framemd5").arg(QTest::currentDataTag()).replace(' ', '_'));
@@ -189,14 +199,27 @@ private slots:
         QByteArray scratch(size, '\0');
         QScopedPointer<QThread> producer(QThread::create([&] {
             for (int i = 0; i < count; ++i) {
-                scratch = payload(i, size);
                 VexaObject::Packet p;
-                p.data = scratch.data();
                 p.len = size;
                 p.pts = i * 40000;
                 p.tag = i % 12 == 0 ? 1 : 0;
-                src->sendPacketV(p);
-                scratch.fill('\xee');
+                if (lend == 0) {
+                    scratch = payload(i, size);
+                    p.data = scratch.data();
+                    src->sendPacketV(p);
+                    scratch.fill('\xee');
+                    continue;
+                }
+                AVBufferRef *buf = av_buffer_alloc(size_t(size) + (lend == 1 ? AV_INPUT_BUFFER_PADDING_SIZE : 0));
+                memcpy(buf->data, payload(i, size).constData(), size_t(size));
+                p.data = reinterpret_cast<char *>(buf->data);
+                {
+                    const VexaMedia::Lend lent(buf);
+                    src->sendPacketV(p);
+                }
+                if (lend == 2)
+                    memset(buf->data, 0xee, size_t(size));   // still the sender's alone
+                av_buffer_unref(&buf);
             }
         }));
         producer->start();
