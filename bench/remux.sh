@@ -5,6 +5,10 @@
 # (user + sys) and peak memory (maximum resident set) of each and their
 # ratios. Target: CPU and wall time within 1.05x of ffmpeg per container.
 #
+# With REMUX_CALLGRIND=1 it also counts the instructions of one run of each
+# under callgrind (user space only; counts do not swing with the machine's
+# load as times do).
+#
 # Usage: bench/remux.sh <build-dir> [clip-seconds (default 60)] [runs (default 5)]
 set -euo pipefail
 
@@ -70,3 +74,21 @@ echo
 echo "Ratios vexa-launch / ffmpeg (medians of $runs runs; target <= 1.05):"
 printf '%s\n' "${summary[@]}"
 echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//'), $(uname -m), $(ffmpeg -version | head -1 | cut -d' ' -f1-3), load $(cut -d' ' -f1-3 /proc/loadavg)"
+
+if [ "${REMUX_CALLGRIND:-0}" = 1 ]; then
+    command -v valgrind >/dev/null || { echo "remux.sh: valgrind is needed for REMUX_CALLGRIND=1" >&2; exit 2; }
+    # Instructions of one run under callgrind, user space, all threads.
+    instructions() {
+        valgrind --tool=callgrind --callgrind-out-file=/dev/null "$@" 2>&1 >/dev/null \
+            | sed -n 's/^==[0-9]*== Collected : //p'
+    }
+    echo
+    echo "Instructions (callgrind, one run each):"
+    printf "%-5s %14s %14s %7s\n" "out" "ffmpeg" "vexa-launch" "ratio"
+    for ext in mp4 mkv ts; do
+        f=$(instructions ffmpeg -hide_banner -loglevel error -y -i "$clip" -map 0:v:0 -map 0:a:0 -c copy "$work/out-ffmpeg.$ext")
+        v=$(instructions "$launch" "$repo/examples/pipelines/remux.json" --quiet -y \
+            --set "in.path=$clip" --set "out.path=$work/out-vexa.$ext")
+        printf "%-5s %14s %14s %7.3f\n" "$ext" "$f" "$v" "$(awk -v a="$f" -v b="$v" 'BEGIN {print b / a}')"
+    done
+fi
