@@ -321,11 +321,13 @@ void VexaInputNet::readSome()
                 sourceLost(reason);
                 return;
             }
+            // Sending may be held back by a slow receiver ("wait"): that is
+            // not the source going quiet.
+            io->disarm();
         }
         if (realtime) {
             const int delay = demux->paceDelayMs(0);
             if (delay > 0) {
-                io->disarm();
                 demux->scheduleRead(delay);
                 return;
             }
