@@ -170,6 +170,29 @@ inline QString mismatch(const Streams &want, const Streams &got, bool sameContai
     return QString();
 }
 
+// The first packet of @p got whose size or data differs from @p want's, or
+// an empty string. @p got holds @p want @p rounds times over (a source sent
+// again); with 0 rounds, as many packets as it likes but at least one, from
+// a source that loops.
+inline QString sameData(const Streams &want, const Streams &got, int rounds = 1)
+{
+    if (got.keys() != want.keys())
+        return QStringLiteral("streams %1, expected %2").arg(got.keys().join(','), want.keys().join(','));
+    for (auto it = want.begin(); it != want.end(); ++it) {
+        const QList<Packet> &a = it.value();
+        const QList<Packet> &b = got[it.key()];
+        if (a.isEmpty() || (rounds > 0 ? b.size() != rounds * a.size() : b.isEmpty()))
+            return QStringLiteral("%1: %2 packets, expected %3 rounds of %4").arg(it.key()).arg(b.size()).arg(rounds).arg(a.size());
+        for (int i = 0; i < b.size(); ++i) {
+            const Packet &w = a[i % a.size()];
+            if (b[i].size != w.size || b[i].hash != w.hash)
+                return QStringLiteral("%1 packet %2: size %3 %4, expected %5 %6")
+                    .arg(it.key()).arg(i).arg(b[i].size).arg(b[i].hash).arg(w.size).arg(w.hash);
+        }
+    }
+    return QString();
+}
+
 } // namespace MediaProbe
 
 #endif // MEDIAPROBE_H
