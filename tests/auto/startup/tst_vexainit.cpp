@@ -148,9 +148,10 @@ private slots:
                  << "hi_mpi_vb_set_mod_pool_cfg" << "hi_mpi_vb_init_mod_common_pool";
         QCOMPARE(callNames(), expected);
         const std::vector<std::string> calls = vx_model_calls();
-        QCOMPARE(QList<std::string>({calls.at(1), calls.at(27), calls.at(38), calls.at(39)}),
-                 QList<std::string>({"hi_mpi_vb_exit_mod_common_pool(0)", "hi_mpi_vb_exit_mod_common_pool(26)",
-                                     "hi_mpi_vb_set_mod_pool_cfg(4,1)", "hi_mpi_vb_init_mod_common_pool(4)"}));
+        const auto call = [&calls](size_t i) { return QString::fromStdString(calls.at(i)); };
+        QCOMPARE(QStringList({call(1), call(27), call(38), call(39)}),
+                 QStringList({"hi_mpi_vb_exit_mod_common_pool(0)", "hi_mpi_vb_exit_mod_common_pool(26)",
+                              "hi_mpi_vb_set_mod_pool_cfg(4,1)", "hi_mpi_vb_init_mod_common_pool(4)"}));
 
         hi_vb_cfg cfg;
         QCOMPARE(hi_mpi_vb_get_cfg(&cfg), 0);
