@@ -2,13 +2,12 @@
 #define VEXAPROBE_H
 
 // A module for the tests: records every hook it runs (with the thread it ran
-// in), can relay or queue the packets it receives, and exposes the protected
-// members a test needs.
+// in), can relay the packets it receives, and exposes the protected members
+// a test needs.
 
 #include <algorithm>
 #include <cstring>
 
-#include <QAtomicInt>
 #include <QCoreApplication>
 #include <QMutex>
 #include <QPointer>
@@ -36,7 +35,7 @@ public:
         QString what;
         QThread *thread;
     };
-    enum PacketMode { Record, Relay, Queue };
+    enum PacketMode { Record, Relay };
 
     Q_INVOKABLE explicit VexaProbe(QObject *parent = nullptr) : VexaObject(parent) {}
     ~VexaProbe() override { note(thread() == QThread::currentThread() ? "dtor in own thread" : "dtor elsewhere"); }
@@ -44,7 +43,6 @@ public:
     using VexaObject::bufLenA;
     using VexaObject::bufLenV;
     using VexaObject::directInvokeNames;
-    using VexaObject::lockV;
     using VexaObject::outInfoV;
     using VexaObject::packetsA;
     using VexaObject::packetsV;
@@ -62,7 +60,6 @@ public:
     QList<Packet> packetsSeen() const { QMutexLocker locker(&mutex); return seen; }
 
     PacketMode mode = Record;
-    QAtomicInt dropped;             // false results of bufferPacketV in Queue mode
     QSemaphore *holdStop = nullptr; // onStop waits on it when set
     Trail *trail = nullptr;         // outlives the object: gets every hook name
 
@@ -88,11 +85,6 @@ public:
 protected:
     void onNewPacketV(Packet p) override
     {
-        if (mode == Queue) {
-            if (!bufferPacketV(p))
-                dropped.ref();
-            return;
-        }
         note(name() + QStringLiteral(":packetV"), &p);
         if (mode == Relay)
             sendPacketV(p);

@@ -2,9 +2,9 @@
 // (callers look methods up by index and by signature string, so a reordered
 // or renamed declaration must fail here) and invoke(); the lifecycle (what
 // runs in which thread and in which order, settings before and after start,
-// destruction and worker-thread sharing); the records, the bounded packet
-// queues, the payload ring and the rule that decides whether an incoming
-// stream description is a change. Objects made by startInMain() run in the
+// destruction and worker-thread sharing); the bounded packet queues, the
+// payload ring and the rule that decides whether an incoming stream
+// description is a change. Objects made by startInMain() run in the
 // application thread, so their queued calls run at processEvents().
 
 #include <cstring>
@@ -440,34 +440,13 @@ private slots:
             }
             done.storeRelease(1);
         });
-        int answered = 0;
         while (!done.loadAcquire()) {
-            answered += p->invoke(QStringLiteral("ping"), 1).isValid();
+            p->invoke(QStringLiteral("ping"), 1);
             p->getData();
         }
         toggler.join();
-        QVERIFY(answered >= 0);
         QCOMPARE(p->getState(), QStringLiteral("started"));
         QVERIFY(retire({p}));
-    }
-
-    // Packets share their payload; descriptions copy their parameters on write.
-    void recordCopies()
-    {
-        char payload[] = "abc";
-        Packet p = packet(1);
-        QCOMPARE(p.altPts, qint64(-1));
-        p.data = payload;
-        Packet copy = p;
-        copy.pts = 2;
-        QCOMPARE(p.pts, qint64(1));
-        QCOMPARE(static_cast<void *>(copy.data), static_cast<void *>(payload));
-
-        StreamInfo info = makeInfo(1, {{"w", 1}});
-        StreamInfo other = info;
-        other.params.insert(QStringLiteral("h"), 2);
-        QCOMPARE(info.params, (QVariantMap{{"w", 1}}));
-        QCOMPARE(other.params.size(), 2);
     }
 
     // The bound counts the new packet and a full queue drops its oldest one.

@@ -21,9 +21,8 @@ extern "C" {
 }
 
 #include "testmodules.h"
-#include "vexa.h"
-#include "vexaexamplemodules.h"
 #include "vexamedia.h"
+#include "vexatest.h"
 
 namespace {
 
@@ -43,18 +42,6 @@ VexaObject::StreamInfo compressed(const QVariantMap &params)
     return info;
 }
 
-// framemd5 lines without comments: stream, dts, pts, duration, size, hash.
-QList<QStringList> readFrameMd5(const QString &path)
-{
-    QList<QStringList> rows;
-    QFile f(path);
-    if (f.open(QIODevice::ReadOnly | QIODevice::Text))
-        for (const QString &line : QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
-            if (!line.startsWith(QLatin1Char('#')))
-                rows << line.split(QLatin1Char(',')).replaceInStrings(QRegularExpression("^\\s+|\\s+$"), QString());
-    return rows;
-}
-
 } // namespace
 
 class tst_Examples : public QObject
@@ -65,65 +52,55 @@ private slots:
     void initTestCase()
     {
         QVERIFY(dir.isValid());
-        Vexa::init(false);
-        vexaRegisterExampleModules();
-        qRegisterMetaType<VexaTestSource *>("VexaTestSource");
-        qRegisterMetaType<VexaTestSink *>("VexaTestSink");
+        registerTestModules();
     }
 
-    // A missing file is an "error" event naming it; the module stays alive.
-    void inputMissingFile()
+    // A missing input file, or an existing output file without "overwrite",
+    // is an "error" event naming it; the module stays alive and sends
+    // nothing. An existing file is not truncated before a header is written.
+    void fileErrors_data()
     {
-        const QString path = dir.filePath("no-such-file.mp4");
-        VexaObject *in = Vexa::create("InputFile");
-        auto *sink = static_cast<VexaTestSink *>(Vexa::create("TestSink"));
-        Vexa::linkV(in, sink);
-        Vexa::linkE(in, sink);
-        QVERIFY(sink->start());
-        QVERIFY(in->start(QVariantMap{{"path", path}}));
-        QTRY_VERIFY(!sink->events().isEmpty());
-        QCOMPARE(sink->events().first().first, QStringLiteral("error"));
-        const QString message = sink->events().first().second.toString();
-        QVERIFY2(message.contains(path) && message.contains("No such file"), qPrintable(message));
-        QCOMPARE(sink->packets(), 0);
-        QCOMPARE(in->getStreamInfoV().type, 0);
-        QVERIFY(in->stop(true));
-        in->destroy();
-        sink->destroy();
-    }
-
-    // An existing file is not replaced unless "overwrite" is set; the module
-    // reports an error instead of truncating it.
-    void outputExistingFile_data()
-    {
+        QTest::addColumn<QString>("module");
+        QTest::addColumn<QString>("file");
         QTest::addColumn<bool>("overwrite");
-        QTest::newRow("refused") << false;
-        QTest::newRow("overwrite") << true;
+        QTest::addColumn<QString>("error"); // empty: none
+        QTest::newRow("input missing") << "InputFile" << "no-such-file.mp4" << false << "No such file";
+        QTest::newRow("output exists") << "OutputFile" << "existing-0.framemd5" << false << "already exists";
+        QTest::newRow("output exists, overwrite") << "OutputFile" << "existing-1.framemd5" << true << "";
     }
-    void outputExistingFile()
+    void fileErrors()
     {
+        QFETCH(QString, module);
+        QFETCH(QString, file);
         QFETCH(bool, overwrite);
-        const QString path = dir.filePath(QStringLiteral("existing-%1.framemd5").arg(overwrite));
+        QFETCH(QString, error);
+        const QString path = dir.filePath(file);
         QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("keep me");
-        f.close();
-        VexaObject *out = Vexa::create("OutputFile");
+        if (module == QLatin1String("OutputFile")) {
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("keep me");
+            f.close();
+        }
+        VexaObject *obj = Vexa::create(module);
         auto *sink = static_cast<VexaTestSink *>(Vexa::create("TestSink"));
-        Vexa::linkE(out, sink);
+        Vexa::linkV(obj, sink);
+        Vexa::linkE(obj, sink);
         QVERIFY(sink->start());
-        QVERIFY(out->start(QVariantMap{{"path", path}, {"format", "framemd5"}, {"overwrite", overwrite}}));
-        if (!overwrite) {
+        QVERIFY(obj->start(QVariantMap{{"path", path}, {"format", "framemd5"}, {"overwrite", overwrite}}));
+        if (!error.isEmpty()) {
             QTRY_VERIFY(!sink->events().isEmpty());
             QCOMPARE(sink->events().first().first, QStringLiteral("error"));
-            QVERIFY2(sink->events().first().second.toString().contains("already exists"),
-                     qPrintable(sink->events().first().second.toString()));
+            const QString message = sink->events().first().second.toString();
+            QVERIFY2(message.contains(path) && message.contains(error), qPrintable(message));
         }
-        QVERIFY(out->stop(true));
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        // Nothing was sent: replaced or not, the file is not truncated before a header is written.
-        QCOMPARE(f.readAll(), QByteArray("keep me"));
-        out->destroy();
+        QVERIFY(obj->stop(true));
+        QCOMPARE(sink->packets(), 0);
+        QCOMPARE(obj->getStreamInfoV().type, 0);
+        if (f.exists()) {
+            QVERIFY(f.open(QIODevice::ReadOnly));
+            QCOMPARE(f.readAll(), QByteArray("keep me"));
+        }
+        obj->destroy();
         sink->destroy();
     }
 
@@ -243,7 +220,7 @@ private slots:
         QVERIFY(producer->wait(30000));
         QVERIFY(out->stop(true));
 
-        const QList<QStringList> rows = readFrameMd5(path);
+        const QList<QStringList> rows = VexaTest::frameMd5(path);
         QCOMPARE(rows.size(), kept.size());
         for (int r = 0; r < rows.size(); ++r) {
             const int i = kept.at(r);

@@ -6,6 +6,7 @@
 
 #include <QtTest>
 
+#include <functional>
 #include <thread>
 
 #include "vexatest.h"
@@ -17,9 +18,24 @@ struct Cargo {
     int value = 0;
 };
 
+// The primitives a lock hand-over may use, and the value it hands over.
+struct Sync {
+    QMutex mutex;
+    QRecursiveMutex recursive;
+    QReadWriteLock rw{QReadWriteLock::Recursive};
+    QSemaphore sem;
+    QWaitCondition cond;
+    bool ready = false; // guarded by mutex
+    Cargo cargo;
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(Cargo)
+using Write = std::function<void(Sync &)>;
+using Read = std::function<int(Sync &, std::thread &writer)>;
+Q_DECLARE_METATYPE(Write)
+Q_DECLARE_METATYPE(Read)
 
 namespace {
 
@@ -72,74 +88,46 @@ class tst_TsanAnnotations : public QObject
     Q_OBJECT
 
 private slots:
+    // The writer sets the value to 1 under the primitive; the reader takes
+    // it through the same primitive (after joining the writer where the
+    // primitive alone does not wait for it).
     void lockHandOvers_data()
     {
-        QTest::addColumn<QString>("primitive");
-        for (const char *p : {"QMutex", "QRecursiveMutex", "QReadWriteLock", "QSemaphore", "QWaitCondition"})
-            QTest::newRow(p) << QString::fromLatin1(p);
+        QTest::addColumn<Write>("write");
+        QTest::addColumn<Read>("read");
+        QTest::newRow("QMutex") << Write([](Sync &s) { QMutexLocker l(&s.mutex); s.cargo.value = 1; s.ready = true; })
+                                << Read([](Sync &s, std::thread &) {
+                                       for (;;) {
+                                           QMutexLocker l(&s.mutex);
+                                           if (s.ready)
+                                               return s.cargo.value;
+                                       }
+                                   });
+        QTest::newRow("QRecursiveMutex")
+            << Write([](Sync &s) { QMutexLocker outer(&s.recursive), inner(&s.recursive); s.cargo.value = 1; })
+            << Read([](Sync &s, std::thread &w) { w.join(); QMutexLocker l(&s.recursive); return s.cargo.value; });
+        QTest::newRow("QReadWriteLock")
+            << Write([](Sync &s) { QWriteLocker outer(&s.rw), inner(&s.rw); s.cargo.value = 1; })
+            << Read([](Sync &s, std::thread &w) { w.join(); QReadLocker outer(&s.rw), inner(&s.rw); return s.cargo.value; });
+        QTest::newRow("QSemaphore") << Write([](Sync &s) { s.cargo.value = 1; s.sem.release(); })
+                                    << Read([](Sync &s, std::thread &) { s.sem.acquire(); return s.cargo.value; });
+        QTest::newRow("QWaitCondition")
+            << Write([](Sync &s) { QMutexLocker l(&s.mutex); s.cargo.value = 1; s.ready = true; s.cond.wakeAll(); })
+            << Read([](Sync &s, std::thread &) {
+                   QMutexLocker l(&s.mutex);
+                   while (!s.ready)
+                       s.cond.wait(&s.mutex);
+                   return s.cargo.value;
+               });
     }
 
     void lockHandOvers()
     {
-        QFETCH(QString, primitive);
-        Cargo cargo;
-        QMutex mutex;
-        QRecursiveMutex recursive;
-        QReadWriteLock rw(QReadWriteLock::Recursive);
-        QSemaphore sem;
-        QWaitCondition cond;
-        bool ready = false;  // guarded by mutex
-        int readBack = -1;
-
-        std::thread writer([&] {
-            if (primitive == QLatin1String("QMutex")) {
-                QMutexLocker locker(&mutex);
-                cargo.value = 1;
-                ready = true;
-            } else if (primitive == QLatin1String("QRecursiveMutex")) {
-                QMutexLocker outer(&recursive);
-                QMutexLocker inner(&recursive);
-                cargo.value = 1;
-            } else if (primitive == QLatin1String("QReadWriteLock")) {
-                QWriteLocker outer(&rw);
-                QWriteLocker inner(&rw);
-                cargo.value = 1;
-            } else if (primitive == QLatin1String("QSemaphore")) {
-                cargo.value = 1;
-                sem.release();
-            } else {
-                QMutexLocker locker(&mutex);
-                cargo.value = 1;
-                ready = true;
-                cond.wakeAll();
-            }
-        });
-
-        if (primitive == QLatin1String("QMutex")) {
-            for (bool done = false; !done;) {
-                QMutexLocker locker(&mutex);
-                done = ready;
-                if (done)
-                    readBack = cargo.value;
-            }
-        } else if (primitive == QLatin1String("QRecursiveMutex")) {
-            writer.join();
-            QMutexLocker locker(&recursive);
-            readBack = cargo.value;
-        } else if (primitive == QLatin1String("QReadWriteLock")) {
-            writer.join();
-            QReadLocker outer(&rw);
-            QReadLocker inner(&rw);
-            readBack = cargo.value;
-        } else if (primitive == QLatin1String("QSemaphore")) {
-            sem.acquire();
-            readBack = cargo.value;
-        } else {
-            QMutexLocker locker(&mutex);
-            while (!ready)
-                cond.wait(&mutex);
-            readBack = cargo.value;
-        }
+        QFETCH(Write, write);
+        QFETCH(Read, read);
+        Sync sync;
+        std::thread writer([&] { write(sync); });
+        const int readBack = read(sync, writer);
         if (writer.joinable())
             writer.join();
         QCOMPARE(readBack, 1);
@@ -167,34 +155,26 @@ private slots:
         qRegisterMetaType<Cargo>();
         connect(&sender, &Sender::handOverCopy, receiver, &Receiver::takeCopy, Qt::QueuedConnection);
 
-        // The value is written here, in this thread, before the hand-over.
-        if (way == QLatin1String("queued call")) {
-            cargo.value = 7;
-            QMetaObject::invokeMethod(receiver, "take", Qt::QueuedConnection, Q_ARG(int, 7));
-            QTRY_COMPARE(receiver->seen.loadAcquire(), 1);
-        } else if (way == QLatin1String("queued functor")) {
-            cargo.value = 7;
-            QMetaObject::invokeMethod(receiver, [receiver] { receiver->take(7); }, Qt::QueuedConnection);
-            QTRY_COMPARE(receiver->seen.loadAcquire(), 1);
-        } else if (way == QLatin1String("queued signal")) {
-            cargo.value = 7;
-            emit sender.handOver(7);
-            QTRY_COMPARE(receiver->seen.loadAcquire(), 1);
-        } else if (way == QLatin1String("queued signal, own type")) {
-            // The copy of the argument is made here, during the emission.
-            cargo.value = 7;
-            emit sender.handOverCopy(cargo);
-            QTRY_COMPARE(receiver->seen.loadAcquire(), 1);
-        } else if (way == QLatin1String("blocking call")) {
-            cargo.value = 7;
-            int result = 0;
-            QVERIFY(QMetaObject::invokeMethod(receiver, "read", Qt::BlockingQueuedConnection,
-                                              Q_RETURN_ARG(int, result)));
-            QCOMPARE(result, 7);
-        } else {
+        if (way == QLatin1String("blocking write")) {
             // Written there, read here once the blocking call returns.
             QVERIFY(QMetaObject::invokeMethod(receiver, "write", Qt::BlockingQueuedConnection, Q_ARG(int, 9)));
             QCOMPARE(cargo.value, 9);
+        } else {
+            cargo.value = 7; // written here, in this thread, before the hand-over
+            if (way == QLatin1String("queued call")) {
+                QMetaObject::invokeMethod(receiver, "take", Qt::QueuedConnection, Q_ARG(int, 7));
+            } else if (way == QLatin1String("queued functor")) {
+                QMetaObject::invokeMethod(receiver, [receiver] { receiver->take(7); }, Qt::QueuedConnection);
+            } else if (way == QLatin1String("queued signal")) {
+                emit sender.handOver(7);
+            } else if (way == QLatin1String("queued signal, own type")) {
+                emit sender.handOverCopy(cargo); // the copy is made here, during the emission
+            } else {
+                int result = 0;
+                QVERIFY(QMetaObject::invokeMethod(receiver, "read", Qt::BlockingQueuedConnection, Q_RETURN_ARG(int, result)));
+                receiver->seen.storeRelease(result == 7);
+            }
+            QTRY_COMPARE(receiver->seen.loadAcquire(), 1);
         }
 
         receiver->deleteLater();

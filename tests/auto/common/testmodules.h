@@ -1,13 +1,15 @@
 #ifndef TESTMODULES_H
 #define TESTMODULES_H
 
-// Helper modules for the example module tests: a source the test drives by
-// hand and a sink that counts packets and records events.
+// Helper modules for the tests of the example modules: a source the test
+// drives by hand and a sink that counts packets and records events.
 
 #include <QAtomicInt>
 #include <QMutex>
 #include <QMutexLocker>
 
+#include "vexa.h"
+#include "vexaexamplemodules.h"
 #include "vexaobject.h"
 
 class VexaTestSource : public VexaObject
@@ -37,5 +39,14 @@ private:
     mutable QMutex mutex;
     QList<QPair<QString, QVariant>> eventList;
 };
+
+// The framework on its short path, with the example modules and these.
+inline void registerTestModules()
+{
+    Vexa::init(false);
+    vexaRegisterExampleModules();
+    qRegisterMetaType<VexaTestSource *>("VexaTestSource");
+    qRegisterMetaType<VexaTestSink *>("VexaTestSink");
+}
 
 #endif // TESTMODULES_H
