@@ -10,6 +10,7 @@
 
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
 #include <csignal>
@@ -295,6 +296,38 @@ private slots:
                 QVERIFY2(b[i].dtsUs > b[i - 1].dtsUs, qPrintable(QStringLiteral("%1 packet %2: decode time %3 after %4")
                                                                  .arg(kind).arg(i).arg(b[i].dtsUs).arg(b[i - 1].dtsUs)));
         }
+    }
+
+    // A receiver that holds the input's send back for longer than the read
+    // time-out (an output in "wait" mode behind a slow disk) is not the
+    // source going quiet: the stream goes on to its real end.
+    void receiverHoldsBack()
+    {
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        const int port = NetPeer::freePort();
+        NetPeer::Ffmpeg publisher;
+        publisher.start(tcpServer(port, false));
+        QVERIFY(NetPeer::waitBound(port, false));
+        VexaObject *in = Vexa::create("InputNet");
+        auto *events = static_cast<VexaTestSink *>(Vexa::create("TestSink"));
+        Vexa::linkE(in, events);
+        QAtomicInt held;
+        QObject::connect(in, &VexaObject::newPacketV, in, [&held] {
+            if (held.testAndSetRelaxed(0, 1))
+                QThread::msleep(scaled(1500));
+        }, Qt::DirectConnection);
+        QVERIFY(events->start());
+        QVERIFY(in->start(QVariantMap{{"url", QStringLiteral("tcp://127.0.0.1:%1").arg(port)},
+                                      {"reconnect", false}, {"readTimeout", scaled(500) / 1000.0}}));
+        QTRY_VERIFY_WITH_TIMEOUT(events->events().size() >= 3, scaled(30000));
+        const auto e = events->events();
+        QCOMPARE(e.value(1).first, QStringLiteral("disconnected"));
+        QCOMPARE(e.value(1).second.toString(), QStringLiteral("end of stream"));
+        QCOMPARE(e.value(2).first, QStringLiteral("eos"));
+        QVERIFY(publisher.wait(10000));
+        in->destroy();
+        events->destroy();
     }
 
     // A recorder is created, linked, started, stopped, unlinked and destroyed
