@@ -72,8 +72,8 @@ QVariantMap essentials(QVariantMap params)
  * One module's watchdog and reconnection timer, living on timerThread. The
  * tick breaks a blocking libavformat call (through the module's
  * VexaIoDeadline, which the interrupt callback asks) when its deadline has
- * passed or the module is no longer started; the retry timer posts the next connection attempt to
- * the module's worker.
+ * passed or the module is no longer started; the retry timer posts the next
+ * connection attempt to the module's worker.
  */
 class VexaNetWatch : public QObject
 {
