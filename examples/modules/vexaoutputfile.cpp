@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QMutexLocker>
+#include <QThread>
 
 #include <cstring>
 
@@ -64,8 +65,11 @@ void VexaOutputFile::accept(const Packet &in, bool video)
         return;
     }
 
+    // A sender running in this module's own worker thread (modules started
+    // with one thread name) cannot wait for the worker: it drains in its place.
+    const bool own = QThread::currentThread() == thread();
     QMutexLocker locker(&gate);
-    if (!waitUntilAccepting() || (!dropMode && !waitForQueueRoom(video))) {
+    if (!waitUntilAccepting(own) || (!dropMode && !waitForQueueRoom(locker, video, own))) {
         c.dropped.fetchAndAddRelaxed(1);
         return;
     }
@@ -84,7 +88,15 @@ void VexaOutputFile::accept(const Packet &in, bool video)
             if (!p.data)
                 av_buffer_unref(&ref);
         } else {
-            p.data = pool.acquire(in.data, in.len, padding, drop ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+            p.data = pool.acquire(in.data, in.len, padding,
+                                  drop || own ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+            if (!p.data && own && !drop) {
+                // The ring is full of blocks queued here or kept by the muxer:
+                // write them (making the muxer let go) and try again.
+                ringStarved.storeRelease(1);
+                drain();
+                p.data = pool.acquire(in.data, in.len, padding, VexaPayloadPool::NoWait);
+            }
         }
         if (!p.data) {
             c.dropped.fetchAndAddRelaxed(1);
@@ -101,7 +113,7 @@ void VexaOutputFile::accept(const Packet &in, bool video)
 
     locker.relock();
     // Another sender of the same kind may have filled the queue meanwhile.
-    if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(video))) {
+    if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(locker, video, own))) {
         locker.unlock();
         pool.release(p.data);
         c.dropped.fetchAndAddRelaxed(1);
@@ -132,15 +144,19 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     }
     // Lossless: the worker is woken once a batch has queued, not for every
     // packet (each wake-up is a thread switch), and always before a sender
-    // can find its queue full. Dropping (a live source): at once.
-    if (dropMode || queuedSinceDrain.fetchAndAddRelaxed(1) + 1 >= wakeBatch.loadRelaxed())
+    // can find its queue full; a sender in the worker's thread writes the
+    // batch itself. Dropping (a live source): at once.
+    if (dropMode)
         wake();
+    else if (queuedSinceDrain.fetchAndAddRelaxed(1) + 1 >= wakeBatch.loadRelaxed())
+        own ? drain() : wake();
 }
 
-// With gate held: back-pressure, waits until the queue takes one more packet
-// without dropping its oldest one (the bound counts the new packet). False
-// when the module stops taking packets meanwhile.
-bool VexaOutputFile::waitForQueueRoom(bool video)
+// With gate held (by @p locker): back-pressure, waits until the queue takes
+// one more packet without dropping its oldest one (the bound counts the new
+// packet); in the worker's own thread (@p own) it drains instead of waiting.
+// False when the module stops taking packets meanwhile.
+bool VexaOutputFile::waitForQueueRoom(QMutexLocker &locker, bool video, bool own)
 {
     QReadWriteLock &lock = video ? lockV : lockA;
     const QList<Packet> &queue = video ? packetsV : packetsA;
@@ -153,17 +169,24 @@ bool VexaOutputFile::waitForQueueRoom(bool video)
         lock.unlock();
         if (queued < bound - 1)
             return true;
-        changed.wait(&gate);
+        if (own) {
+            locker.unlock();
+            drain();
+            locker.relock();
+        } else {
+            changed.wait(&gate);
+        }
     }
     return false;
 }
 
 // With gate held: waits while the module is started but its worker has not
-// run onStart yet. True when packets are taken.
-bool VexaOutputFile::waitUntilAccepting()
+// run onStart yet (a sender in the worker's own thread, @p own, cannot). True
+// when packets are taken.
+bool VexaOutputFile::waitUntilAccepting(bool own)
 {
     while (phase.loadAcquire() == Idle) {
-        if (getState() != QLatin1String("started"))
+        if (own || getState() != QLatin1String("started"))
             return false;
         changed.wait(&gate, 100);
     }

@@ -69,7 +69,10 @@ struct AVStream;
  * once (takePacketsA/V). In "wait" mode the worker is woken once half a
  * queue bound of packets has arrived (or a sender finds the ring full), so
  * a source that pauses leaves up to that many packets queued until it goes
- * on or the module stops; in "drop" mode at every packet.
+ * on or the module stops; in "drop" mode at every packet. A sender that runs
+ * in the module's own worker thread (both started with one thread name)
+ * never waits for the worker: it writes the batch, or makes room, itself.
+ * A payload the sender lends (VexaMedia::Lend) is kept by reference.
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaMediaSink
 {
@@ -108,8 +111,8 @@ private:
 
     void accept(const Packet &pkt, bool video) override;
     void described(const StreamInfo &info, bool video) override;
-    bool waitUntilAccepting();
-    bool waitForQueueRoom(bool video);
+    bool waitUntilAccepting(bool own);
+    bool waitForQueueRoom(QMutexLocker &locker, bool video, bool own);
     void release(const QList<Packet> &packets);
     static void releaseBlock(void *opaque, uint8_t *data);
     static void unrefBuffer(void *opaque);

@@ -290,6 +290,11 @@ bool VexaObject::stop(bool block)
     return true;
 }
 
+void VexaObject::setThreadName(const QString &name)
+{
+    threadName = name;
+}
+
 QString VexaObject::name()
 {
     return property("name").toString();

@@ -154,6 +154,18 @@ public:
     QList<Packet> takePacketsA();
     QList<Packet> takePacketsV();
 
+    /**
+     * Chooses the worker thread of the next start(), as threadName does:
+     * "main", a shared name (objects started with the same name run in one
+     * thread), or empty for a thread of the object's own. For tools that
+     * place modules written elsewhere; a module states its own choice in
+     * its constructor. A module that receives packets from a sender in its
+     * own thread must not wait for its worker there (see
+     * docs/writing-a-module.md). Thread: before start(), from the thread
+     * that starts the object.
+     */
+    void setThreadName(const QString &name);
+
 signals:
     void newEvent(QString type, QVariant msg);
     void newPacketA(Packet pkt);

@@ -151,6 +151,8 @@ bool Launcher::start()
             return false;
         }
         objects << obj;
+        if (!m.thread.isEmpty())
+            obj->setThreadName(m.thread);
         obj->setData(m.settings);
         const QString name = m.name;
         connect(obj, &VexaObject::newEvent, this, [this, name](QString type, QVariant value) {

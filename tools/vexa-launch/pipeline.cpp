@@ -163,7 +163,7 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
             return false;
         }
         const QJsonObject m = mods.at(i).toObject();
-        if (!checkKeys(m, {"class", "name", "settings", "comment"}, where, error))
+        if (!checkKeys(m, {"class", "name", "settings", "thread", "comment"}, where, error))
             return false;
         PipelineModule mod;
         if (!m.value("class").isString() || m.value("class").toString().isEmpty()) {
@@ -179,6 +179,16 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
         if (p.indexOf(mod.name) >= 0) {
             *error = QStringLiteral("%1: module name \"%2\" is used twice").arg(where, mod.name);
             return false;
+        }
+        if (m.contains("thread")) {
+            // The launcher's own thread must stay free for signals and events.
+            const QString thread = m.value("thread").toString();
+            if (!m.value("thread").isString() || !isModuleName(thread) || thread == QLatin1String("main")) {
+                *error = QStringLiteral("%1 (\"%2\"): \"thread\" must be a name of letters, digits, '_' and '-' other than \"main\"")
+                             .arg(where, mod.name);
+                return false;
+            }
+            mod.thread = thread;
         }
         if (m.contains("settings")) {
             if (!m.value("settings").isObject()) {

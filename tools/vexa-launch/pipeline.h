@@ -12,6 +12,7 @@ struct PipelineModule {
     QString className;  // as written: "InputFile" or "VexaInputFile"
     QString name;
     QVariantMap settings;
+    QString thread;     // worker thread name; empty: a thread of the module's own
 };
 
 /** One link of a pipeline file; kind is 'A', 'V' or 'E'. */

@@ -232,6 +232,72 @@ private slots:
         out->destroy();
     }
 
+    // The output in its sender's thread (both started with one thread name):
+    // a full queue or ring cannot wait for the worker, which is the sender
+    // itself; the sender writes instead, and nothing is lost.
+    void sharedThread_data()
+    {
+        QTest::addColumn<int>("bufLen");
+        QTest::addColumn<int>("memSize");
+        QTest::addColumn<bool>("audioToo");
+        QTest::newRow("queue full") << 4 << (1 << 20) << false;
+        QTest::newRow("ring full") << 50 << 2500 << false;
+        QTest::newRow("ring held by the muxer") << 50 << 2500 << true;
+    }
+    void sharedThread()
+    {
+        QFETCH(int, bufLen);
+        QFETCH(int, memSize);
+        QFETCH(bool, audioToo);
+        const int count = 12;
+        const int size = 1000;
+        const QString tag = QString::fromLatin1(QTest::currentDataTag()).replace(' ', '_');
+        const QString path = dir.filePath(QStringLiteral("shared-%1.framemd5").arg(tag));
+        auto *src = static_cast<VexaTestSource *>(Vexa::create("TestSource"));
+        VexaObject *out = Vexa::create("OutputFile");
+        src->setThreadName(QStringLiteral("shared-") + tag);
+        out->setThreadName(QStringLiteral("shared-") + tag);
+        src->setOutInfoV(compressed({{"kind", "video"}, {"codecId", int(AV_CODEC_ID_MPEG4)}, {"codecName", "mpeg4"},
+                                     {"timeBaseNum", 1}, {"timeBaseDen", 25}, {"width", 64}, {"height", 48},
+                                     {"packetFlags", "tag"}}));
+        if (audioToo) {
+            src->setOutInfoA(compressed({{"kind", "audio"}, {"codecId", int(AV_CODEC_ID_PCM_S16LE)}, {"codecName", "pcm_s16le"},
+                                         {"timeBaseNum", 1}, {"timeBaseDen", 48000}, {"sampleRate", 48000}, {"channels", 1}}));
+            Vexa::linkA(src, out);
+        }
+        out->setData(QVariantMap{{"path", path}, {"format", "framemd5"}, {"bufLenV", bufLen}, {"memSize", memSize}});
+        Vexa::linkV(src, out);
+        QVERIFY(out->start());
+        QVERIFY(src->start());
+        QCOMPARE(src->thread(), out->thread());
+
+        QAtomicInt sent;
+        QMetaObject::invokeMethod(src, [&] {
+            QByteArray scratch;
+            for (int i = 0; i < count; ++i) {
+                scratch = payload(i, size);
+                VexaObject::Packet p;
+                p.data = scratch.data();
+                p.len = size;
+                p.pts = i * 40000;
+                p.tag = i == 0 ? 1 : 0;
+                src->sendPacketV(p);
+                scratch.fill('\xee');
+                sent.storeRelease(i + 1);
+            }
+        }, Qt::QueuedConnection);
+        QTRY_COMPARE_WITH_TIMEOUT(sent.loadAcquire(), count, 30000);
+        QCOMPARE(out->invoke("stats").toMap().value("droppedV").toLongLong(), qint64(0));
+        QVERIFY(out->stop(true));
+
+        const QList<QStringList> rows = VexaTest::frameMd5(path);
+        QCOMPARE(rows.size(), count);
+        for (int i = 0; i < count; ++i)
+            QCOMPARE(rows[i].value(5).toLatin1(), QCryptographicHash::hash(payload(i, size), QCryptographicHash::Md5).toHex());
+        src->destroy();
+        out->destroy();
+    }
+
 private:
     QTemporaryDir dir;
 };

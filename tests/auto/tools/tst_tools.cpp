@@ -71,42 +71,49 @@ private slots:
         QTest::addColumn<QString>("source");
         QTest::addColumn<QString>("target");
         QTest::addColumn<QString>("outSettings");
+        QTest::addColumn<bool>("shared");   // both modules in one worker thread
 
-        QTest::newRow("mp4 to mp4") << "clip.mp4" << "out.mp4" << QString();
-        QTest::newRow("mov to mov") << "clip.mov" << "out.mov" << QString();
-        QTest::newRow("mkv to mkv (no decode times)") << "clip.mkv" << "out.mkv" << QString();
-        QTest::newRow("webm to webm (Opus end trim)") << "clip.webm" << "out.webm" << QString();
+        QTest::newRow("mp4 to mp4") << "clip.mp4" << "out.mp4" << QString() << false;
+        QTest::newRow("mov to mov") << "clip.mov" << "out.mov" << QString() << false;
+        QTest::newRow("mkv to mkv (no decode times)") << "clip.mkv" << "out.mkv" << QString() << false;
+        QTest::newRow("webm to webm (Opus end trim)") << "clip.webm" << "out.webm" << QString() << false;
         // Also: audio frames packed into PES packets as ffmpeg does (same file size).
-        QTest::newRow("ts to ts") << "clip.ts" << "out.ts" << QString();
-        QTest::newRow("flv to flv") << "clip.flv" << "out.flv" << QString();
-        QTest::newRow("mp4 to mkv") << "clip.mp4" << "cross.mkv" << QString();
-        QTest::newRow("mp4 to ts") << "clip.mp4" << "cross.ts" << QString();
+        QTest::newRow("ts to ts") << "clip.ts" << "out.ts" << QString() << false;
+        QTest::newRow("flv to flv") << "clip.flv" << "out.flv" << QString() << false;
+        QTest::newRow("mp4 to mkv") << "clip.mp4" << "cross.mkv" << QString() << false;
+        QTest::newRow("mp4 to ts") << "clip.mp4" << "cross.ts" << QString() << false;
         // Millisecond time bases: audio times follow the samples.
-        QTest::newRow("mkv to mp4") << "clip.mkv" << "cross.mp4" << QString();
-        QTest::newRow("flv to mov") << "clip.flv" << "cross.mov" << QString();
-        QTest::newRow("ts to flv") << "clip.ts" << "cross.flv" << QString();
+        QTest::newRow("mkv to mp4") << "clip.mkv" << "cross.mp4" << QString() << false;
+        QTest::newRow("flv to mov") << "clip.flv" << "cross.mov" << QString() << false;
+        QTest::newRow("ts to flv") << "clip.ts" << "cross.flv" << QString() << false;
         // The timestamps restart halfway: every packet is kept.
-        QTest::newRow("joined ts to mp4") << "joined.ts" << "joined.mp4" << QString();
-        QTest::newRow("joined ts to ts") << "joined.ts" << "joined-out.ts" << QString();
-        QTest::newRow("opus, audio only, mp4") << "opus.mp4" << "opus-out.mp4" << QString();
-        QTest::newRow("aac, audio only, to mkv") << "aac.m4a" << "aac-out.mkv" << QString();
+        QTest::newRow("joined ts to mp4") << "joined.ts" << "joined.mp4" << QString() << false;
+        QTest::newRow("joined ts to ts") << "joined.ts" << "joined-out.ts" << QString() << false;
+        QTest::newRow("opus, audio only, mp4") << "opus.mp4" << "opus-out.mp4" << QString() << false;
+        QTest::newRow("aac, audio only, to mkv") << "aac.m4a" << "aac-out.mkv" << QString() << false;
         // Packet side data (skip samples: the encoder delay and the end trim).
-        QTest::newRow("mp3, audio only") << "clip.mp3" << "out.mp3" << QString();
-        QTest::newRow("video only, mkv to mp4") << "video.mkv" << "video-out.mp4" << QString();
+        QTest::newRow("mp3, audio only") << "clip.mp3" << "out.mp3" << QString() << false;
+        QTest::newRow("video only, mkv to mp4") << "video.mkv" << "video-out.mp4" << QString() << false;
         // The source's codec tag where the container takes it.
-        QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString();
-        QTest::newRow("rotated video") << "rotated.mp4" << "rotated-out.mp4" << QString();
+        QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString() << false;
+        QTest::newRow("rotated video") << "rotated.mp4" << "rotated-out.mp4" << QString() << false;
         // Queues of one packet and a ring a few keyframes long: the input is held
         // back constantly and the ring wraps many times.
         QTest::newRow("tight queues and ring") << "clip.mp4" << "tight.mp4"
-                                               << R"(, "bufLenA": 2, "bufLenV": 2, "memSize": 30000)";
-        QTest::newRow("packets larger than the ring") << "raw.nut" << "raw-out.nut" << R"(, "memSize": 20000)";
+                                               << R"(, "bufLenA": 2, "bufLenV": 2, "memSize": 30000)" << false;
+        QTest::newRow("packets larger than the ring") << "raw.nut" << "raw-out.nut" << R"(, "memSize": 20000)" << false;
+        // Both modules in one thread: the input writes the output's batches
+        // itself, and makes room in a full ring by writing what holds it.
+        QTest::newRow("one thread") << "clip.mp4" << "shared.mkv" << QString() << true;
+        QTest::newRow("one thread, tight queues and ring") << "clip.mp4" << "shared-tight.mp4"
+                                                           << R"(, "bufLenA": 2, "bufLenV": 2, "memSize": 30000)" << true;
     }
     void remux()
     {
         QFETCH(QString, source);
         QFETCH(QString, target);
         QFETCH(QString, outSettings);
+        QFETCH(bool, shared);
         if (!MediaProbe::toolsAvailable())
             QSKIP("ffmpeg and ffprobe are needed to make and read test media");
 
@@ -114,7 +121,11 @@ private slots:
         const QString out = dir.filePath(target);
         const QString graph = dir.filePath(target + ".dot");
         QProcess proc;
-        QVERIFY(VexaTest::run(proc, VEXA_LAUNCH, {writePipeline(remuxPipeline(in, out, outSettings)), "--quiet", "--graph", graph}, 120000));
+        QByteArray pipeline = remuxPipeline(in, out, outSettings);
+        if (shared)
+            pipeline.replace(R"("name": "in",)", R"("name": "in", "thread": "remux",)")
+                .replace(R"("name": "out",)", R"("name": "out", "thread": "remux",)");
+        QVERIFY(VexaTest::run(proc, VEXA_LAUNCH, {writePipeline(pipeline), "--quiet", "--graph", graph}, 120000));
         const QString stdOut = QString::fromUtf8(proc.readAllStandardOutput());
         QCOMPARE(proc.exitStatus(), QProcess::NormalExit);
         QVERIFY2(proc.exitCode() == 0, proc.readAllStandardError().constData());
@@ -222,6 +233,8 @@ private slots:
                "unknown key \"setting\"");
         launch("unknown class", R"({"modules": [{"class": "InputFle", "name": "in"}]})", plain, 3,
                "module \"in\": unknown class \"InputFle\" \\(known classes: .*InputFile");
+        launch("bad thread name", R"({"modules": [{"class": "PacketStats", "name": "s", "thread": "main"}]})", plain, 3,
+               "modules\\[0\\] \\(\"s\"\\): \"thread\" must be a name of letters, digits, '_' and '-' other than \"main\"");
         launch("duplicate name", R"({"modules": [{"class": "PacketStats", "name": "s"}, {"class": "PacketStats", "name": "s"}]})",
                plain, 3, "module name \"s\" is used twice");
         launch("link to unknown module",
