@@ -42,6 +42,21 @@ VexaObject::StreamInfo compressed(const QVariantMap &params)
     return info;
 }
 
+// A video description for @p src (MPEG-4, 25 fps, flags in the tag) and,
+// with @p audio, an audio one and the audio link to @p out (which then waits
+// for audio packets that never come, holding video back to interleave).
+void describeAndLinkAudio(VexaTestSource *src, VexaObject *out, bool audio)
+{
+    src->setOutInfoV(compressed({{"kind", "video"}, {"codecId", int(AV_CODEC_ID_MPEG4)}, {"codecName", "mpeg4"},
+                                 {"timeBaseNum", 1}, {"timeBaseDen", 25}, {"width", 64}, {"height", 48},
+                                 {"packetFlags", "tag"}}));
+    if (audio) {
+        src->setOutInfoA(compressed({{"kind", "audio"}, {"codecId", int(AV_CODEC_ID_PCM_S16LE)}, {"codecName", "pcm_s16le"},
+                                     {"timeBaseNum", 1}, {"timeBaseDen", 48000}, {"sampleRate", 48000}, {"channels", 1}}));
+        Vexa::linkA(src, out);
+    }
+}
+
 } // namespace
 
 class tst_Examples : public QObject
@@ -152,14 +167,7 @@ private slots:
         const QString path = dir.filePath(QStringLiteral("%1.framemd5").arg(QTest::currentDataTag()).replace(' ', '_'));
         auto *src = static_cast<VexaTestSource *>(Vexa::create("TestSource"));
         VexaObject *out = Vexa::create("OutputFile");
-        src->setOutInfoV(compressed({{"kind", "video"}, {"codecId", int(AV_CODEC_ID_MPEG4)}, {"codecName", "mpeg4"},
-                                     {"timeBaseNum", 1}, {"timeBaseDen", 25}, {"width", 64}, {"height", 48},
-                                     {"packetFlags", "tag"}}));
-        if (audioToo) {
-            src->setOutInfoA(compressed({{"kind", "audio"}, {"codecId", int(AV_CODEC_ID_PCM_S16LE)}, {"codecName", "pcm_s16le"},
-                                         {"timeBaseNum", 1}, {"timeBaseDen", 48000}, {"sampleRate", 48000}, {"channels", 1}}));
-            Vexa::linkA(src, out);
-        }
+        describeAndLinkAudio(src, out, audioToo);
         out->setData(QVariantMap{{"path", path}, {"format", "framemd5"}, {"overflow", mode},
                                  {"bufLenV", bufLen}, {"memSize", memSize}});
         Vexa::linkV(src, out);
@@ -257,14 +265,7 @@ private slots:
         VexaObject *out = Vexa::create("OutputFile");
         src->setThreadName(QStringLiteral("shared-") + tag);
         out->setThreadName(QStringLiteral("shared-") + tag);
-        src->setOutInfoV(compressed({{"kind", "video"}, {"codecId", int(AV_CODEC_ID_MPEG4)}, {"codecName", "mpeg4"},
-                                     {"timeBaseNum", 1}, {"timeBaseDen", 25}, {"width", 64}, {"height", 48},
-                                     {"packetFlags", "tag"}}));
-        if (audioToo) {
-            src->setOutInfoA(compressed({{"kind", "audio"}, {"codecId", int(AV_CODEC_ID_PCM_S16LE)}, {"codecName", "pcm_s16le"},
-                                         {"timeBaseNum", 1}, {"timeBaseDen", 48000}, {"sampleRate", 48000}, {"channels", 1}}));
-            Vexa::linkA(src, out);
-        }
+        describeAndLinkAudio(src, out, audioToo);
         out->setData(QVariantMap{{"path", path}, {"format", "framemd5"}, {"bufLenV", bufLen}, {"memSize", memSize}});
         Vexa::linkV(src, out);
         QVERIFY(out->start());
