@@ -108,7 +108,7 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     // packets it marks (and only of senders that offer it: the tag of
     // others need not be set).
     QVariantMap side;
-    if (p.data && in.sender && offersSideData(in.sender) && (in.tag & VexaMedia::TagSideData))
+    if (p.data && in.sender && (in.tag & VexaMedia::TagSideData) && offersSideData(in.sender))
         side = in.sender->invoke(QStringLiteral("packetSideData")).toMap();
 
     locker.relock();
@@ -156,18 +156,16 @@ void VexaOutputFile::accept(const Packet &in, bool video)
 // one more packet without dropping its oldest one (the bound counts the new
 // packet); in the worker's own thread (@p own) it drains instead of waiting.
 // False when the module stops taking packets meanwhile.
+// The queue is read without its lock: this module queues and takes packets
+// only with gate held, so its size cannot change meanwhile.
 bool VexaOutputFile::waitForQueueRoom(QMutexLocker &locker, bool video, bool own)
 {
-    QReadWriteLock &lock = video ? lockV : lockA;
     const QList<Packet> &queue = video ? packetsV : packetsA;
     while (phase.loadAcquire() == Accepting) {
         const qint32 bound = video ? bufLenV : bufLenA;
         if (bound < 0)
             return true;
-        lock.lockForRead();
-        const int queued = queue.size();
-        lock.unlock();
-        if (queued < bound - 1)
+        if (queue.size() < bound - 1)
             return true;
         if (own) {
             locker.unlock();
@@ -461,12 +459,16 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     }
     const AVStream *st = oc->streams[index];
 
-    // The muxer gets a reference to the ring block instead of a copy; the
-    // block is released when the muxer lets go of it (it may keep packets
-    // to interleave them).
+    // The muxer gets a reference instead of a copy: the source's own buffer
+    // when it was lent (the pool hands its reference on), else one to the
+    // ring block, released when the muxer lets go of it (it may keep
+    // packets to interleave them).
     if (pkt.data) {
-        avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(pkt.data), pkt.len + padding,
-                                      &VexaOutputFile::releaseBlock, this, 0);
+        if (void *lent = pool.disown(pkt.data))
+            avpkt->buf = static_cast<AVBufferRef *>(lent);
+        else
+            avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(pkt.data), pkt.len + padding,
+                                          &VexaOutputFile::releaseBlock, this, 0);
         if (!avpkt->buf) {
             c.dropped.fetchAndAddRelaxed(1);
             return false;

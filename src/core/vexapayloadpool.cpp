@@ -148,6 +148,19 @@ void VexaPayloadPool::release(char *block)
     freed.wakeAll();
 }
 
+void *VexaPayloadPool::disown(char *block)
+{
+    QMutexLocker locker(&mutex);
+    if (!block || lentBlocks.empty())
+        return nullptr;
+    const auto it = lentBlocks.find(block);
+    if (it == lentBlocks.end())
+        return nullptr;
+    void *opaque = it->second.opaque;
+    lentBlocks.erase(it);
+    return opaque;
+}
+
 qint64 VexaPayloadPool::usedBytes() const
 {
     QMutexLocker locker(&mutex);

@@ -73,6 +73,14 @@ public:
     char *adopt(char *data, void (*unref)(void *opaque), void *opaque);
     /** Gives back a block from acquire() or adopt(); null is ignored. */
     void release(char *block);
+    /**
+     * Lets go of a block from adopt() without calling its unref: the caller
+     * takes over what the opaque pointer stands for (hands the owner's
+     * reference on to a muxer, for instance) and must not release() the
+     * block. Returns that opaque pointer, or null (nothing changed) when
+     * @p block is not an adopted block.
+     */
+    void *disown(char *block);
 
     /** Bytes of ring blocks in use. */
     qint64 usedBytes() const;

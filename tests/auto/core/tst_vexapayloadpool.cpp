@@ -157,6 +157,7 @@ private slots:
         char lent[16] = "lent";
         int one = 1;
         int ten = 10;
+        int first = 0;
         {
             VexaPayloadPool pool(100);
             QCOMPARE(pool.adopt(lent, unref, &one), lent);
@@ -166,12 +167,25 @@ private slots:
             QVERIFY(!pool.setSize(200));
             pool.release(lent);
             QCOMPARE(pool.blockCount(), 1);
-            QVERIFY(unrefs.loadRelaxed() == 1 || unrefs.loadRelaxed() == 10);
+            first = unrefs.loadRelaxed();
+            QVERIFY(first == 1 || first == 10);
+            // The other one is handed on: not unref'd, no longer the pool's.
+            void *handedOn = pool.disown(lent);
+            QVERIFY(handedOn);
+            QCOMPARE(*static_cast<int *>(handedOn), 11 - first);
+            QCOMPARE(pool.blockCount(), 0);
+            QVERIFY(!pool.disown(lent));
+            char *ring = pool.acquire("abc", 3);
+            QVERIFY(ring && !pool.disown(ring));
+            QCOMPARE(pool.blockCount(), 1);
+            pool.release(ring);
             pool.close();
             QVERIFY(!pool.adopt(lent, unref, &one));
             pool.open();
+            QCOMPARE(pool.adopt(lent, unref, &ten), lent);
         }
-        QCOMPARE(unrefs.loadRelaxed(), 11);
+        // The block adopted last and never released goes with the pool.
+        QCOMPARE(unrefs.loadRelaxed(), first + 10);
     }
 
     // The whole queue in one call, oldest first; the queue is left empty and
