@@ -48,17 +48,24 @@ measure() {
 # Median of a column of numbers.
 median() { sort -g | awk '{a[NR]=$1} END {print (NR % 2) ? a[(NR+1)/2] : (a[NR/2] + a[NR/2+1]) / 2}'; }
 
-printf "\n%-5s %-12s %9s %9s %10s\n" "out" "tool" "wall s" "cpu s" "peak MiB"
-summary=()
-for ext in mp4 mkv ts; do
+# Remuxes $1 to $2-<program>.$3 with each program, alternately, $runs times each:
+# one measure line per run in $work/ffmpeg.txt and $work/vexa.txt.
+alternate() {
+    local input=$1 out=$2
     : >"$work/ffmpeg.txt"
     : >"$work/vexa.txt"
     for i in $(seq 1 "$runs"); do
-        measure ffmpeg -hide_banner -loglevel error -y -i "$clip" -map 0:v:0 -map 0:a:0 -c copy "$work/out-ffmpeg.$ext" \
+        measure ffmpeg -hide_banner -loglevel error -y -i "$input" -map 0:v:0 -map 0:a:0 -c copy "$out-ffmpeg.$3" \
             >>"$work/ffmpeg.txt"
         measure "$launch" "$repo/examples/pipelines/remux.json" --quiet -y \
-            --set "in.path=$clip" --set "out.path=$work/out-vexa.$ext" >>"$work/vexa.txt"
+            --set "in.path=$input" --set "out.path=$out-vexa.$3" >>"$work/vexa.txt"
     done
+}
+
+printf "\n%-5s %-12s %9s %9s %10s\n" "out" "tool" "wall s" "cpu s" "peak MiB"
+summary=()
+for ext in mp4 mkv ts; do
+    alternate "$clip" "$work/out" "$ext"
     for tool in ffmpeg vexa; do
         w=$(cut -d' ' -f1 "$work/$tool.txt" | median)
         c=$(cut -d' ' -f2 "$work/$tool.txt" | median)
@@ -79,14 +86,7 @@ printf '%s\n' "${summary[@]}"
 # The fixed cost of a run, apart from the packets: the same remux of the
 # clip's first tenth of a second (mostly loading and linking the libraries).
 ffmpeg -hide_banner -loglevel error -y -i "$clip" -t 0.1 -c copy "$work/tiny.mp4"
-: >"$work/ffmpeg.txt"
-: >"$work/vexa.txt"
-for i in $(seq 1 "$runs"); do
-    measure ffmpeg -hide_banner -loglevel error -y -i "$work/tiny.mp4" -map 0:v:0 -map 0:a:0 -c copy "$work/tiny-ffmpeg.mp4" \
-        >>"$work/ffmpeg.txt"
-    measure "$launch" "$repo/examples/pipelines/remux.json" --quiet -y \
-        --set "in.path=$work/tiny.mp4" --set "out.path=$work/tiny-vexa.mp4" >>"$work/vexa.txt"
-done
+alternate "$work/tiny.mp4" "$work/tiny" mp4
 echo "start-up (0.1 s clip to MP4), median CPU: ffmpeg $(cut -d' ' -f2 "$work/ffmpeg.txt" | median) s, vexa-launch $(cut -d' ' -f2 "$work/vexa.txt" | median) s"
 echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//'), $(uname -m), $(ffmpeg -version | head -1 | cut -d' ' -f1-3), load $(cut -d' ' -f1-3 /proc/loadavg)"
 
