@@ -3,6 +3,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <mutex>
 #include <thread>
 
 #include <QCoreApplication>
@@ -184,9 +186,18 @@ void Vexa::delThread(QString name)
         // calls already queued for the thread's objects (the onStop and the
         // deferred delete that destroy() posted): the quit is queued behind
         // them instead.
+        //
+        // Posting wakes the thread only after the event is already in its
+        // queue and the queue's lock is released. A thread that is busy
+        // takes the quit in that moment, finishes and deletes its event
+        // dispatcher, and the wake-up then runs on freed memory. The gate
+        // holds the quit back until the post has returned.
+        auto gate = std::make_shared<std::mutex>();
+        std::unique_lock<std::mutex> posting(*gate);
         QObject *quitter = new QObject;
         quitter->moveToThread(thread);
-        QMetaObject::invokeMethod(quitter, [thread, quitter] {
+        QMetaObject::invokeMethod(quitter, [thread, quitter, gate] {
+            std::lock_guard<std::mutex> posted(*gate);
             quitter->deleteLater();
             thread->quit();
         }, Qt::QueuedConnection);
