@@ -24,6 +24,18 @@ inline QStringList emulator()
 #endif
 }
 
+// How much of a stress test's native size to run: VEXA_STRESS_SCALE, else
+// a tenth under a cross build's emulator and the whole size natively. The
+// sanitizer runs set 0.2 (scripts/run-tests.sh).
+inline double stressScale()
+{
+    bool ok = false;
+    const double scale = qEnvironmentVariable("VEXA_STRESS_SCALE").toDouble(&ok);
+    if (ok && scale > 0)
+        return scale;
+    return emulator().isEmpty() ? 1.0 : 0.1;
+}
+
 // Starts @p program with @p args, through the emulator in a cross build.
 inline bool start(QProcess &proc, const QString &program, const QStringList &args, int timeoutMs = 30000)
 {

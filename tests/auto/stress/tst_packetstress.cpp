@@ -13,6 +13,8 @@
 
 #include <VexaObject>
 
+#include "vexatest.h"
+
 namespace {
 
 class Sink : public VexaObject
@@ -39,22 +41,14 @@ public:
 constexpr int producerBits = 8;  // pts = sequence << producerBits | producer
 
 // Packets per run: VEXA_STRESS_PACKETS, else 2,000,000 scaled by
-// VEXA_STRESS_SCALE (by default 0.1 under a cross build's emulator).
+// VexaTest::stressScale().
 qint64 packetsPerRun()
 {
     bool ok = false;
     const qint64 fixed = qEnvironmentVariable("VEXA_STRESS_PACKETS").toLongLong(&ok);
     if (ok && fixed > 0)
         return fixed;
-    double scale = qEnvironmentVariable("VEXA_STRESS_SCALE").toDouble(&ok);
-    if (!ok || scale <= 0) {
-#ifdef VEXA_TEST_EMULATOR
-        scale = 0.1;  // a cross build's tests run under emulation
-#else
-        scale = 1.0;
-#endif
-    }
-    return qMax<qint64>(1000, qint64(2000000 * scale));
+    return qMax<qint64>(1000, qint64(2000000 * VexaTest::stressScale()));
 }
 
 } // namespace
