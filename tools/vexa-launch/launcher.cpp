@@ -10,9 +10,12 @@
 #include <QTextStream>
 #include <QThread>
 
+#include <cerrno>
 #include <csignal>
-#include <memory>
 #include <cstdio>
+#include <memory>
+#include <thread>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -27,8 +30,14 @@
 
 namespace {
 
+// The signal handler only writes the signal's number into signalPipe; the
+// signal watcher thread reads it there and hands the first signal to the
+// launcher's event loop through interruptPipe.
+int signalPipe[2] = {-1, -1};
 int interruptPipe[2] = {-1, -1};
-volatile sig_atomic_t interruptCount = 0;
+
+// Signals counted by the watcher, from which the third ends the process.
+constexpr int signalsToEndAtOnce = 3;
 
 void releaseMediaMemory()
 {
@@ -37,18 +46,57 @@ void releaseMediaMemory()
 #endif
 }
 
+// Does only what is safe in a signal handler: one write() into a pipe whose
+// writing end never blocks, errno left as it was.
 void onInterrupt(int sig)
 {
-    ++interruptCount;
-    if (interruptCount > 1) {
-        // A second signal while shutting down: leave at once, as the
-        // framework's own handler would.
-        releaseMediaMemory();
-        _exit(ExitSignal + sig);
-    }
+    const int savedErrno = errno;
     const char byte = char(sig);
-    const ssize_t n = write(interruptPipe[1], &byte, 1);
+    const ssize_t n = write(signalPipe[1], &byte, 1);
     (void)n;
+    errno = savedErrno;
+}
+
+const char *signalName(int sig)
+{
+    switch (sig) {
+    case SIGINT: return "SIGINT";
+    case SIGTERM: return "SIGTERM";
+    case SIGHUP: return "SIGHUP";
+    default: return "signal";
+    }
+}
+
+// The signal watcher thread. The first signal asks for an orderly stop: every
+// output finishes its file. A second one during that stop changes nothing but
+// says how to end at once; the third ends the process at once, even when the
+// stop itself is stuck, and the outputs may then be incomplete.
+void watchSignals()
+{
+    int count = 0;
+    for (;;) {
+        char byte = 0;
+        const ssize_t n = read(signalPipe[0], &byte, 1);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return;
+        const int sig = byte;
+        ++count;
+        if (count == 1) {
+            const ssize_t w = write(interruptPipe[1], &byte, 1);
+            (void)w;
+        } else if (count < signalsToEndAtOnce) {
+            fprintf(stderr, "vexa-launch: %s again: still stopping in order so that the outputs are complete; "
+                            "signal once more to end at once\n", signalName(sig));
+            fflush(stderr);
+        } else {
+            fprintf(stderr, "vexa-launch: %s again: ending at once, outputs may be incomplete\n", signalName(sig));
+            fflush(stderr);
+            releaseMediaMemory();
+            _exit(ExitSignal + sig);
+        }
+    }
 }
 
 QString signalText(int sig)
@@ -121,8 +169,13 @@ Launcher::Launcher(const Pipeline &p, const LaunchOptions &o, QObject *parent)
 
 bool Launcher::installInterruptHandler()
 {
-    if (pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+    // The handler's end never blocks (a full pipe loses a signal, never the
+    // process); the watcher's end blocks, so that the watcher sleeps.
+    if (pipe2(signalPipe, O_CLOEXEC) != 0 || pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0
+        || fcntl(signalPipe[1], F_SETFL, O_NONBLOCK) != 0)
         return false;
+    // Lives as long as the process; nothing waits for it at exit.
+    std::thread(watchSignals).detach();
     struct sigaction sa = {};
     sa.sa_handler = onInterrupt;
     sigemptyset(&sa.sa_mask);

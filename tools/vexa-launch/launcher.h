@@ -56,7 +56,10 @@ public:
 
     /**
      * Takes SIGINT over from the framework and handles SIGTERM and SIGHUP
-     * alike: each ends the run in order, with the exit code 128 + signal.
+     * alike: the first ends the run in order, with the exit code 128 +
+     * signal; a second one leaves that stop going (the outputs still finish
+     * their files); the third ends the process at once. The handler only
+     * writes into a pipe; a watcher thread counts the signals.
      */
     static bool installInterruptHandler();
 

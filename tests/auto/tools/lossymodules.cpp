@@ -1,10 +1,11 @@
 // A module library as a third party would write one, loaded by the tools
 // tests with -l: a sink that loses packets on purpose (for the launcher's
-// loss report and exit code) and a sink that declares nothing (whose
-// settings and links are not checked).
+// loss report and exit code; it can also be slow to stop) and a sink that
+// declares nothing (whose settings and links are not checked).
 
 #include <QAtomicInteger>
 #include <QMetaType>
+#include <QThread>
 
 #include "vexaobject.h"
 
@@ -13,6 +14,7 @@ class VexaLossySink : public VexaObject
     Q_OBJECT
     Q_CLASSINFO("setting:keepEvery", "int=2; keep one packet in this many, drop the others")
     Q_CLASSINFO("setting:dropping", "bool=false; report the drops as asked for")
+    Q_CLASSINFO("setting:stopDelayMs", "int=0; how long stopping takes, in milliseconds")
     Q_CLASSINFO("sends", "events")
     Q_CLASSINFO("accepts", "audio video")
 
@@ -37,6 +39,7 @@ protected:
         every.storeRelease(qMax(1, settings.value("keepEvery", 2).toInt()));
         dropping.storeRelease(settings.value("dropping").toBool() ? 1 : 0);
     }
+    void onStop() override { QThread::msleep(qMax(0, settings.value("stopDelayMs").toInt())); }
 
 private:
     void count(int k)
