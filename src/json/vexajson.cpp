@@ -1,5 +1,7 @@
 #include "vexajson.h"
 
+#include "vexajsontext.h"
+
 #include <QFile>
 #include <QJsonDocument>
 
@@ -14,7 +16,7 @@ QString Json::encode(QVariant value, bool indented)
 
 QVariant Json::decode(const QString &text)
 {
-    return QJsonDocument::fromJson(text.toUtf8()).toVariant();
+    return VexaJsonText::parse(text.toUtf8()).toVariant();
 }
 
 QVariantMap Json::join(QVariantMap base, QVariantMap overlay)

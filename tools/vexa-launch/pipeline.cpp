@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 
 #include "vexaclassinfo.h"
+#include "vexajsontext.h"
 #include "vexamodulecatalog.h"
 
 namespace {
@@ -103,7 +104,7 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
     p.fileName = fileName;
 
     QJsonParseError pe;
-    const QJsonDocument doc = QJsonDocument::fromJson(text, &pe);
+    const QJsonDocument doc = VexaJsonText::parse(text, &pe);
     if (pe.error != QJsonParseError::NoError) {
         const int offset = qBound(0, pe.offset, text.size());
         const QByteArray before = text.left(offset);
@@ -270,7 +271,7 @@ bool Pipeline::applyOverride(const QString &assignment, QString *error)
     // Scalars parse as JSON when they can ("true", "20", "\"x\""), anything
     // else is the text itself.
     QVariant value = text;
-    const QJsonDocument doc = QJsonDocument::fromJson("[" + text.toUtf8() + "]");
+    const QJsonDocument doc = VexaJsonText::parse("[" + text.toUtf8() + "]");
     if (doc.isArray() && doc.array().size() == 1)
         value = normalised(doc.array().at(0).toVariant());
     modules[i].settings.insert(key, value);

@@ -5,7 +5,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <QJsonDocument>
+
 #include <vexajson.h>
+#include <vexajsontext.h>
 
 class tst_Json : public QObject
 {
@@ -53,6 +56,41 @@ private slots:
     {
         for (const char *text : {"{", "", "{\"a\":1} x", "{'a':1}", "[1,"})
             QVERIFY2(!Json::decode(QString::fromUtf8(text)).isValid(), text);
+    }
+
+    // A key given twice in one object keeps its last value, as Qt's reader
+    // keeps it, and nothing is lost on the way (the sanitizer build checks
+    // for leaks): Qt's reader loses the first value when it is an array or
+    // an object, so those members are read without it. Errors are reported
+    // where the text as given has them.
+    void duplicateKeys_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QByteArray>("expected");  // compact text of the document, as Qt's reader gives it
+        QTest::addColumn<int>("errorOffset");      // -1: valid
+        QTest::newRow("array, then number") << QByteArray(R"({"a":["q"],"a":2})") << QByteArray(R"({"a":2})") << -1;
+        QTest::newRow("object, then number") << QByteArray(R"({"a":{"b":"c"},"a":1})") << QByteArray(R"({"a":1})") << -1;
+        QTest::newRow("three, spaced, nested") << QByteArray(" {\n \"a\" : [1] ,\"b\":{\"a\":[3],\"a\":{}}, \"a\" : [2] , \"a\":3 } ")
+                                               << QByteArray(R"({"a":3,"b":{"a":{}}})") << -1;
+        QTest::newRow("string, then array") << QByteArray(R"({"a":"x","a":[1]})") << QByteArray(R"({"a":[1]})") << -1;
+        // (Plain literals: moc reads a backslash in a raw string as an escape.)
+        QTest::newRow("escaped keys") << QByteArray("{\"a\":[1],\"\\u0061\":2,\"\\\"\":[3],\"\\\"\":4}")
+                                      << QByteArray("{\"\\\"\":4,\"a\":2}") << -1;
+        QTest::newRow("in an array") << QByteArray(R"([{"k":{"x":1},"k":[]},{"k":1}])") << QByteArray(R"([{"k":[]},{"k":1}])") << -1;
+        QTest::newRow("error after") << QByteArray(R"({"a":[1],"a":2,"b":tru})") << QByteArray() << 20;
+        QTest::newRow("error at the end") << QByteArray(R"({"a":[1],"a":2,"b":[1,2)") << QByteArray() << 23;
+        QTest::newRow("error in an overridden member") << QByteArray(R"({"a":[tru],"a":2})") << QByteArray() << 10;
+    }
+    void duplicateKeys()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QByteArray, expected);
+        QFETCH(int, errorOffset);
+        QJsonParseError error;
+        const QJsonDocument doc = VexaJsonText::parse(text, &error);
+        QCOMPARE(error.error == QJsonParseError::NoError ? -1 : error.offset, errorOffset);
+        QCOMPARE(doc.toJson(QJsonDocument::Compact), expected);
+        QCOMPARE(Json::decode(QString::fromUtf8(text)), doc.isNull() ? QVariant() : doc.toVariant());
     }
 
     // The overlay wins key by key; maps and lists in it replace, never merge.
