@@ -20,9 +20,10 @@
 //
 // A queued signal copies its arguments in the emitting thread; for the
 // project's own types the copy runs the project's copy constructor, which is
-// instrumented, while the emission is still going on. Those copies are made
-// with the sanitizer looking away: the receiver's reads of a fresh copy have
-// nothing to race with, and the copy is ordered after the emission's start.
+// instrumented, while the emission is still going on. Those copies, and only
+// those (inside an emission, between its slots), are made with the sanitizer
+// looking away: the receiver's reads of a fresh copy have nothing to race
+// with, and the copy is ordered after the emission's start.
 //
 // What Qt itself does to memory through the C library (allocating and
 // freeing events, copying arguments, reading and writing its wake-up file
@@ -175,6 +176,11 @@ void *connectionsTo(const QObject *receiver)
 // sanitizer looks away between their slots.
 thread_local std::vector<bool> lookingAway;
 
+// Emissions of any object on this thread, innermost last: whether the
+// emission is between its slots (where Qt copies the arguments of queued
+// connections) rather than inside one.
+thread_local std::vector<bool> betweenSlots;
+
 // Between the start of an emission and its first slot, and between slots, Qt
 // reads the connection list and each receiver (its meta-object, through the
 // receiver's own instrumented code) with ordering it gives through its own
@@ -192,6 +198,7 @@ bool isModule(const QObject *obj) { return obj && obj->inherits("VexaObject"); }
 void onSignalBegin(QObject *sender, int, void **)
 {
     __tsan_release(sender);
+    betweenSlots.push_back(true);
     lookingAway.push_back(isModule(sender));
     if (lookingAway.back())
         __tsan_ignore_thread_begin();
@@ -204,6 +211,8 @@ void onSignalEnd(QObject *sender, int)
             __tsan_ignore_thread_end();
         lookingAway.pop_back();
     }
+    if (!betweenSlots.empty())
+        betweenSlots.pop_back();
     __tsan_release(sender);
 }
 
@@ -211,6 +220,8 @@ void onSignalEnd(QObject *sender, int)
 // was made: Qt publishes connections with atomics of its own.
 void onSlotBegin(QObject *receiver, int, void **)
 {
+    if (!betweenSlots.empty())
+        betweenSlots.back() = false;
     if (!lookingAway.empty() && lookingAway.back())
         __tsan_ignore_thread_end();
     __tsan_acquire(connectionsTo(receiver));
@@ -218,6 +229,8 @@ void onSlotBegin(QObject *receiver, int, void **)
 
 void onSlotEnd(QObject *, int)
 {
+    if (!betweenSlots.empty())
+        betweenSlots.back() = true;
     if (!lookingAway.empty() && lookingAway.back())
         __tsan_ignore_thread_begin();
 }
@@ -551,11 +564,18 @@ std::atomic<Constructor> registeredConstructors[constructorSlots];
 std::mutex constructorsLock;
 size_t constructorsUsed = 0;
 
+// Quiet only where Qt copies a queued connection's arguments: inside an
+// emission, outside its slots. Every other copy (a QVariant made of a
+// Packet, the arguments of a queued invokeMethod(), a slot's own copies) is
+// watched as any code of the project's.
 template<size_t N>
 void *quietConstructor(void *where, const void *copy)
 {
+    const Constructor construct = registeredConstructors[N].load(std::memory_order_acquire);
+    if (betweenSlots.empty() || !betweenSlots.back())
+        return construct(where, copy);
     __tsan_ignore_thread_begin();
-    void *object = registeredConstructors[N].load(std::memory_order_acquire)(where, copy);
+    void *object = construct(where, copy);
     __tsan_ignore_thread_end();
     return object;
 }

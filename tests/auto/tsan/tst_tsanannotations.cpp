@@ -1,11 +1,14 @@
 // Checks the annotations of Qt's synchronisation (tests/tsan) from the
 // outside: one thread writes a plain value, hands it over through a Qt
 // primitive, and another reads it. Each hand-over must stay silent (any
-// report makes this process exit with 66 and the test fail); a write with no
-// hand-over at all, run in a child process, must be reported.
+// report makes this process exit with 66 and the test fail). What must be
+// reported is run in child processes: a write with no hand-over at all, a
+// copy of a registered type racing with a write outside any emission, and a
+// signal handler of a program's own that allocates.
 
 #include <QtTest>
 
+#include <csignal>
 #include <functional>
 #include <thread>
 
@@ -71,13 +74,29 @@ signals:
     void handOverCopy(Cargo copy);
 };
 
-int raceChild()
+// The children: each makes one report the sanitizer must not miss.
+int raceChild(const char *kind)
 {
     static int shared = 0;  // written by two threads with nothing between them
-    std::thread a([] { shared = 1; });
-    std::thread b([] { shared = 2; });
-    a.join();
-    b.join();
+    static Cargo cargo;
+    if (qstrcmp(kind, "--race") == 0) {
+        std::thread a([] { shared = 1; });
+        std::thread b([] { shared = 2; });
+        a.join();
+        b.join();
+    } else if (qstrcmp(kind, "--copy") == 0) {
+        // A QVariant's copy runs the registered copy constructor, watched
+        // outside an emission's argument copies.
+        qRegisterMetaType<Cargo>("Cargo");
+        std::thread a([] { cargo.value = 1; });
+        std::thread b([] { shared = QVariant::fromValue(cargo).value<Cargo>().value; });
+        a.join();
+        b.join();
+    } else if (qstrcmp(kind, "--handler") == 0) {
+        // Only the library's own handler is let through.
+        std::signal(SIGUSR1, [](int) { shared = int(QByteArray(64, 'x').size()); });
+        std::raise(SIGUSR1);
+    }
     return shared == 0 ? 1 : 0;
 }
 
@@ -191,9 +210,21 @@ private slots:
         QCOMPARE(cargo.value, 5);
     }
 
-    void plainRaceIsReported()
+    void reported_data()
     {
-        // The report must reach the child's stderr, whatever this run logs to.
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QByteArray>("report");
+        QTest::newRow("plain race") << "--race" << QByteArray("WARNING: ThreadSanitizer: data race");
+        QTest::newRow("copy of a registered type") << "--copy" << QByteArray("WARNING: ThreadSanitizer: data race");
+        QTest::newRow("a program's own signal handler")
+            << "--handler" << QByteArray("WARNING: ThreadSanitizer: signal-unsafe call inside of a signal");
+    }
+    void reported()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QByteArray, report);
+        // The report must reach the child's stderr, whatever this run logs to;
+        // the suppressions stay.
         QStringList options;
         for (const QString &o : qEnvironmentVariable("TSAN_OPTIONS").split(QLatin1Char(':'), Qt::SkipEmptyParts)) {
             if (!o.startsWith(QLatin1String("log_path=")) && !o.startsWith(QLatin1String("exitcode=")))
@@ -204,17 +235,17 @@ private slots:
         env.insert(QStringLiteral("TSAN_OPTIONS"), options.join(QLatin1Char(':')));
         QProcess child;
         child.setProcessEnvironment(env);
-        QVERIFY(VexaTest::runSelf(child, {QStringLiteral("--race")}));
+        QVERIFY(VexaTest::runSelf(child, {kind}));
         const QByteArray err = child.readAllStandardError();
-        QVERIFY2(err.contains("WARNING: ThreadSanitizer: data race"), err.constData());
+        QVERIFY2(err.contains(report), err.constData());
         QCOMPARE(child.exitCode(), 66);
     }
 };
 
 int main(int argc, char **argv)
 {
-    if (argc > 1 && qstrcmp(argv[1], "--race") == 0)
-        return raceChild();
+    if (argc > 1 && argv[1][0] == '-' && argv[1][1] == '-')
+        return raceChild(argv[1]);
     QCoreApplication app(argc, argv);
     tst_TsanAnnotations tc;
     return QTest::qExec(&tc, argc, argv);
