@@ -2,8 +2,11 @@
 // fast as it can from its own thread. After unLinkV returns no delivery from
 // the source runs in the receiver or starts; destroy() deletes a receiver
 // only once every delivery to it has returned (the sanitizer build catches a
-// hook running in freed memory); a receiver linked throughout gets every
-// packet; and the process's threads and memory stay flat over the run.
+// hook running in freed memory); each receiver's thread, busy with its
+// queued calls, is let go by its last user from another thread without the
+// release touching a finished thread; a receiver linked throughout gets
+// every packet; the process's threads come back to where they were, and its
+// memory grows no more than plain Qt's for as many threads.
 // Its own process: the thread count is the whole process's.
 
 #include <memory>
