@@ -565,7 +565,13 @@ void VexaOutputFile::finish()
     }
     // Senders waiting for ring room give up; what is queued is still written.
     pool.close();
-    // Everything queued before stop still goes into the file.
+    // Everything queued before stop still goes into the file, and so does a
+    // stream whose description reached this thread only after the state
+    // had changed (the source described it just before the stop).
+    if (inInfoA.type == 0)
+        inInfoA = parkedInfoA();
+    if (inInfoV.type == 0)
+        inInfoV = parkedInfoV();
     drain();
     if (oc && !headerWritten && inInfoA.type == 0 && inInfoV.type == 0 && pendingA.isEmpty() && pendingV.isEmpty()) {
         // Nothing arrived: no streams to write, which is not a failure; no

@@ -238,6 +238,16 @@ protected:
     StreamInfo outInfoA;
     StreamInfo outInfoV;
 
+    /**
+     * The incoming description parked because it arrived while the object
+     * was not started (type 0: none). A description its source sent just
+     * before the object's stop() reaches the object's thread after the state
+     * has changed, and is parked instead of accepted: onStop() can still take
+     * it from here for the packets it describes. Thread: the object's thread.
+     */
+    StreamInfo parkedInfoA() const { return pendingInfoA; }
+    StreamInfo parkedInfoV() const { return pendingInfoV; }
+
 private:
     StreamInfo pendingInfoA; // parked until start, in the object's thread
     StreamInfo pendingInfoV;

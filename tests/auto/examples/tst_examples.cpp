@@ -240,6 +240,43 @@ private slots:
         out->destroy();
     }
 
+    // A source that describes its stream and sends packets just before the
+    // output is stopped: the description reaches the output's thread after
+    // the state has changed (and is parked there), the packets are already
+    // queued. The file still holds them all.
+    void describedJustBeforeStop()
+    {
+        const QString path = dir.filePath(QStringLiteral("late-description.framemd5"));
+        auto *src = static_cast<VexaTestSource *>(Vexa::create("TestSource"));
+        VexaObject *out = Vexa::create("OutputFile");
+        out->setData(QVariantMap{{"path", path}, {"format", "framemd5"}});
+        Vexa::linkV(src, out);
+        QVERIFY(out->start());
+        QVERIFY(src->start());
+
+        QSemaphore inside, release;
+        QMetaObject::invokeMethod(out, [&] { inside.release(); release.acquire(); }, Qt::QueuedConnection);
+        QVERIFY(inside.tryAcquire(1, 30000));
+        describeAndLinkAudio(src, out, false);
+        src->sendInfoV(src->getStreamInfoV());
+        for (int i = 0; i < 3; ++i) {
+            VexaObject::Packet p;
+            const QByteArray data = payload(i, 100);
+            p.len = data.size();
+            p.data = const_cast<char *>(data.constData());
+            p.pts = i * 40000;
+            p.tag = i == 0 ? 1 : 0;
+            src->sendPacketV(p);
+        }
+        // stop() changes the state at once; its onStop runs behind the
+        // description.
+        QVERIFY(out->stop());
+        release.release();
+        QTRY_COMPARE(VexaTest::frameMd5(path).size(), 3);
+        src->destroy();
+        out->destroy();
+    }
+
     // The output in its sender's thread (both started with one thread name):
     // a full queue or ring cannot wait for the worker, which is the sender
     // itself; the sender writes instead, and nothing is lost.
