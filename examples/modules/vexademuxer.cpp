@@ -104,6 +104,18 @@ int VexaDemuxer::readNext()
     return 0;
 }
 
+void VexaDemuxer::park(AVPacket *to)
+{
+    av_packet_move_ref(to, pkt);
+    holding = false;
+}
+
+void VexaDemuxer::unpark(AVPacket *from)
+{
+    av_packet_move_ref(pkt, from);
+    holding = true;
+}
+
 const AVStream *VexaDemuxer::stream() const
 {
     return fmt->streams[pkt->stream_index];

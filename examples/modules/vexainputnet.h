@@ -10,6 +10,7 @@
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
+struct AVPacket;
 class VexaDemuxer;
 class VexaIoDeadline;
 class VexaNetWatch;
@@ -39,7 +40,14 @@ class VexaNetWatch;
  * ("eos"). A URL that cannot be opened the first time is an "error" at once:
  * a wrong address is not a source that went away.
  *
- * Timestamps: microseconds, starting at 0. After a reconnection they go on
+ * Timestamps: microseconds, starting at 0. A packet that arrives without
+ * timestamps (the first keyframe of an RTSP stream, before the first
+ * sender report) gets those the stream implies: the next decode time of its
+ * stream less the durations in between, or the previous one plus its
+ * duration. For the first packets of a stream the module reads ahead (at
+ * most 128 packets) until that next decode time comes, and gives the
+ * packets before it their decode times too. After a
+ * reconnection they go on
  * from the last one sent plus the time the source was away, and never go
  * back within a stream, whatever the new connection's own timestamps are.
  * Descriptions (VexaMedia::describe) are sent before the first packet and
@@ -111,6 +119,11 @@ private:
     void tryReconnect();
     void fail(const QString &message);
     void sendCurrent();
+    bool holdForTimestamps();
+    void fillBackwards(int kind);
+    void sendPending();
+    void dropPending();
+    qint64 durationTicks(const AVPacket *pkt) const;
     void describeStreams(bool again);
 
     // When blocking calls give up; shared with the watchdog.
@@ -136,6 +149,15 @@ private:
     qint64 lastEnd = std::numeric_limits<qint64>::min();  // latest timestamp + duration sent
     qint64 lostAtMs = 0;                 // steady clock when the source went away
     qint64 lastDts[2] = {std::numeric_limits<qint64>::min(), std::numeric_limits<qint64>::min()};
+
+    // Packets read, in order, while the first packets of a stream that came
+    // without timestamps wait for the next one of that stream that has them;
+    // ready once every such packet has its timestamps (or the bound is hit).
+    QList<AVPacket *> pending;
+    bool pendingReady = false;
+    int untimedWaiting[2] = {0, 0};     // per kind (0 audio, 1 video): without timestamps, still unknown
+    bool pendingTimed[2] = {false, false};  // per kind: a decode time came
+    bool timed[2] = {false, false};     // this connection gave the kind a timestamp
 
     QAtomicInt connectedNow = 0;
     QAtomicInt disconnects = 0;
