@@ -176,6 +176,12 @@ void VexaInputNet::onStart()
     running = true;
     QString error;
     if (!open(&error)) {
+        // Stopped while it waited for the peer (a listening input nobody
+        // published to yet): the run ends as asked, nothing failed.
+        if (getState() != QLatin1String("started")) {
+            running = false;
+            return;
+        }
         fail(error);
         return;
     }

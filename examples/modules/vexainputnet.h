@@ -38,7 +38,9 @@ class VexaNetWatch;
  * (default 0: no limit) bounds the failed attempts in a row; then the module
  * reports "error". Without "reconnect" the source going away ends the stream
  * ("eos"). A URL that cannot be opened the first time is an "error" at once:
- * a wrong address is not a source that went away.
+ * a wrong address is not a source that went away. An open or read broken
+ * off because the module was stopped (Ctrl-C while a listening input waits
+ * for its publisher) is no error and reports nothing.
  *
  * Timestamps: microseconds, starting at 0. A packet that arrives without
  * timestamps (the first keyframe of an RTSP stream, before the first

@@ -8,6 +8,7 @@
 // receiver (drop or hold back), bad input with its message and exit code,
 // and Ctrl-C with the module's timer thread running.
 
+#include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
@@ -168,19 +169,28 @@ private slots:
         QTest::addColumn<QStringList>("receiver");   // ffmpeg input arguments
         QTest::addColumn<bool>("udp");
         QTest::addColumn<QString>("compare");        // "source", "ffmpeg" or "count"
+        QTest::addColumn<QString>("outSettings");
+        QTest::addColumn<int>("receiverLateMs");     // the receiver starts this long after vexa-launch
+        const QString wait = R"("overflow": "wait")";
 
         QTest::newRow("tcp") << "tcp://127.0.0.1:@PORT@" << "clip.ts"
-                             << QStringList{"-i", "tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"} << false << "source";
+                             << QStringList{"-i", "tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"} << false << "source" << wait << 0;
         QTest::newRow("srt") << "srt://127.0.0.1:@PORT@" << "clip.ts"
-                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true << "source";
+                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true << "source" << wait << 0;
         QTest::newRow("rtsp over tcp") << "rtsp://127.0.0.1:@PORT@/live" << "live.mp4"
                                        << QStringList{"-rtsp_flags", "listen", "-rtsp_transport", "tcp", "-i", "rtsp://127.0.0.1:@PORT@/live"}
-                                       << false << "ffmpeg";
+                                       << false << "ffmpeg" << wait << 0;
         QTest::newRow("rtmp") << "rtmp://127.0.0.1:@PORT@/live/s" << "clip.mp4"
-                              << QStringList{"-listen", "1", "-i", "rtmp://127.0.0.1:@PORT@/live/s"} << false << "count";
+                              << QStringList{"-listen", "1", "-i", "rtmp://127.0.0.1:@PORT@/live/s"} << false << "count" << wait << 0;
         QTest::newRow("udp") << "udp://127.0.0.1:@PORT@" << "clip.ts"
                              << QStringList{"-timeout", QString::number(scaled(3000) * 1000), "-i", "udp://127.0.0.1:@PORT@"}
-                             << true << "count";
+                             << true << "count" << wait << 0;
+        // The whole file comes at once while the output still connects (SRT
+        // retries until the receiver is there): held, not dropped, it all
+        // arrives, from the first keyframe on.
+        QTest::newRow("srt, receiver late, drop mode") << "srt://127.0.0.1:@PORT@" << "clip.ts"
+                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true
+                             << "source" << R"("overflow": "drop", "openTimeout": 20)" << 1000;
     }
     void publish()
     {
@@ -189,6 +199,8 @@ private slots:
         QFETCH(QStringList, receiver);
         QFETCH(bool, udp);
         QFETCH(QString, compare);
+        QFETCH(QString, outSettings);
+        QFETCH(int, receiverLateMs);
         if (!MediaProbe::toolsAvailable())
             QSKIP("ffmpeg and ffprobe are needed");
         const QString tag = QString::fromLatin1(QTest::currentDataTag()).replace(' ', '-');
@@ -199,15 +211,26 @@ private slots:
         const auto receive = [&](bool ours, const QString &hashFile) -> QString {
             const int port = NetPeer::freePort(udp);
             NetPeer::Ffmpeg rx;
-            rx.start(QStringList(receiver).replaceInStrings("@PORT@", QString::number(port))
-                     + QStringList{"-c", "copy", "-f", "framemd5", hashFile});
-            if (!NetPeer::waitBound(port, udp))
+            const auto startReceiver = [&]() -> bool {
+                rx.start(QStringList(receiver).replaceInStrings("@PORT@", QString::number(port))
+                         + QStringList{"-c", "copy", "-f", "framemd5", hashFile});
+                return NetPeer::waitBound(port, udp);
+            };
+            if ((!ours || receiverLateMs == 0) && !startReceiver())
                 return QStringLiteral("receiver did not listen: ") + rx.errors();
             if (ours) {
                 QProcess launch;
-                const QByteArray pipeline = VexaTest::pipeline("InputFile", path(src) + R"(, "realtime": true)", "OutputNet",
-                                                               QStringLiteral(R"("url": "%1", "overflow": "wait")").arg(arg(url, port)));
-                if (!VexaTest::run(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}, scaled(60000)))
+                const QByteArray pipeline = VexaTest::pipeline(
+                    "InputFile", path(src) + (receiverLateMs > 0 ? QString() : QStringLiteral(R"(, "realtime": true)")),
+                    "OutputNet", QStringLiteral(R"("url": "%1", %2)").arg(arg(url, port), outSettings));
+                if (!VexaTest::start(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}))
+                    return QStringLiteral("vexa-launch did not start");
+                if (receiverLateMs > 0) {
+                    QTest::qWait(receiverLateMs);
+                    if (!startReceiver())
+                        return QStringLiteral("receiver did not listen: ") + rx.errors();
+                }
+                if (!launch.waitForFinished(scaled(60000)))
                     return QStringLiteral("vexa-launch did not end");
                 if (launch.exitStatus() != QProcess::NormalExit || launch.exitCode() != 0)
                     return QStringLiteral("vexa-launch: ") + QString::fromUtf8(launch.readAllStandardError());
@@ -516,6 +539,77 @@ private slots:
         QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
         QVERIFY2(launch.exitCode() == exitCode, qPrintable(all));
         QVERIFY2(QRegularExpression(message).match(all).hasMatch(), qPrintable(all));
+    }
+
+    // A signal while a listening module still waits for its peer ends the
+    // run at once with the signal's status, not as a module error.
+    void signalWhileWaiting_data()
+    {
+        QTest::addColumn<QString>("module");
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<int>("signal");
+        QTest::newRow("input, tcp, SIGTERM") << "InputNet" << "tcp://127.0.0.1:@PORT@" << int(SIGTERM);
+        QTest::newRow("input, rtsp, Ctrl-C") << "InputNet" << "rtsp://127.0.0.1:@PORT@/live" << int(SIGINT);
+        QTest::newRow("output, tcp, SIGTERM") << "OutputNet" << "tcp://127.0.0.1:@PORT@" << int(SIGTERM);
+    }
+    void signalWhileWaiting()
+    {
+        QFETCH(QString, module);
+        QFETCH(QString, url);
+        QFETCH(int, signal);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        const int port = NetPeer::freePort();
+        const QString net = QStringLiteral(R"("url": "%1", "listen": true, "openTimeout": 60)").arg(arg(url, port));
+        const QByteArray pipeline = module == QLatin1String("InputNet")
+            ? VexaTest::pipeline("InputNet", net, "PacketStats", QString())
+            : VexaTest::pipeline("InputFile", path(dir.filePath("clip.ts")) + R"(, "realtime": true, "loop": true)", "OutputNet", net);
+        QProcess launch;
+        QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}));
+        QVERIFY2(NetPeer::waitBound(port, false), launch.readAllStandardError().constData());
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(::kill(pid_t(launch.processId()), signal), 0);
+        QVERIFY(launch.waitForFinished(scaled(20000)));
+        const QByteArray err = launch.readAllStandardError();
+        QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(launch.exitCode() == 128 + signal, err.constData());
+        QVERIFY2(!err.contains("error"), err.constData());
+        QVERIFY2(clock.elapsed() < scaled(10000), qPrintable(QString::number(clock.elapsed())));
+    }
+
+    // A listening output outlives its viewers: the first leaves, the output
+    // listens again and the next one gets the stream from a keyframe; the
+    // run goes on until it is ended (SIGTERM: 143, not a module error).
+    void viewersComeAndGo()
+    {
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        const int port = NetPeer::freePort();
+        const QString url = QStringLiteral("tcp://127.0.0.1:%1").arg(port);
+        const QByteArray pipeline = VexaTest::pipeline(
+            "InputFile", path(dir.filePath("clip.ts")) + R"(, "realtime": true, "loop": true)", "OutputNet",
+            QStringLiteral(R"("url": "%1", "listen": true, "openTimeout": 60)").arg(url));
+        QProcess launch;
+        QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(pipeline), "--quiet", "-d", QString::number(scaled(60))}));
+        for (int viewer = 0; viewer < 2; ++viewer) {
+            QVERIFY2(NetPeer::waitBound(port, false), launch.readAllStandardError().constData());
+            const QString got = dir.filePath(QStringLiteral("viewer-%1.ts").arg(viewer));
+            NetPeer::Ffmpeg rx;
+            rx.start({"-i", url, "-c", "copy", "-t", "1", got});
+            QVERIFY2(rx.wait(20000), qPrintable(rx.errors()));
+            MediaProbe::Streams streams;
+            QString error;
+            QVERIFY2(MediaProbe::probe(got, &streams, &error), qPrintable(error));
+            QVERIFY2(streams.value("video").size() >= 12, qPrintable(got));
+            QVERIFY(streams.value("video").first().key);
+            QVERIFY(!streams.value("audio").isEmpty());
+        }
+        QCOMPARE(::kill(pid_t(launch.processId()), SIGTERM), 0);
+        QVERIFY2(launch.waitForFinished(scaled(30000)), "vexa-launch did not end");
+        const QByteArray err = launch.readAllStandardError();
+        QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(launch.exitCode() == 143, err.constData());
     }
 
     // Ctrl-C while VexaInputNet (created by vexa-launch from the pipeline
