@@ -172,6 +172,7 @@ void VexaInputNet::onStart()
     lastEnd = std::numeric_limits<qint64>::min();
     lastDts[0] = lastDts[1] = std::numeric_limits<qint64>::min();
     everConnected = false;
+    everRead = false;
     failedAttempts = 0;
     running = true;
     QString error;
@@ -262,6 +263,9 @@ bool VexaInputNet::open(QString *error)
         return false;
     }
     describeStreams(everConnected);
+    // A resource of known length over HTTP is a file, not a live stream.
+    finite = (scheme == QLatin1String("http") || scheme == QLatin1String("https")) && demux->fmt->pb
+            && avio_size(demux->fmt->pb) > 0;
     offset = NoOffset;
     timed[0] = timed[1] = false;
     if (debugLevel > 0)
@@ -424,6 +428,27 @@ void VexaInputNet::readSome()
                     reason = VexaMedia::errorText(r);
                 // What was read ahead goes out with what is known.
                 sendPending();
+                if (!everRead) {
+                    // Opened, but not one packet could be read (an MP4 whose
+                    // index sits at the end, served without seeking): not a
+                    // source that went away.
+                    fail(QStringLiteral("cannot read %1: %2").arg(url, reason));
+                    return;
+                }
+                if (finite) {
+                    // A file of known length served over HTTP ends; it is
+                    // never fetched again from its start.
+                    close();
+                    connectedNow.storeRelease(0);
+                    running = false;
+                    if (r != AVERROR_EOF) {
+                        fail(QStringLiteral("cannot read %1 to its end: %2").arg(url, reason));
+                        return;
+                    }
+                    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] end of %2").arg(name(), url);
+                    sendEvent(QStringLiteral("eos"), name());
+                    return;
+                }
                 sourceLost(reason);
                 return;
             }
@@ -548,5 +573,6 @@ void VexaInputNet::sendCurrent()
     if (dts != pts)
         out.altPts = dts;
 
+    everRead = true;
     demux->send(out);
 }

@@ -38,7 +38,11 @@ class VexaNetWatch;
  * (default 0: no limit) bounds the failed attempts in a row; then the module
  * reports "error". Without "reconnect" the source going away ends the stream
  * ("eos"). A URL that cannot be opened the first time is an "error" at once:
- * a wrong address is not a source that went away. An open or read broken
+ * a wrong address is not a source that went away; nor is one that opens but
+ * ends before its first packet (an MP4 served over HTTP that cannot be read
+ * without seeking). A file of known length over HTTP is not a live source:
+ * its end is the end of the stream ("eos") and it is never fetched again,
+ * whatever "reconnect" says. An open or read broken
  * off because the module was stopped (Ctrl-C while a listening input waits
  * for its publisher) is no error and reports nothing.
  *
@@ -137,6 +141,8 @@ private:
     const std::unique_ptr<VexaDemuxer> demux;
     bool running = false;
     bool everConnected = false;
+    bool everRead = false;      // a packet was sent since the start
+    bool finite = false;        // the connection serves a file of known length (HTTP)
     bool realtime = false;
     int failedAttempts = 0;
     qint64 retryDelayMs = 0;

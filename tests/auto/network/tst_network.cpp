@@ -500,6 +500,37 @@ private slots:
         QVERIFY2(QRegularExpression(QStringLiteral("vexa-launch: error: ") + message).match(err).hasMatch(), qPrintable(err));
     }
 
+    // A file served over HTTP (known length) is read once, with reconnect on
+    // as by default: the recording holds the file's packets once, the file
+    // was fetched once, and the run ends with 0.
+    void httpFileReadOnce()
+    {
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        const QString src = dir.filePath("served-faststart.mp4");
+        QVERIFY(MediaProbe::ffmpeg({"-i", dir.filePath("clip.mp4"), "-c", "copy", "-movflags", "+faststart", src}));
+        QFile file(src);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        NetPeer::HttpFilePeer server(file.readAll());
+        QVERIFY(server.port > 0);
+        const QString out = dir.filePath("http-file.mkv");
+        const QByteArray pipeline = VexaTest::pipeline(
+            "InputNet", QStringLiteral("\"url\": \"http://127.0.0.1:%1/clip.mp4\", \"reconnectDelay\": 0.1").arg(server.port),
+            "OutputFile", path(out));
+        QProcess launch;
+        QVERIFY2(VexaTest::run(launch, VEXA_LAUNCH, {write(pipeline), "--quiet", "-y"}, scaled(30000)), "no end in time");
+        const QByteArray err = launch.readAllStandardError();
+        QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(launch.exitCode() == 0, err.constData());
+        QCOMPARE(server.requests.load(), 1);
+        MediaProbe::Streams want, got;
+        QString error;
+        QVERIFY2(MediaProbe::probe(out, &got, &error), qPrintable(error));
+        QVERIFY(MediaProbe::probe(src, &want, &error));
+        QCOMPARE(got.value("video").size(), want.value("video").size());
+        QCOMPARE(got.value("audio").size(), want.value("audio").size());
+    }
+
     // A receiver that never reads: by default the output drops the oldest
     // packets and says how many (the run still succeeds, the drops were
     // asked for); told to hold the sender back, it does so until it is
