@@ -324,6 +324,22 @@ bool Pipeline::checkLinks(QString *error) const
                                 "so nothing would flow and the run would never end").arg(fileName);
         return false;
     }
+    // An output (takes audio or video, sends neither) that nothing feeds
+    // would write an empty file or stream, or wait for ever.
+    for (const PipelineModule &m : modules) {
+        const VexaClassInfo info = classInfo(m);
+        const int media = VexaClassInfo::Audio | VexaClassInfo::Video;
+        if (!info.declaresInterface() || !(info.accepts() & media) || (info.sends() & media))
+            continue;
+        bool fed = false;
+        for (const PipelineLink &l : links)
+            fed = fed || (l.kind != QLatin1Char('E') && l.to == m.name);
+        if (!fed) {
+            *error = QStringLiteral("%1: module \"%2\" (%3) has no audio or video link into it, so it would receive nothing")
+                         .arg(fileName, m.name, VexaModuleCatalog::shortName(m.className));
+            return false;
+        }
+    }
     return true;
 }
 

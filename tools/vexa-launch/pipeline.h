@@ -57,7 +57,9 @@ struct Pipeline {
     bool checkSettings(QString *error) const;
     /**
      * Checks that each link carries a kind its sender sends and its receiver
-     * accepts, and that the pipeline has a source. Call after checkClasses().
+     * accepts, that the pipeline has a source, and that every output (a
+     * class that takes audio or video and sends neither) has an audio or
+     * video link into it. Call after checkClasses().
      */
     bool checkLinks(QString *error) const;
     /**

@@ -287,6 +287,8 @@ private slots:
                                                 "links": [{"from": "in", "to": "s", "kind": "V"}, {"from": "s", "to": "in", "kind": "E"}]})",
                plain, 3, R"(link s -> in \(E\): class InputFile does not accept events \(it accepts: none\))");
         launch("no source", good, plain, 3, "the pipeline has no source");
+        launch("output without links", QByteArray(remux).replace(R"({"from": "in", "to": "out", "kind": "AV"})", ""), plain, 3,
+               R"(module "out" \(OutputFile\) has no audio or video link into it)", {"fresh.mp4:absent"});
         // Outputs that would destroy a file.
         launch("output is the input", remux, {"@", "--quiet", "-y", "--set", "out.path=@DIR@//clip.mp4"}, 3,
                R"(module "out" would write .*clip\.mp4, which is the input of module "in" \("path"\); refused)", {"clip.mp4:media"});
