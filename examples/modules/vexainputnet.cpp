@@ -1,5 +1,6 @@
 #include "vexainputnet.h"
 
+#include <QMetaMethod>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QTimer>
@@ -394,7 +395,10 @@ void VexaInputNet::fail(const QString &message)
     running = false;
     close();
     connectedNow.storeRelease(0);
-    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    // Whoever receives the module's events (vexa-launch) reports the error
+    // itself; the log has it only when no one does, so it shows once.
+    if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     sendEvent(QStringLiteral("error"), message);
 }
 

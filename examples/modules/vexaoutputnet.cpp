@@ -1,5 +1,6 @@
 #include "vexaoutputnet.h"
 
+#include <QMetaMethod>
 #include <QMutexLocker>
 #include <QThread>
 
@@ -630,7 +631,10 @@ void VexaOutputNet::fail(const QString &message)
         counts->of(k == 1).dropped.fetchAndAddRelaxed(rest[k].size());
         unref(rest[k]);
     }
-    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    // Whoever receives the module's events (vexa-launch) reports the error
+    // itself; the log has it only when no one does, so it shows once.
+    if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     sendEvent(QStringLiteral("error"), message);
 }
 

@@ -264,6 +264,10 @@ private slots:
         // The output file is created only once the input has been opened.
         launch("missing input file", remuxPipeline("/no/such/clip.mp4", "@DIR@/bad-out.mp4"), plain, 4,
                "error: in: cannot open /no/such/clip\\.mp4: No such file or directory", {"bad-out.mp4:absent"});
+        // Without --quiet too, each error is printed once.
+        QTest::newRow("error printed once") << QString::fromUtf8(VEXA_LAUNCH) << remuxPipeline("/no/such/clip.mp4", "@DIR@/bad-out.mp4")
+            << QStringList{"@"} << 4 << QStringList{"vexa-launch: error: in: cannot open /no/such/clip\\.mp4"}
+            << QStringList{"\\[in\\] cannot open"} << QStringList();
         const QByteArray unwritable = remuxPipeline("@DIR@/clip.mp4", "/no/such/dir/out.mp4");
         launch("unwritable output", unwritable, plain, 4, "error: out: cannot create /no/such/dir/out\\.mp4");
         const QByteArray remux = remuxPipeline("@DIR@/clip.mp4", "@DIR@/fresh.mp4");
