@@ -218,6 +218,19 @@ int64_t VexaMedia::toStreamTime(qint64 us, AVRational source, AVRational stream)
     return av_rescale_q(us, usTimeBase, stream);
 }
 
+QString VexaMedia::containerProblem(const QString &format, const QString &path)
+{
+    const QByteArray name = format.toLatin1();
+    const QByteArray file = path.toLocal8Bit();
+    // A named container is looked up by its name alone (the extension would
+    // otherwise stand in for a misspelt name).
+    if (name.isEmpty() ? av_guess_format(nullptr, file.constData(), nullptr) != nullptr
+                       : av_guess_format(name.constData(), nullptr, nullptr) != nullptr)
+        return QString();
+    return format.isEmpty() ? QStringLiteral("cannot choose a container for %1 (set \"format\")").arg(path)
+                            : QStringLiteral("unknown container format \"%1\"").arg(format);
+}
+
 QString VexaMedia::errorText(int error)
 {
     char text[AV_ERROR_MAX_STRING_SIZE] = {0};

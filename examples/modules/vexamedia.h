@@ -127,6 +127,13 @@ public:
 
     /** The text of an FFmpeg error code. */
     static QString errorText(int error);
+    /**
+     * Why FFmpeg has no muxer for the container named @p format, or guessed
+     * from @p path when @p format is empty ("cannot choose a container for
+     * x.nosuchext (set \"format\")", "unknown container format \"x\""); an
+     * empty string when it has one.
+     */
+    static QString containerProblem(const QString &format, const QString &path);
 
     /**
      * Lending a payload. A packet's payload is valid only while

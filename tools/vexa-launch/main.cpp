@@ -42,6 +42,18 @@ int fail(int code, const QString &text)
     return commandLine.fail(code, text);
 }
 
+// Every error found, one line each; the status is a usage error only when
+// each of them comes from --set.
+int failAll(const QStringList &errors)
+{
+    bool fromSet = true;
+    for (const QString &e : errors)
+        fromSet = fromSet && e.startsWith(QLatin1String("--set"));
+    for (int i = 0; i + 1 < errors.size(); ++i)
+        fprintf(stderr, "vexa-launch: %s\n", qPrintable(errors.at(i)));
+    return fail(fromSet ? ExitUsage : ExitBadPipeline, errors.last());
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -133,18 +145,21 @@ int main(int argc, char *argv[])
         if (!VexaModuleCatalog::loadLibrary(lib, &error))
             return fail(ExitBadPipeline, QStringLiteral("cannot load module library %1: %2").arg(lib, error));
     }
-    if (!pipeline.checkClasses(&error))
-        return fail(ExitBadPipeline, error);
-    if (!pipeline.checkSettings(&error))
-        return fail(error.startsWith(QLatin1String("--set")) ? ExitUsage : ExitBadPipeline, error);
-    if (!pipeline.checkLinks(&error))
-        return fail(ExitBadPipeline, error);
+    // Every error of the file is reported, not just the first.
+    QStringList errors;
+    const bool classesKnown = pipeline.checkClasses(&errors);
+    pipeline.checkSettings(&errors);
+    if (classesKnown)
+        pipeline.checkLinks(&errors);
+    pipeline.checkContainers(&errors);
 
     QString board = pipeline.board;
     if (parser.isSet(boardOpt))
         board = QFileInfo(parser.value(boardOpt)).absoluteFilePath();
     if (!board.isEmpty() && !QFileInfo(board).isFile())
-        return fail(ExitBadPipeline, QStringLiteral("board file %1 does not exist").arg(board));
+        errors << QStringLiteral("board file %1 does not exist").arg(board);
+    if (!errors.isEmpty())
+        return failAll(errors);
 
     if (parser.isSet(checkOpt)) {
         if (!options.graph.isEmpty() && !Launcher::writeGraph(pipeline, options.graph, {}, {}, &error))
@@ -154,8 +169,8 @@ int main(int argc, char *argv[])
         return ExitOk;
     }
 
-    if (!pipeline.checkOutputs(parser.isSet(overwriteOpt), &error))
-        return fail(ExitBadPipeline, error);
+    if (!pipeline.checkOutputs(parser.isSet(overwriteOpt), &errors))
+        return failAll(errors);
     if (parser.isSet(overwriteOpt)) {
         for (PipelineModule &m : pipeline.modules) {
             const VexaClassInfo info(VexaModuleCatalog::find(m.className));

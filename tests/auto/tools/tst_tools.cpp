@@ -316,8 +316,18 @@ private slots:
         // Drops asked for (a live source's output) are no failure.
         launch("drops asked for", remux, {"@", "--quiet", "--set", "out.path=@DIR@/dropping.mkv", "--set", "out.overflow=drop",
                                           "--set", "out.bufLenV=2", "--set", "out.bufLenA=2"}, 0, "^module ");
-        launch("unknown container", unwritable, {"@", "--quiet", "--set", "out.path=@DIR@/out.nosuchext"}, 4,
-               "error: out: cannot choose a container for .*out\\.nosuchext");
+        // Caught before anything starts, by --check too; and every error of
+        // the file is reported, not just the first.
+        launch("unknown container", unwritable, {"@", "--quiet", "--set", "out.path=@DIR@/out.nosuchext"}, 3,
+               R"(pipeline\.json: module "out" \(OutputFile\): cannot choose a container for .*out\.nosuchext \(set "format"\))",
+               {"out.nosuchext:absent"});
+        QTest::newRow("every error, --check") << QString::fromUtf8(VEXA_LAUNCH)
+            << QByteArray(remux).replace(R"("path": "@DIR@/fresh.mp4")", R"("path": "@DIR@/fresh.mp4", "format": "nosuchformat")")
+                   .replace(R"("path": "@DIR@/clip.mp4")", R"("path": "@DIR@/clip.mp4", "loop": "no")")
+            << QStringList{"@", "--check"} << 3
+            << QStringList{R"(module "in" \(InputFile\): setting "loop": expected bool)",
+                           R"(module "out" \(OutputFile\): unknown container format "nosuchformat")"}
+            << QStringList{"valid"} << QStringList();
 
         inspect("list", {}, 0,
                 {"Module classes \\(5\\)",
