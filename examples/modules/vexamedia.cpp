@@ -3,6 +3,7 @@
 #include <QByteArray>
 
 extern "C" {
+#include <libavutil/log.h>
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/buffer.h>
@@ -229,6 +230,20 @@ QString VexaMedia::containerProblem(const QString &format, const QString &path)
         return QString();
     return format.isEmpty() ? QStringLiteral("cannot choose a container for %1 (set \"format\")").arg(path)
                             : QStringLiteral("unknown container format \"%1\"").arg(format);
+}
+
+bool VexaMedia::setLibraryLogLevel(const QString &level)
+{
+    static const struct { const char *name; int level; } levels[] = {
+        {"quiet", AV_LOG_QUIET}, {"error", AV_LOG_ERROR}, {"warning", AV_LOG_WARNING},
+        {"info", AV_LOG_INFO}, {"debug", AV_LOG_VERBOSE}};
+    for (const auto &l : levels) {
+        if (level == QLatin1String(l.name)) {
+            av_log_set_level(l.level);
+            return true;
+        }
+    }
+    return false;
 }
 
 QString VexaMedia::errorText(int error)

@@ -134,6 +134,13 @@ public:
      * empty string when it has one.
      */
     static QString containerProblem(const QString &format, const QString &path);
+    /**
+     * How much FFmpeg's own log says, by the levels of the tools: "quiet",
+     * "error", "warning", "info" or "debug" (FFmpeg's verbose level). False
+     * for another word, with the level unchanged.
+     * Thread: any; FFmpeg's level is process-wide.
+     */
+    static bool setLibraryLogLevel(const QString &level);
 
     /**
      * Lending a payload. A packet's payload is valid only while

@@ -30,6 +30,13 @@ private slots:
         QVERIFY2(MediaProbe::makeClip(clip, 2.0, &error), qPrintable(error));
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.mkv")));
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.ts")));
+        {
+            // Cut inside the first frames: FFmpeg's demuxer and parser have
+            // things to say while it is probed.
+            QFile ts(dir.filePath("clip.ts"));
+            QVERIFY(ts.open(QIODevice::ReadOnly));
+            VexaTest::writeFile(dir.filePath("truncated.ts"), ts.read(3000));
+        }
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.flv")));
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.mov")));
         const QStringList shortClips[] = {
@@ -264,6 +271,17 @@ private slots:
         // The output file is created only once the input has been opened.
         launch("missing input file", remuxPipeline("/no/such/clip.mp4", "@DIR@/bad-out.mp4"), plain, 4,
                "error: in: cannot open /no/such/clip\\.mp4: No such file or directory", {"bad-out.mp4:absent"});
+        // The log level governs FFmpeg's own lines too; -q leaves them all out.
+        const QByteArray truncated = remuxPipeline("@DIR@/truncated.ts", "@DIR@/from-truncated.mkv");
+        const auto logged = [&truncated](const char *tag, const QStringList &args, const QStringList &re, const QStringList &no) {
+            QTest::newRow(tag) << QString::fromUtf8(VEXA_LAUNCH) << truncated << (QStringList{"@", "-y"} + args) << 0 << re << no
+                               << QStringList();
+        };
+        logged("log level warning", {"-loglevel", "warning"}, {R"(\[\w+ @ 0x[0-9a-f]+\] )"}, {"running 2 modules", "VexaSDK"});
+        logged("log level info", {"-v", "info"}, {"running 2 modules"}, {"VexaSDK"});
+        logged("-q", {"-q"}, {"^module "}, {" @ 0x", "running 2 modules"});
+        logged("log level quiet", {"-v", "quiet"}, {"^module "}, {" @ 0x", "running 2 modules", "vexa-launch"});
+        launch("bad log level", good, {"@", "-v", "loud"}, 2, "--loglevel expects quiet, error, warning, info or debug, not \"loud\"");
         // Without --quiet too, each error is printed once.
         QTest::newRow("error printed once") << QString::fromUtf8(VEXA_LAUNCH) << remuxPipeline("/no/such/clip.mp4", "@DIR@/bad-out.mp4")
             << QStringList{"@"} << 4 << QStringList{"vexa-launch: error: in: cannot open /no/such/clip\\.mp4"}
