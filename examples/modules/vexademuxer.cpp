@@ -75,6 +75,8 @@ VexaObject::StreamInfo VexaDemuxer::describe(bool video, VexaObject *sender) con
     if (index >= 0) {
         info.type = VexaMedia::CompressedStream;
         info.params = VexaMedia::describe(fmt->streams[index]);
+        // The file starts at 0, and so do its chapters.
+        VexaMedia::describeContainer(fmt, fmt->start_time != AV_NOPTS_VALUE ? -fmt->start_time : 0, &info.params);
         info.sender = sender;
     }
     return info;

@@ -74,9 +74,19 @@ public:
      * "codecTag", "bitsPerCodedSample", "bitsPerRawSample", "blockAlign",
      * "extradata" (bytes), "sideData" (stream side data: bytes by
      * AVPacketSideDataType number), "disposition", "packetFlags" = "tag" and
-     * "packetDuration" = "tag".
+     * "packetDuration" = "tag"; "containerAspectNum"/"containerAspectDen"
+     * when the container gives the video its own sample aspect ratio, and
+     * "tags" (the stream's metadata: language, title, ...) when it has any.
      */
     static QVariantMap describe(const AVStream *stream);
+    /**
+     * Adds to the description @p params what the container of @p fmt holds
+     * beside its streams: "containerTags" (global metadata: title, artist,
+     * ...) and "chapters" (each with "id", "timeBaseNum"/"timeBaseDen",
+     * "start", "end" and "tags"), moved by @p shiftUs as the packets are.
+     * addStream() writes them into an output that has none yet.
+     */
+    static void describeContainer(const AVFormatContext *fmt, qint64 shiftUs, QVariantMap *params);
     /**
      * Fills @p par from a description made by describe(); false when it
      * names no known codec. The codec tag is left 0 (the muxer's choice);

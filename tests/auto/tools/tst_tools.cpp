@@ -52,6 +52,17 @@ private slots:
              "-bf", "2", dir.filePath("video.mkv")}};
         for (const QStringList &args : shortClips)
             QVERIFY2(MediaProbe::ffmpeg(args, &error), qPrintable(error));
+        // What a container holds beside the packets: its own aspect ratio
+        // (MP4 "pasp", Matroska display size), global tags, stream
+        // languages and chapters.
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-aspect", "16:9", dir.filePath("aspect.mp4")}));
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-aspect", "16:9", dir.filePath("aspect.mkv")}));
+        VexaTest::writeFile(dir.filePath("tags.txt"), ";FFMETADATA1\ntitle=A title\nartist=Someone\n"
+                                                      "[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=1000\ntitle=First\n"
+                                                      "[CHAPTER]\nTIMEBASE=1/1000\nSTART=1000\nEND=2000\ntitle=Second\n");
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-i", dir.filePath("tags.txt"), "-map", "0", "-map_metadata", "1", "-map_chapters", "1",
+                                    "-c", "copy", "-metadata:s:v:0", "language=eng", "-metadata:s:a:0", "language=fra",
+                                    dir.filePath("tags.mkv")}));
         // A rotated video: the display matrix is stream side data.
         QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-metadata:s:v:0", "rotate=90", dir.filePath("rotated.mp4")}));
         // Raw video: every frame (28800 bytes) is larger than a 20000-byte ring.
@@ -104,6 +115,12 @@ private slots:
         // The source's codec tag where the container takes it.
         QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString() << false;
         QTest::newRow("rotated video") << "rotated.mp4" << "rotated-out.mp4" << QString() << false;
+        // The container's aspect ratio, tags, languages and chapters.
+        QTest::newRow("aspect, mp4 to mp4") << "aspect.mp4" << "aspect-out.mp4" << QString() << false;
+        QTest::newRow("aspect, mkv to mkv") << "aspect.mkv" << "aspect-out.mkv" << QString() << false;
+        QTest::newRow("aspect, mkv to mp4") << "aspect.mkv" << "aspect-cross.mp4" << QString() << false;
+        QTest::newRow("tags and chapters, mkv to mkv") << "tags.mkv" << "tags-out.mkv" << QString() << false;
+        QTest::newRow("tags and chapters, mkv to mp4") << "tags.mkv" << "tags-cross.mp4" << QString() << false;
         // Queues of one packet and a ring a few keyframes long: the input is held
         // back constantly and the ring wraps many times.
         QTest::newRow("tight queues and ring") << "clip.mp4" << "tight.mp4"
@@ -158,6 +175,7 @@ private slots:
         if (target.endsWith(QLatin1String(".ts")))
             QCOMPARE(QFileInfo(out).size(), QFileInfo(reference).size());
         QCOMPARE(MediaProbe::streamSideData(out), MediaProbe::streamSideData(reference));
+        QCOMPARE(MediaProbe::containerFacts(out), MediaProbe::containerFacts(reference));
 
         QFile dot(graph);
         QVERIFY(dot.open(QIODevice::ReadOnly));
