@@ -50,7 +50,7 @@ const int watchIntervalMs = 250;
 // Packets read ahead at most while the first ones of a stream wait for a
 // timestamp; the rest then go on as they are.
 const int maxPending = 128;
-const char *const schemes[] = {"rtsp", "rtp", "udp", "srt", "tcp", "http", "https"};
+const char *const schemes[] = {"rtsp", "rtp", "udp", "srt", "tcp", "http", "https", "rtmp"};
 
 // Modules alive, guarded by usersLock: the last one destroyed stops timerThread.
 QMutex usersLock;
@@ -219,7 +219,7 @@ bool VexaInputNet::open(QString *error)
         return false;
     }
     if (!known) {
-        *error = QStringLiteral("unsupported URL scheme in %1 (use rtsp, rtp, udp, srt, tcp, http or https)").arg(url);
+        *error = QStringLiteral("unsupported URL scheme in %1 (use rtsp, rtp, udp, srt, tcp, http, https or rtmp)").arg(url);
         return false;
     }
 

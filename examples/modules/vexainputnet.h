@@ -20,7 +20,8 @@ class VexaNetWatch;
  * video stream on V and its best audio stream on A.
  *
  * URLs ("url"): rtsp:// (over TCP or UDP, "transport"), rtp:// and udp://
- * carrying MPEG-TS, srt://, tcp:// (MPEG-TS) and http(s)://. With "listen"
+ * carrying MPEG-TS, srt://, tcp:// (MPEG-TS), http(s):// and rtmp:// (playing
+ * from a server). With "listen"
  * the module waits for the peer to connect and publish to it (tcp://,
  * srt://, rtsp:// taking ANNOUNCE/RECORD) instead of connecting itself.
  *
@@ -75,7 +76,7 @@ class VexaNetWatch;
 class VEXAEXAMPLEMODULES_EXPORT VexaInputNet : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:url", "string; stream to receive (rtsp, rtp, udp, srt, tcp, http, https)")
+    Q_CLASSINFO("setting:url", "string; stream to receive (rtsp, rtp, udp, srt, tcp, http, https, rtmp)")
     Q_CLASSINFO("setting:transport", "enum(tcp|udp|auto)=tcp; RTSP media transport")
     Q_CLASSINFO("setting:listen", "bool=false; wait for the peer to connect and publish (tcp, srt, rtsp)")
     Q_CLASSINFO("setting:openTimeout", "number=5; seconds allowed to connect and read the stream parameters")

@@ -3,11 +3,12 @@
 
 // The far end of the network tests: free loopback ports, an `ffmpeg` peer
 // that publishes or receives, small socket peers that misbehave (silent,
-// garbage, never reading) and a plain HTTP file server. Everything stays on
-// 127.0.0.1.
+// garbage, never reading), a plain HTTP file server and nginx as an RTMP
+// server. Everything stays on 127.0.0.1.
 
 #include <QFile>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QString>
 #include <QStringList>
 #include <QtTest>
@@ -235,6 +236,49 @@ private:
     int fd = -1;
     std::atomic<bool> done{false};
     std::thread worker;
+};
+
+// nginx with its RTMP module as a media server of its own: a configuration
+// and prefix in @p dir, one application "live" on a free port of
+// 127.0.0.1, in the foreground, killed when the object goes out of scope.
+// Empty program() when nginx or the module is not installed.
+class NginxRtmp
+{
+public:
+    static QString program() { return QStandardPaths::findExecutable(QStringLiteral("nginx"), {"/usr/sbin", "/usr/bin"}); }
+    static QString module() { return QStringLiteral("/usr/lib/nginx/modules/ngx_rtmp_module.so"); }
+    static bool available() { return !program().isEmpty() && QFile::exists(module()); }
+
+    ~NginxRtmp()
+    {
+        if (proc.state() != QProcess::NotRunning) {
+            proc.kill();
+            proc.waitForFinished(10000);
+        }
+    }
+    // True once the server listens.
+    bool start(const QString &dir)
+    {
+        port = freePort();
+        const QString conf = dir + QStringLiteral("/nginx.conf");
+        QFile f(conf);
+        if (port <= 0 || !f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return false;
+        f.write(QStringLiteral("daemon off;\nmaster_process off;\nworker_processes 1;\npid %1/nginx.pid;\n"
+                               "error_log %1/error.log info;\nload_module %2;\nevents { worker_connections 64; }\n"
+                               "rtmp { server { listen 127.0.0.1:%3; application live { live on; record off; } } }\n")
+                    .arg(dir, module()).arg(port).toUtf8());
+        f.close();
+        proc.start(program(), {"-p", dir, "-e", dir + QStringLiteral("/error.log"), "-c", conf});
+        return proc.waitForStarted(10000) && waitBound(port, false);
+    }
+    QString errors() const
+    {
+        QFile f(proc.workingDirectory() + QStringLiteral("/error.log"));
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+    }
+    int port = -1;
+    QProcess proc;
 };
 
 } // namespace NetPeer

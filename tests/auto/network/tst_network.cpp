@@ -363,6 +363,74 @@ private slots:
         }
     }
 
+    // A real media server in the middle: nginx with its RTMP module, started
+    // here on a free port. vexa-launch publishes to it and ffmpeg plays back
+    // from it, or ffmpeg publishes and vexa-launch records from it; the
+    // packets that come out are the source's.
+    void mediaServer_data()
+    {
+        QTest::addColumn<bool>("ourPublisher");
+        QTest::newRow("vexa-launch publishes, ffmpeg plays") << true;
+        QTest::newRow("ffmpeg publishes, vexa-launch records") << false;
+    }
+    void mediaServer()
+    {
+        QFETCH(bool, ourPublisher);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        if (!NetPeer::NginxRtmp::available())
+            QSKIP("nginx with libnginx-mod-rtmp is needed");
+        QTemporaryDir prefix;
+        QVERIFY(prefix.isValid());
+        NetPeer::NginxRtmp server;
+        server.proc.setWorkingDirectory(prefix.path());
+        QVERIFY2(server.start(prefix.path()), qPrintable(server.errors()));
+        const QString url = QStringLiteral("rtmp://127.0.0.1:%1/live/s").arg(server.port);
+        const QString src = dir.filePath("clip.mp4");
+        const QString tag = ourPublisher ? "ours" : "ffmpeg";
+        const QString got = dir.filePath("server-" + tag + ".framemd5");
+        const QString recording = dir.filePath("server-" + tag + ".mkv");
+
+        // The player is there before the stream, so it gets all of it; the
+        // end of the stream is a read that times out.
+        NetPeer::Ffmpeg player;
+        QProcess launch;
+        if (ourPublisher) {
+            player.start({"-rw_timeout", QString::number(scaled(3000) * 1000), "-i", url, "-c", "copy", "-f", "framemd5", got});
+        } else {
+            const QString in = QStringLiteral("\"url\": \"%1\", \"reconnect\": false, \"readTimeout\": %2, \"openTimeout\": %3")
+                                   .arg(url).arg(scaled(3000) / 1000.0).arg(scaled(20));
+            QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(VexaTest::pipeline("InputNet", in, "OutputFile", path(recording))),
+                                                          "--quiet", "-y"}));
+        }
+        QTest::qWait(scaled(500));
+        if (ourPublisher) {
+            const QByteArray pipeline = VexaTest::pipeline("InputFile", path(src) + R"(, "realtime": true)", "OutputNet",
+                                                           QStringLiteral("\"url\": \"%1\", \"overflow\": \"wait\"").arg(url));
+            QVERIFY(VexaTest::run(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}, scaled(60000)));
+            QVERIFY2(launch.exitCode() == 0, launch.readAllStandardError().constData());
+            QVERIFY2(player.wait(30000), qPrintable(player.errors()));
+            for (const QString stream : {"0", "1"}) {
+                const QString want = dir.filePath("server-source.framemd5");
+                QVERIFY(MediaProbe::ffmpeg({"-i", src, "-c", "copy", "-f", "framemd5", want}));
+                QVERIFY(!hashes(want, stream).isEmpty());
+                QCOMPARE(hashes(got, stream), hashes(want, stream));
+            }
+        } else {
+            NetPeer::Ffmpeg publisher;
+            publisher.start({"-re", "-i", src, "-c", "copy", "-f", "flv", url});
+            QVERIFY2(publisher.wait(30000), qPrintable(publisher.errors()));
+            QVERIFY2(launch.waitForFinished(scaled(60000)), "vexa-launch did not end");
+            QVERIFY2(launch.exitCode() == 0, launch.readAllStandardError().constData());
+            MediaProbe::Streams want, rec;
+            QString error;
+            QVERIFY2(MediaProbe::probe(recording, &rec, &error), qPrintable(error));
+            QVERIFY(MediaProbe::probe(src, &want, &error));
+            error = MediaProbe::sameData(want, rec);
+            QVERIFY2(error.isEmpty(), qPrintable(error));
+        }
+    }
+
     // A receiver that holds the input's send back for longer than the read
     // time-out (an output in "wait" mode behind a slow disk) is not the
     // source going quiet: the stream goes on to its real end.
@@ -459,7 +527,7 @@ private slots:
         QTest::newRow("refused RTSP port") << "InputNet" << "rtsp://127.0.0.1:@PORT@/live" << "refused"
                                            << "in: cannot open rtsp://127\\.0\\.0\\.1:\\d+/live: Connection refused";
         QTest::newRow("unsupported scheme") << "InputNet" << "gopher://127.0.0.1:@PORT@/" << ""
-                                            << "in: unsupported URL scheme in gopher://.* \\(use rtsp, rtp, udp, srt, tcp, http or https\\)";
+                                            << "in: unsupported URL scheme in gopher://.* \\(use rtsp, rtp, udp, srt, tcp, http, https or rtmp\\)";
         QTest::newRow("garbage on the socket") << "InputNet" << "tcp://127.0.0.1:@PORT@" << "garbage"
                                                << "in: cannot open tcp://127\\.0\\.0\\.1:\\d+: Invalid data found";
         QTest::newRow("garbage over HTTP") << "InputNet" << "http://127.0.0.1:@PORT@/live.ts" << "garbage"
