@@ -17,6 +17,7 @@ else
         graphviz    # dot: pipeline graphs as SVG
         time        # /usr/bin/time: CPU time and peak memory in bench/remux.sh
         clang-14 libclang-rt-14-dev   # libFuzzer for the fuzz targets (scripts/fuzz.sh)
+        libnginx-mod-rtmp   # nginx with its RTMP module: a real media server in the network tests
     )
 fi
 

@@ -75,6 +75,8 @@ VexaObject::StreamInfo VexaDemuxer::describe(bool video, VexaObject *sender) con
     if (index >= 0) {
         info.type = VexaMedia::CompressedStream;
         info.params = VexaMedia::describe(fmt->streams[index]);
+        // The file starts at 0, and so do its chapters.
+        VexaMedia::describeContainer(fmt, fmt->start_time != AV_NOPTS_VALUE ? -fmt->start_time : 0, &info.params);
         info.sender = sender;
     }
     return info;
@@ -102,6 +104,18 @@ int VexaDemuxer::readNext()
             av_packet_unref(pkt);
     }
     return 0;
+}
+
+void VexaDemuxer::park(AVPacket *to)
+{
+    av_packet_move_ref(to, pkt);
+    holding = false;
+}
+
+void VexaDemuxer::unpark(AVPacket *from)
+{
+    av_packet_move_ref(pkt, from);
+    holding = true;
 }
 
 const AVStream *VexaDemuxer::stream() const

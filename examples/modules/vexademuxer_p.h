@@ -63,6 +63,10 @@ public:
      */
     int readNext();
     bool isHolding() const { return holding; }
+    /** Moves the packet held into @p to (an allocated, empty packet); nothing is held after. */
+    void park(AVPacket *to);
+    /** Holds @p from (moved in, left empty), a packet read from fmt earlier; nothing may be held. */
+    void unpark(AVPacket *from);
     /** The stream of the packet held. */
     const AVStream *stream() const;
     bool isVideo() const;

@@ -1,5 +1,7 @@
 #include "vexainputfile.h"
 
+#include <QMetaMethod>
+
 #include "vexademuxer_p.h"
 #include "vexaexamples_p.h"
 #include "vexamedia.h"
@@ -145,7 +147,10 @@ void VexaInputFile::closeFile()
 void VexaInputFile::fail(const QString &message)
 {
     running = false;
-    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    // Whoever receives the module's events (vexa-launch) reports the error
+    // itself; the log has it only when no one does, so it shows once.
+    if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     sendEvent(QStringLiteral("error"), message);
 }
 

@@ -1,5 +1,6 @@
 #include "vexainputnet.h"
 
+#include <QMetaMethod>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QTimer>
@@ -46,7 +47,10 @@ const int readBatch = 32;
 // blocking call also looks at its deadline itself, each time libavformat
 // asks whether to give up, so this only bounds how soon a stop is seen.
 const int watchIntervalMs = 250;
-const char *const schemes[] = {"rtsp", "rtp", "udp", "srt", "tcp", "http", "https"};
+// Packets read ahead at most while the first ones of a stream wait for a
+// timestamp; the rest then go on as they are.
+const int maxPending = 128;
+const char *const schemes[] = {"rtsp", "rtp", "udp", "srt", "tcp", "http", "https", "rtmp"};
 
 // Modules alive, guarded by usersLock: the last one destroyed stops timerThread.
 QMutex usersLock;
@@ -169,10 +173,17 @@ void VexaInputNet::onStart()
     lastEnd = std::numeric_limits<qint64>::min();
     lastDts[0] = lastDts[1] = std::numeric_limits<qint64>::min();
     everConnected = false;
+    everRead = false;
     failedAttempts = 0;
     running = true;
     QString error;
     if (!open(&error)) {
+        // Stopped while it waited for the peer (a listening input nobody
+        // published to yet): the run ends as asked, nothing failed.
+        if (getState() != QLatin1String("started")) {
+            running = false;
+            return;
+        }
         fail(error);
         return;
     }
@@ -208,7 +219,7 @@ bool VexaInputNet::open(QString *error)
         return false;
     }
     if (!known) {
-        *error = QStringLiteral("unsupported URL scheme in %1 (use rtsp, rtp, udp, srt, tcp, http or https)").arg(url);
+        *error = QStringLiteral("unsupported URL scheme in %1 (use rtsp, rtp, udp, srt, tcp, http, https or rtmp)").arg(url);
         return false;
     }
 
@@ -253,7 +264,11 @@ bool VexaInputNet::open(QString *error)
         return false;
     }
     describeStreams(everConnected);
+    // A resource of known length over HTTP is a file, not a live stream.
+    finite = (scheme == QLatin1String("http") || scheme == QLatin1String("https")) && demux->fmt->pb
+            && avio_size(demux->fmt->pb) > 0;
     offset = NoOffset;
+    timed[0] = timed[1] = false;
     if (debugLevel > 0)
         qCDebug(lcExamples).noquote() << name() << "opened" << url << "video" << demux->videoIndex
                                       << "audio" << demux->audioIndex;
@@ -285,7 +300,94 @@ void VexaInputNet::describeStreams(bool again)
 
 void VexaInputNet::close()
 {
+    dropPending();
     demux->close();
+}
+
+void VexaInputNet::dropPending()
+{
+    for (AVPacket *p : qAsConst(pending)) {
+        AVPacket *q = p;
+        av_packet_free(&q);
+    }
+    pending.clear();
+    pendingReady = false;
+    untimedWaiting[0] = untimedWaiting[1] = 0;
+    pendingTimed[0] = pendingTimed[1] = false;
+}
+
+qint64 VexaInputNet::durationTicks(const AVPacket *pkt) const
+{
+    if (pkt->duration > 0)
+        return pkt->duration;
+    const AVStream *st = demux->fmt->streams[pkt->stream_index];
+    const AVCodecParameters *par = st->codecpar;
+    const AVRational rate = st->avg_frame_rate.num > 0 && st->avg_frame_rate.den > 0 ? st->avg_frame_rate : st->r_frame_rate;
+    if (par->codec_type == AVMEDIA_TYPE_VIDEO && rate.num > 0 && rate.den > 0)
+        return qMax<qint64>(1, av_rescale_q(1, av_inv_q(rate), st->time_base));
+    if (par->codec_type == AVMEDIA_TYPE_AUDIO && par->frame_size > 0 && par->sample_rate > 0)
+        return qMax<qint64>(1, av_rescale_q(par->frame_size, AVRational{1, par->sample_rate}, st->time_base));
+    return 1;
+}
+
+bool VexaInputNet::holdForTimestamps()
+{
+    const AVPacket *pkt = demux->pkt;
+    const int kind = demux->isVideo() ? 1 : 0;
+    const bool untimed = pkt->pts == AV_NOPTS_VALUE && pkt->dts == AV_NOPTS_VALUE;
+    // Later packets without timestamps follow the previous one (sendCurrent).
+    if (pending.isEmpty() && !(untimed && !timed[kind]))
+        return false;
+    AVPacket *parked = av_packet_alloc();
+    if (!parked)
+        return false;   // goes on as it is
+    demux->park(parked);
+    pending.append(parked);
+    if (parked->dts != AV_NOPTS_VALUE) {
+        if (untimedWaiting[kind] > 0)
+            fillBackwards(kind);
+        pendingTimed[kind] = true;
+    } else if (untimed && !pendingTimed[kind] && !timed[kind]) {
+        ++untimedWaiting[kind];
+    }
+    pendingReady = (untimedWaiting[0] == 0 && untimedWaiting[1] == 0) || pending.size() >= maxPending;
+    return true;
+}
+
+void VexaInputNet::fillBackwards(int kind)
+{
+    // The last packet parked is the first of its kind with a decode time:
+    // the ones before it decode one after the other up to it. One without
+    // any timestamp (a keyframe) is shown one frame before the earliest
+    // presentation time after it, and never before it is decoded.
+    const AVPacket *next = pending.last();
+    int64_t t = next->dts;
+    int64_t earliest = next->pts != AV_NOPTS_VALUE ? next->pts : next->dts;
+    for (int i = pending.size() - 2; i >= 0; --i) {
+        AVPacket *p = pending.at(i);
+        if ((p->stream_index == demux->videoIndex ? 1 : 0) != kind)
+            continue;
+        const int64_t duration = durationTicks(p);
+        t -= duration;
+        if (p->dts == AV_NOPTS_VALUE)
+            p->dts = t;
+        if (p->pts == AV_NOPTS_VALUE)
+            p->pts = qMax(p->dts, earliest - duration);
+        earliest = qMin(earliest, p->pts);
+    }
+    untimedWaiting[kind] = 0;
+}
+
+void VexaInputNet::sendPending()
+{
+    pendingReady = true;
+    while (!pending.isEmpty() && !demux->isHolding()) {
+        AVPacket *p = pending.takeFirst();
+        demux->unpark(p);
+        av_packet_free(&p);
+        sendCurrent();
+    }
+    dropPending();
 }
 
 void VexaInputNet::fail(const QString &message)
@@ -293,13 +395,23 @@ void VexaInputNet::fail(const QString &message)
     running = false;
     close();
     connectedNow.storeRelease(0);
-    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    // Whoever receives the module's events (vexa-launch) reports the error
+    // itself; the log has it only when no one does, so it shows once.
+    if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     sendEvent(QStringLiteral("error"), message);
 }
 
 void VexaInputNet::readSome()
 {
     for (int n = 0; running && demux->fmt && n < readBatch; ++n) {
+        if (!demux->isHolding() && pendingReady) {
+            AVPacket *p = pending.takeFirst();
+            demux->unpark(p);
+            av_packet_free(&p);
+            if (pending.isEmpty())
+                dropPending();
+        }
         if (!demux->isHolding()) {
             io->arm(readTimeoutMs);
             const int r = demux->readNext();
@@ -318,12 +430,37 @@ void VexaInputNet::readSome()
                     reason = QStringLiteral("no data for %1 s").arg(readTimeoutMs / 1000.0);
                 else
                     reason = VexaMedia::errorText(r);
+                // What was read ahead goes out with what is known.
+                sendPending();
+                if (!everRead) {
+                    // Opened, but not one packet could be read (an MP4 whose
+                    // index sits at the end, served without seeking): not a
+                    // source that went away.
+                    fail(QStringLiteral("cannot read %1: %2").arg(url, reason));
+                    return;
+                }
+                if (finite) {
+                    // A file of known length served over HTTP ends; it is
+                    // never fetched again from its start.
+                    close();
+                    connectedNow.storeRelease(0);
+                    running = false;
+                    if (r != AVERROR_EOF) {
+                        fail(QStringLiteral("cannot read %1 to its end: %2").arg(url, reason));
+                        return;
+                    }
+                    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] end of %2").arg(name(), url);
+                    sendEvent(QStringLiteral("eos"), name());
+                    return;
+                }
                 sourceLost(reason);
                 return;
             }
             // Sending may be held back by a slow receiver ("wait"): that is
             // not the source going quiet.
             io->disarm();
+            if (holdForTimestamps())
+                continue;
         }
         if (realtime) {
             const int delay = demux->paceDelayMs(0);
@@ -399,7 +536,16 @@ void VexaInputNet::sendCurrent()
     Packet out = demux->packet(false);
     qint64 pts = pkt->pts != AV_NOPTS_VALUE ? av_rescale_q(pkt->pts, st->time_base, usTimeBase) : VexaMedia::NoPts;
     qint64 dts = pkt->dts != AV_NOPTS_VALUE ? av_rescale_q(pkt->dts, st->time_base, usTimeBase) : VexaMedia::NoPts;
+    const int kind = video ? 1 : 0;
+    if (pts == VexaMedia::NoPts && dts == VexaMedia::NoPts && timed[kind] && offset != NoOffset
+            && lastDts[kind] != std::numeric_limits<qint64>::min()) {
+        // Without timestamps in the middle of a stream: the previous one's
+        // plus this packet's duration.
+        pts = dts = lastDts[kind] - offset + av_rescale_q(durationTicks(pkt), st->time_base, usTimeBase);
+    }
     const qint64 ts = dts != VexaMedia::NoPts ? dts : pts;
+    if (ts != VexaMedia::NoPts)
+        timed[kind] = true;
 
     if (ts != VexaMedia::NoPts) {
         if (offset == NoOffset) {
@@ -431,5 +577,6 @@ void VexaInputNet::sendCurrent()
     if (dts != pts)
         out.altPts = dts;
 
+    everRead = true;
     demux->send(out);
 }

@@ -10,6 +10,7 @@
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
+struct AVPacket;
 class VexaDemuxer;
 class VexaIoDeadline;
 class VexaNetWatch;
@@ -19,7 +20,8 @@ class VexaNetWatch;
  * video stream on V and its best audio stream on A.
  *
  * URLs ("url"): rtsp:// (over TCP or UDP, "transport"), rtp:// and udp://
- * carrying MPEG-TS, srt://, tcp:// (MPEG-TS) and http(s)://. With "listen"
+ * carrying MPEG-TS, srt://, tcp:// (MPEG-TS), http(s):// and rtmp:// (playing
+ * from a server). With "listen"
  * the module waits for the peer to connect and publish to it (tcp://,
  * srt://, rtsp:// taking ANNOUNCE/RECORD) instead of connecting itself.
  *
@@ -37,9 +39,22 @@ class VexaNetWatch;
  * (default 0: no limit) bounds the failed attempts in a row; then the module
  * reports "error". Without "reconnect" the source going away ends the stream
  * ("eos"). A URL that cannot be opened the first time is an "error" at once:
- * a wrong address is not a source that went away.
+ * a wrong address is not a source that went away; nor is one that opens but
+ * ends before its first packet (an MP4 served over HTTP that cannot be read
+ * without seeking). A file of known length over HTTP is not a live source:
+ * its end is the end of the stream ("eos") and it is never fetched again,
+ * whatever "reconnect" says. An open or read broken
+ * off because the module was stopped (Ctrl-C while a listening input waits
+ * for its publisher) is no error and reports nothing.
  *
- * Timestamps: microseconds, starting at 0. After a reconnection they go on
+ * Timestamps: microseconds, starting at 0. A packet that arrives without
+ * timestamps (the first keyframe of an RTSP stream, before the first
+ * sender report) gets those the stream implies: the next decode time of its
+ * stream less the durations in between, or the previous one plus its
+ * duration. For the first packets of a stream the module reads ahead (at
+ * most 128 packets) until that next decode time comes, and gives the
+ * packets before it their decode times too. After a
+ * reconnection they go on
  * from the last one sent plus the time the source was away, and never go
  * back within a stream, whatever the new connection's own timestamps are.
  * Descriptions (VexaMedia::describe) are sent before the first packet and
@@ -61,7 +76,7 @@ class VexaNetWatch;
 class VEXAEXAMPLEMODULES_EXPORT VexaInputNet : public VexaObject
 {
     Q_OBJECT
-    Q_CLASSINFO("setting:url", "string; stream to receive (rtsp, rtp, udp, srt, tcp, http, https)")
+    Q_CLASSINFO("setting:url", "string; stream to receive (rtsp, rtp, udp, srt, tcp, http, https, rtmp)")
     Q_CLASSINFO("setting:transport", "enum(tcp|udp|auto)=tcp; RTSP media transport")
     Q_CLASSINFO("setting:listen", "bool=false; wait for the peer to connect and publish (tcp, srt, rtsp)")
     Q_CLASSINFO("setting:openTimeout", "number=5; seconds allowed to connect and read the stream parameters")
@@ -111,6 +126,11 @@ private:
     void tryReconnect();
     void fail(const QString &message);
     void sendCurrent();
+    bool holdForTimestamps();
+    void fillBackwards(int kind);
+    void sendPending();
+    void dropPending();
+    qint64 durationTicks(const AVPacket *pkt) const;
     void describeStreams(bool again);
 
     // When blocking calls give up; shared with the watchdog.
@@ -122,6 +142,8 @@ private:
     const std::unique_ptr<VexaDemuxer> demux;
     bool running = false;
     bool everConnected = false;
+    bool everRead = false;      // a packet was sent since the start
+    bool finite = false;        // the connection serves a file of known length (HTTP)
     bool realtime = false;
     int failedAttempts = 0;
     qint64 retryDelayMs = 0;
@@ -136,6 +158,15 @@ private:
     qint64 lastEnd = std::numeric_limits<qint64>::min();  // latest timestamp + duration sent
     qint64 lostAtMs = 0;                 // steady clock when the source went away
     qint64 lastDts[2] = {std::numeric_limits<qint64>::min(), std::numeric_limits<qint64>::min()};
+
+    // Packets read, in order, while the first packets of a stream that came
+    // without timestamps wait for the next one of that stream that has them;
+    // ready once every such packet has its timestamps (or the bound is hit).
+    QList<AVPacket *> pending;
+    bool pendingReady = false;
+    int untimedWaiting[2] = {0, 0};     // per kind (0 audio, 1 video): without timestamps, still unknown
+    bool pendingTimed[2] = {false, false};  // per kind: a decode time came
+    bool timed[2] = {false, false};     // this connection gave the kind a timestamp
 
     QAtomicInt connectedNow = 0;
     QAtomicInt disconnects = 0;

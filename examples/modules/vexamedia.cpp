@@ -3,6 +3,7 @@
 #include <QByteArray>
 
 extern "C" {
+#include <libavutil/log.h>
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/buffer.h>
@@ -18,10 +19,32 @@ const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
 thread_local const AVBufferRef *lentBuffer = nullptr;
 }
 
+namespace {
+
+QVariantMap tagsOf(const AVDictionary *dict)
+{
+    QVariantMap tags;
+    const AVDictionaryEntry *e = nullptr;
+    while ((e = av_dict_get(dict, "", e, AV_DICT_IGNORE_SUFFIX)))
+        tags.insert(QString::fromUtf8(e->key), QString::fromUtf8(e->value));
+    return tags;
+}
+
+void setTags(AVDictionary **dict, const QVariantMap &tags)
+{
+    for (auto it = tags.constBegin(); it != tags.constEnd(); ++it)
+        av_dict_set(dict, it.key().toUtf8().constData(), it.value().toString().toUtf8().constData(), 0);
+}
+
+} // namespace
+
 QVariantMap VexaMedia::describe(const AVStream *stream)
 {
     const AVCodecParameters *par = stream->codecpar;
     QVariantMap p;
+    const QVariantMap tags = tagsOf(stream->metadata);
+    if (!tags.isEmpty())
+        p["tags"] = tags;
     p["codecId"] = int(par->codec_id);
     p["codecName"] = QString::fromLatin1(avcodec_get_name(par->codec_id));
     p["timeBaseNum"] = stream->time_base.num;
@@ -54,6 +77,12 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
         p["pixelFormat"] = par->format;
         p["sampleAspectNum"] = par->sample_aspect_ratio.num;
         p["sampleAspectDen"] = par->sample_aspect_ratio.den;
+        // The container's own (MP4 "pasp", Matroska display size), which
+        // may differ from the bitstream's.
+        if (stream->sample_aspect_ratio.num > 0 && stream->sample_aspect_ratio.den > 0) {
+            p["containerAspectNum"] = stream->sample_aspect_ratio.num;
+            p["containerAspectDen"] = stream->sample_aspect_ratio.den;
+        }
         p["frameRateNum"] = stream->avg_frame_rate.num;
         p["frameRateDen"] = stream->avg_frame_rate.den;
         p["realFrameRateNum"] = stream->r_frame_rate.num;
@@ -152,8 +181,31 @@ quint32 VexaMedia::keepCodecTag(const QVariantMap &p, const AVCodecTag *const *t
     return 0;
 }
 
+void VexaMedia::describeContainer(const AVFormatContext *fmt, qint64 shiftUs, QVariantMap *params)
+{
+    const QVariantMap tags = tagsOf(fmt->metadata);
+    if (!tags.isEmpty())
+        params->insert(QStringLiteral("containerTags"), tags);
+    QVariantList chapters;
+    for (unsigned i = 0; i < fmt->nb_chapters; ++i) {
+        const AVChapter *c = fmt->chapters[i];
+        const int64_t shift = av_rescale_q(shiftUs, usTimeBase, c->time_base);
+        QVariantMap m;
+        m["id"] = qint64(c->id);
+        m["timeBaseNum"] = c->time_base.num;
+        m["timeBaseDen"] = c->time_base.den;
+        m["start"] = qint64(c->start + shift);
+        m["end"] = qint64(c->end + shift);
+        m["tags"] = tagsOf(c->metadata);
+        chapters << m;
+    }
+    if (!chapters.isEmpty())
+        params->insert(QStringLiteral("chapters"), chapters);
+}
+
 void VexaMedia::toStream(const QVariantMap &p, AVStream *stream)
 {
+    setTags(&stream->metadata, p.value("tags").toMap());
     const QVariantMap side = p.value("sideData").toMap();
     for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
         const QByteArray bytes = it.value().toByteArray();
@@ -193,8 +245,34 @@ AVStream *VexaMedia::addStream(AVFormatContext *oc, const QVariantMap &params)
     const int rDen = params.value("realFrameRateDen").toInt();
     if (rNum > 0 && rDen > 0)
         st->r_frame_rate = AVRational{rNum, rDen};
+    // As ffmpeg -c copy: the container's aspect ratio where it has one, in
+    // both the stream and its codec parameters.
+    const int sarNum = params.value("containerAspectNum").toInt();
+    const int sarDen = params.value("containerAspectDen").toInt();
+    if (st->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && sarNum > 0 && sarDen > 0)
+        st->codecpar->sample_aspect_ratio = AVRational{sarNum, sarDen};
     st->sample_aspect_ratio = st->codecpar->sample_aspect_ratio;
     toStream(params, st);
+    // The container's tags and chapters, from the first description that
+    // brings them.
+    if (!oc->metadata)
+        setTags(&oc->metadata, params.value("containerTags").toMap());
+    const QVariantList chapters = params.value("chapters").toList();
+    if (oc->nb_chapters == 0 && !chapters.isEmpty()) {
+        oc->chapters = static_cast<AVChapter **>(av_calloc(size_t(chapters.size()), sizeof(AVChapter *)));
+        for (int i = 0; oc->chapters && i < chapters.size(); ++i) {
+            const QVariantMap m = chapters.at(i).toMap();
+            auto *c = static_cast<AVChapter *>(av_mallocz(sizeof(AVChapter)));
+            if (!c)
+                break;
+            c->id = m.value("id").toLongLong();
+            c->time_base = AVRational{m.value("timeBaseNum").toInt(), qMax(1, m.value("timeBaseDen").toInt())};
+            c->start = m.value("start").toLongLong();
+            c->end = m.value("end").toLongLong();
+            setTags(&c->metadata, m.value("tags").toMap());
+            oc->chapters[oc->nb_chapters++] = c;
+        }
+    }
     st->codecpar->codec_tag = keepCodecTag(params, oc->oformat->codec_tag);
     return st;
 }
@@ -216,6 +294,33 @@ int64_t VexaMedia::toStreamTime(qint64 us, AVRational source, AVRational stream)
     if (source.num > 0 && source.den > 0)
         return av_rescale_q(av_rescale_q(us, usTimeBase, source), source, stream);
     return av_rescale_q(us, usTimeBase, stream);
+}
+
+QString VexaMedia::containerProblem(const QString &format, const QString &path)
+{
+    const QByteArray name = format.toLatin1();
+    const QByteArray file = path.toLocal8Bit();
+    // A named container is looked up by its name alone (the extension would
+    // otherwise stand in for a misspelt name).
+    if (name.isEmpty() ? av_guess_format(nullptr, file.constData(), nullptr) != nullptr
+                       : av_guess_format(name.constData(), nullptr, nullptr) != nullptr)
+        return QString();
+    return format.isEmpty() ? QStringLiteral("cannot choose a container for %1 (set \"format\")").arg(path)
+                            : QStringLiteral("unknown container format \"%1\"").arg(format);
+}
+
+bool VexaMedia::setLibraryLogLevel(const QString &level)
+{
+    static const struct { const char *name; int level; } levels[] = {
+        {"quiet", AV_LOG_QUIET}, {"error", AV_LOG_ERROR}, {"warning", AV_LOG_WARNING},
+        {"info", AV_LOG_INFO}, {"debug", AV_LOG_VERBOSE}};
+    for (const auto &l : levels) {
+        if (level == QLatin1String(l.name)) {
+            av_log_set_level(l.level);
+            return true;
+        }
+    }
+    return false;
 }
 
 QString VexaMedia::errorText(int error)

@@ -74,9 +74,19 @@ public:
      * "codecTag", "bitsPerCodedSample", "bitsPerRawSample", "blockAlign",
      * "extradata" (bytes), "sideData" (stream side data: bytes by
      * AVPacketSideDataType number), "disposition", "packetFlags" = "tag" and
-     * "packetDuration" = "tag".
+     * "packetDuration" = "tag"; "containerAspectNum"/"containerAspectDen"
+     * when the container gives the video its own sample aspect ratio, and
+     * "tags" (the stream's metadata: language, title, ...) when it has any.
      */
     static QVariantMap describe(const AVStream *stream);
+    /**
+     * Adds to the description @p params what the container of @p fmt holds
+     * beside its streams: "containerTags" (global metadata: title, artist,
+     * ...) and "chapters" (each with "id", "timeBaseNum"/"timeBaseDen",
+     * "start", "end" and "tags"), moved by @p shiftUs as the packets are.
+     * addStream() writes them into an output that has none yet.
+     */
+    static void describeContainer(const AVFormatContext *fmt, qint64 shiftUs, QVariantMap *params);
     /**
      * Fills @p par from a description made by describe(); false when it
      * names no known codec. The codec tag is left 0 (the muxer's choice);
@@ -127,6 +137,20 @@ public:
 
     /** The text of an FFmpeg error code. */
     static QString errorText(int error);
+    /**
+     * Why FFmpeg has no muxer for the container named @p format, or guessed
+     * from @p path when @p format is empty ("cannot choose a container for
+     * x.nosuchext (set \"format\")", "unknown container format \"x\""); an
+     * empty string when it has one.
+     */
+    static QString containerProblem(const QString &format, const QString &path);
+    /**
+     * How much FFmpeg's own log says, by the levels of the tools: "quiet",
+     * "error", "warning", "info" or "debug" (FFmpeg's verbose level). False
+     * for another word, with the level unchanged.
+     * Thread: any; FFmpeg's level is process-wide.
+     */
+    static bool setLibraryLogLevel(const QString &level);
 
     /**
      * Lending a payload. A packet's payload is valid only while

@@ -1,5 +1,6 @@
 #include "vexaoutputfile.h"
 
+#include <QMetaMethod>
 #include <QFile>
 #include <QFileInfo>
 #include <QMutexLocker>
@@ -618,7 +619,10 @@ void VexaOutputFile::finish()
 
 void VexaOutputFile::fail(const QString &message)
 {
-    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    // Whoever receives the module's events (vexa-launch) reports the error
+    // itself; the log has it only when no one does, so it shows once.
+    if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     closeMuxer();
     {
         // Senders stop waiting and drop until the module is stopped.

@@ -1,5 +1,6 @@
 #include "vexaoutputnet.h"
 
+#include <QMetaMethod>
 #include <QMutexLocker>
 #include <QThread>
 
@@ -28,6 +29,8 @@ const int muxDelayUs = 700000;
 // How long a sender held back by a full queue sleeps before it looks at the
 // module's state again.
 const int holdBackSliceMs = 100;
+// Packets of each kind held until the destination is open ("drop").
+const int holdPackets = 1024;
 // MPEG-TS over datagrams: seven 188-byte packets per datagram.
 const char *const datagramSize = "1316";
 
@@ -91,6 +94,7 @@ void VexaOutputNet::accept(const Packet &in, bool video)
     // made outside the lock; the muxer takes either as it is.
     Queued q;
     q.meta = in;
+    q.video = video;
     q.buf = VexaMedia::borrow(in.data, in.len, AV_INPUT_BUFFER_PADDING_SIZE);
     if (!q.buf) {
         q.buf = av_buffer_alloc(size_t(in.len) + AV_INPUT_BUFFER_PADDING_SIZE);
@@ -122,15 +126,77 @@ void VexaOutputNet::accept(const Packet &in, bool video)
             c.dropped.fetchAndAddRelaxed(1);
             return;
         }
-        while (queue.size() >= bound)
-            old.append(queue.takeFirst());
-        queue.append(q);
-        changed.wakeAll();
+        if (dropMode && !opened) {
+            // Held until the destination is open, from a keyframe on.
+            const bool key = isKey(q);
+            if (video && !key && needKey) {
+                locker.unlock();
+                av_buffer_unref(&q.buf);
+                c.dropped.fetchAndAddRelaxed(1);
+                return;
+            }
+            if (video && key)
+                needKey = false;
+            queue.append(q);
+            if (video && key && listening) {
+                // A receiver yet to come starts at the latest keyframe.
+                trimToKeyframe(&old);
+            }
+            while (queue.size() > holdPackets) {
+                old.append(queue.takeFirst());
+                // Video goes a whole group of pictures at a time.
+                while (video && !queue.isEmpty() && !isKey(queue.first()))
+                    old.append(queue.takeFirst());
+            }
+            changed.wakeAll();
+        } else {
+            while (queue.size() >= bound)
+                old.append(queue.takeFirst());
+            queue.append(q);
+            changed.wakeAll();
+        }
     }
-    if (!old.isEmpty()) {
-        c.dropped.fetchAndAddRelaxed(old.size());
-        unref(old);
+    if (!old.isEmpty())
+        dropList(old);
+}
+
+void VexaOutputNet::dropList(QList<Queued> &list)
+{
+    for (const Queued &o : qAsConst(list))
+        counts->of(o.video).dropped.fetchAndAddRelaxed(1);
+    unref(list);
+}
+
+bool VexaOutputNet::isKey(const Queued &q) const
+{
+    // Called with gate held. Without key flags every packet counts as one:
+    // nothing waits for them.
+    return !keyFlags || (q.meta.tag & AV_PKT_FLAG_KEY) != 0;
+}
+
+void VexaOutputNet::trimToKeyframe(QList<Queued> *old)
+{
+    // Called with gate held. The video from its latest keyframe on, and the
+    // audio from that time on; without a keyframe, nothing.
+    QList<Queued> &video = queues[1];
+    int key = video.size() - 1;
+    while (key >= 0 && !isKey(video.at(key)))
+        --key;
+    if (key < 0) {
+        old->append(video);
+        video.clear();
+        old->append(queues[0]);
+        queues[0].clear();
+        needKey = descriptions[1].type != 0;
+        return;
     }
+    for (int i = 0; i < key; ++i)
+        old->append(video.takeFirst());
+    const qint64 start = VexaMedia::orderTime(video.first().meta);
+    QList<Queued> &audio = queues[0];
+    while (!audio.isEmpty() && VexaMedia::orderTime(audio.first().meta) < start)
+        old->append(audio.takeFirst());
+    needKey = false;
 }
 
 // Worker side -------------------------------------------------------------------
@@ -158,6 +224,11 @@ void VexaOutputNet::onStart()
         bounds[1] = bufLenV < 0 ? std::numeric_limits<int>::max() : qMax(2, int(bufLenV));
         descriptions[0] = inInfoA;
         descriptions[1] = inInfoV;
+        keyFlags = inInfoV.params.value("packetFlags").toString() == QLatin1String("tag");
+        const QString scheme = url.section(QLatin1String("://"), 0, 0).toLower();
+        listening = settings.value("listen").toBool() && (scheme == QLatin1String("tcp") || scheme == QLatin1String("srt"));
+        opened = false;
+        needKey = true;
         phase = Running;
         changed.wakeAll();
     }
@@ -173,6 +244,10 @@ void VexaOutputNet::onStop()
         QMutexLocker locker(&gate);
         if (phase == Running)
             phase = Closing;
+        // Still waiting for a receiver: give up at once (a destination being
+        // connected to still gets what is queued, within openTimeout).
+        if (!opened && listening)
+            io->abort();
         changed.wakeAll();
     }
     if (sender) {
@@ -199,6 +274,8 @@ void VexaOutputNet::described(const StreamInfo &info, bool video)
 {
     QMutexLocker locker(&gate);
     descriptions[video ? 1 : 0] = info;
+    if (video)
+        keyFlags = info.params.value("packetFlags").toString() == QLatin1String("tag");
     changed.wakeAll();
 }
 
@@ -251,11 +328,70 @@ void VexaOutputNet::run()
         const int den = params.value("timeBaseDen").toInt();
         tracks[k].sourceTimeBase = num > 0 && den > 0 ? AVRational{num, den} : usTimeBase;
     }
-    if (!openDestination(&error)) {
-        fail(error);
+    // A listening output listens again when its receiver goes away, as
+    // long as the module runs; the next receiver starts at a keyframe.
+    bool again = false;
+    for (;;) {
+        if (!openDestination(&error)) {
+            bool stopped;
+            {
+                QMutexLocker locker(&gate);
+                stopped = phase != Running;
+                if (!stopped && again)
+                    io->reset();
+            }
+            if (stopped && listening) {
+                // Stopped before a receiver came: nothing to finish.
+                dropQueued();
+                return;
+            }
+            if (again)
+                continue;   // nobody came within openTimeout: listen on
+            fail(error);
+            return;
+        }
+        {
+            QMutexLocker locker(&gate);
+            opened = true;
+        }
+        const int r = writeQueued();
+        if (r == 0)
+            break;
+        const bool gone = r == AVERROR(EPIPE) || r == AVERROR(ECONNRESET) || r == AVERROR(EIO);
+        if (listening && gone) {
+            closeMuxer();
+            QList<Queued> old;
+            bool stopped;
+            {
+                QMutexLocker locker(&gate);
+                opened = false;
+                stopped = phase != Running;
+                if (!stopped) {
+                    if (dropMode)
+                        trimToKeyframe(&old);
+                    io->reset();
+                }
+            }
+            dropList(old);
+            if (stopped) {
+                dropQueued();
+                return;
+            }
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] the receiver of %2 went away (%3); listening again")
+                                             .arg(name(), url, VexaMedia::errorText(r));
+            again = true;
+            continue;
+        }
+        const bool late = r == AVERROR_EXIT && !io->aborted();
+        fail(late ? QStringLiteral("%1 took no data for %2 s").arg(url).arg(writeTimeoutMs / 1000.0)
+                  : QStringLiteral("cannot send to %1: %2").arg(url, VexaMedia::errorText(r)));
         return;
     }
+    finish();
+}
 
+int VexaOutputNet::writeQueued()
+{
     bool closing = false;
     qint64 flushDeadline = 0;
     while (oc) {
@@ -286,7 +422,16 @@ void VexaOutputNet::run()
                 io->armAt(flushDeadline);
             else
                 io->arm(writeTimeoutMs);
-            writeOne(batch[k].at(i[k]++), k == 1);
+            const int r = writeOne(batch[k].at(i[k]++), k == 1);
+            if (r < 0) {
+                io->disarm();
+                for (int j = 0; j < 2; ++j) {
+                    // What the failure left unwritten.
+                    counts->of(j == 1).dropped.fetchAndAddRelaxed(batch[j].size() - i[j]);
+                    unref(batch[j]);
+                }
+                return r;
+            }
         }
         io->disarm();
         for (int k = 0; k < 2; ++k) {
@@ -302,7 +447,7 @@ void VexaOutputNet::run()
                 break;
         }
     }
-    finish();
+    return 0;
 }
 
 bool VexaOutputNet::openDestination(QString *error)
@@ -400,20 +545,20 @@ bool VexaOutputNet::openDestination(QString *error)
     return true;
 }
 
-bool VexaOutputNet::writeOne(const Queued &q, bool video)
+int VexaOutputNet::writeOne(const Queued &q, bool video)
 {
     VexaSinkCounters::Kind &c = counts->of(video);
     Track &t = tracks[video ? 1 : 0];
     if (t.index < 0) {
         c.dropped.fetchAndAddRelaxed(1);
-        return false;
+        return 0;
     }
     const AVStream *st = oc->streams[t.index];
     const Packet &p = q.meta;
     avpkt->buf = av_buffer_ref(q.buf);
     if (!avpkt->buf) {
         c.dropped.fetchAndAddRelaxed(1);
-        return false;
+        return 0;
     }
     avpkt->data = reinterpret_cast<uint8_t *>(p.data);
     avpkt->size = p.len;
@@ -445,16 +590,13 @@ bool VexaOutputNet::writeOne(const Queued &q, bool video)
         if (r == AVERROR_EXIT || r == AVERROR(EPIPE) || r == AVERROR(ECONNRESET) || r == AVERROR(EIO)
                 || r == AVERROR(ETIMEDOUT) || r == AVERROR(ECONNREFUSED)) {
             c.dropped.fetchAndAddRelaxed(1);
-            const bool late = r == AVERROR_EXIT && !io->aborted();
-            fail(late ? QStringLiteral("%1 took no data for %2 s").arg(url).arg(writeTimeoutMs / 1000.0)
-                      : QStringLiteral("cannot send to %1: %2").arg(url, VexaMedia::errorText(r)));
-            return false;
+            return r;
         }
         counts->rejected(this, video, p.pts, r);
-        return true;
+        return 0;
     }
     counts->wrote(video, p.len);
-    return true;
+    return 0;
 }
 
 void VexaOutputNet::finish()
@@ -489,8 +631,24 @@ void VexaOutputNet::fail(const QString &message)
         counts->of(k == 1).dropped.fetchAndAddRelaxed(rest[k].size());
         unref(rest[k]);
     }
-    qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
+    // Whoever receives the module's events (vexa-launch) reports the error
+    // itself; the log has it only when no one does, so it shows once.
+    if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2").arg(name(), message);
     sendEvent(QStringLiteral("error"), message);
+}
+
+void VexaOutputNet::dropQueued()
+{
+    QList<Queued> rest[2];
+    {
+        QMutexLocker locker(&gate);
+        rest[0].swap(queues[0]);
+        rest[1].swap(queues[1]);
+        changed.wakeAll();
+    }
+    dropList(rest[0]);
+    dropList(rest[1]);
 }
 
 void VexaOutputNet::closeMuxer()

@@ -43,10 +43,23 @@ class VexaIoDeadline;
  * up (the packet is counted as dropped) once this module is stopped.
  * "bufLenA"/"bufLenV" bound the queues (at least 2).
  *
+ * Until the destination is open (connecting, or waiting for a receiver
+ * with "listen"), "drop" holds what arrives from the first keyframe on, up
+ * to 1024 packets of each kind (beyond that, the oldest group of pictures
+ * goes), so that a relay starts with the first keyframe it received; a
+ * listening output keeps only the latest group of pictures, so that the
+ * receiver starts at the most recent keyframe.
+ *
+ * A listening output whose receiver goes away (the connection breaks)
+ * listens again, for as long as the module runs, and the next receiver
+ * gets the stream from a keyframe; other outputs report "error".
+ *
  * Timeouts: connecting and writing the header may take "openTimeout"
  * seconds, one write "writeTimeout" seconds; then the destination counts as
  * gone and the module reports "error". At stop, what is queued is still
- * sent, for at most "writeTimeout" seconds, then the trailer.
+ * sent, for at most "writeTimeout" seconds, then the trailer. Stopped while
+ * waiting for a receiver ("listen"), the module gives up at once and
+ * reports nothing: there is nobody to finish the stream for.
  *
  * Stream descriptions (VexaMedia) make the output streams; the header is
  * written once both kinds are described, or once one kind is and enough of
@@ -88,6 +101,7 @@ private:
     struct Queued {
         Packet meta;            // data: the payload, in buf
         AVBufferRef *buf = nullptr;
+        bool video = false;
     };
     struct Track {
         int index = -1;
@@ -102,10 +116,15 @@ private:
     void described(const StreamInfo &info, bool video) override;
     void run();
     bool openDestination(QString *error);
-    bool writeOne(const Queued &q, bool video);
+    int writeOne(const Queued &q, bool video);
+    int writeQueued();
+    void trimToKeyframe(QList<Queued> *old);
+    bool isKey(const Queued &q) const;
     void finish();
     void closeMuxer();
     void fail(const QString &message);
+    void dropQueued();
+    void dropList(QList<Queued> &list);
     static void unref(QList<Queued> &list);
 
     // Shared by the senders, the worker and the sending thread; guarded by gate.
@@ -116,6 +135,10 @@ private:
     int phase = Idle;
     bool dropMode = true;
     int bounds[2] = {20, 20};
+    bool opened = false;        // the destination is open
+    bool needKey = true;        // video waits for a keyframe (nothing of it held)
+    bool listening = false;     // "listen": wait for the receiver, again once it left
+    bool keyFlags = false;      // video packets carry the key flag in their tag
 
     const std::unique_ptr<VexaIoDeadline> io;     // when blocking calls give up
     QThread *sender = nullptr;  // worker thread only

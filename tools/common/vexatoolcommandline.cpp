@@ -12,7 +12,12 @@ VexaToolCommandLine::VexaToolCommandLine(const char *tool, int usageStatus)
 
 int VexaToolCommandLine::parse(QCommandLineParser &parser) const
 {
-    if (!parser.parse(QCoreApplication::arguments()))
+    return parse(parser, QCoreApplication::arguments());
+}
+
+int VexaToolCommandLine::parse(QCommandLineParser &parser, const QStringList &arguments) const
+{
+    if (!parser.parse(arguments))
         return fail(usageStatus, parser.errorText());
     if (parser.isSet(QStringLiteral("help"))) {
         std::fputs(qPrintable(parser.helpText()), stdout);

@@ -22,6 +22,8 @@ public:
      * message.
      */
     int parse(QCommandLineParser &parser) const;
+    /** As parse(), with @p arguments (program name first) instead of the application's. */
+    int parse(QCommandLineParser &parser, const QStringList &arguments) const;
 
     /** Prints @p text as the tool's message and returns @p status. */
     int fail(int status, const QString &text) const;

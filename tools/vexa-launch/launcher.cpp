@@ -186,7 +186,7 @@ bool Launcher::installInterruptHandler()
 
 void Launcher::message(const QString &text, bool error)
 {
-    if (options.quiet && !error)
+    if (options.silent || (options.quiet && !error))
         return;
     if (progressShown && tty)
         fputs("\r\033[K", stderr);

@@ -27,7 +27,8 @@ enum LaunchExit {
 struct LaunchOptions {
     double duration = 0;        // seconds; 0: until every source sent "eos"
     int interval = 1000;        // progress period, ms
-    bool quiet = false;
+    bool quiet = false;         // no progress, informational or debug lines
+    bool silent = false;        // not even errors (log level quiet): the exit status tells
     bool platform = true;       // bring up the media platform (Vexa::init(true))
     QString graph;              // DOT file to write, or empty
 };

@@ -12,6 +12,7 @@
 #include "pipeline.h"
 #include "vexa.h"
 #include "vexaclassinfo.h"
+#include "vexamedia.h"
 #include "vexamodulecatalog.h"
 #include "vexanames.h"
 #include "vexatoolcommandline.h"
@@ -21,11 +22,19 @@ namespace {
 // Board file for a PC: the software model of the media platform.
 const char *const pcBoard = ":/vexa-launch/pc-board.json";
 
-bool quietMessages = false;
+// The log levels of -loglevel, least first; lines of a level above the one
+// chosen are left out. The default shows everything.
+enum LogLevel { LogQuiet, LogError, LogWarning, LogInfo, LogDebug };
+const char *const logLevelNames[] = {"quiet", "error", "warning", "info", "debug"};
+int logLevel = LogDebug;
 
 void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &msg)
 {
-    if (type == QtDebugMsg && quietMessages)
+    const int level = type == QtDebugMsg ? LogDebug
+                    : type == QtInfoMsg ? LogInfo
+                    : type == QtWarningMsg ? LogWarning
+                    : type == QtFatalMsg ? LogQuiet : LogError;
+    if (level > logLevel)
         return;
     // On a terminal, clear the progress line first; the next period redraws it.
     static const bool tty = isatty(fileno(stderr));
@@ -40,6 +49,18 @@ const VexaToolCommandLine commandLine("vexa-launch", ExitUsage);
 int fail(int code, const QString &text)
 {
     return commandLine.fail(code, text);
+}
+
+// Every error found, one line each; the status is a usage error only when
+// each of them comes from --set.
+int failAll(const QStringList &errors)
+{
+    bool fromSet = true;
+    for (const QString &e : errors)
+        fromSet = fromSet && e.startsWith(QLatin1String("--set"));
+    for (int i = 0; i + 1 < errors.size(); ++i)
+        fprintf(stderr, "vexa-launch: %s\n", qPrintable(errors.at(i)));
+    return fail(fromSet ? ExitUsage : ExitBadPipeline, errors.last());
 }
 
 } // namespace
@@ -81,16 +102,29 @@ int main(int argc, char *argv[])
     const QCommandLineOption intervalOpt(QStringLiteral("interval"),
         QStringLiteral("Progress period in milliseconds (default 1000)."), QStringLiteral("ms"), QStringLiteral("1000"));
     const QCommandLineOption quietOpt({QStringLiteral("q"), QStringLiteral("quiet")},
-        QStringLiteral("No progress, no informational or debug lines (errors still shown)."));
+        QStringLiteral("No progress, no informational or debug lines (errors still shown), and\n"
+                       "no line of FFmpeg's own."));
+    const QCommandLineOption logLevelOpt({QStringLiteral("v"), QStringLiteral("loglevel")},
+        QStringLiteral("What the run prints on stderr, for the tool, the modules and FFmpeg alike:\n"
+                       "quiet (nothing while running), error, warning, info (progress, no debug\n"
+                       "lines) or debug (everything; the default, with FFmpeg at its own default).\n"
+                       "-loglevel works too."),
+        QStringLiteral("level"));
     const QCommandLineOption noPlatformOpt(QStringLiteral("no-platform"),
         QStringLiteral("Do not bring up the media platform (the default when every module\n"
                        "class declares that it does not use it)."));
     const QCommandLineOption overwriteOpt(QStringLiteral("y"),
         QStringLiteral("Replace existing output files (sets \"overwrite\" on every module that has it)."));
-    parser.addOptions({setOpt, durationOpt, boardOpt, libOpt, graphOpt, checkOpt, intervalOpt, quietOpt, noPlatformOpt,
-                       overwriteOpt});
+    parser.addOptions({setOpt, durationOpt, boardOpt, libOpt, graphOpt, checkOpt, intervalOpt, quietOpt, logLevelOpt,
+                       noPlatformOpt, overwriteOpt});
 
-    if (const int status = commandLine.parse(parser); status >= 0)
+    // "-loglevel", as ffmpeg spells it, would otherwise read as -l oglevel.
+    QStringList arguments = QCoreApplication::arguments();
+    for (int i = 1; i < arguments.size() && arguments.at(i) != QLatin1String("--"); ++i) {
+        if (arguments.at(i) == QLatin1String("-loglevel"))
+            arguments[i] = QStringLiteral("--loglevel");
+    }
+    if (const int status = commandLine.parse(parser, arguments); status >= 0)
         return status;
     const QStringList positional = parser.positionalArguments();
     if (positional.size() != 1)
@@ -110,7 +144,26 @@ int main(int argc, char *argv[])
     options.quiet = parser.isSet(quietOpt);
     options.platform = !parser.isSet(noPlatformOpt);
     options.graph = parser.value(graphOpt);
-    quietMessages = options.quiet;
+    if (options.quiet) {
+        logLevel = LogError;
+        VexaMedia::setLibraryLogLevel(QStringLiteral("quiet"));
+    }
+    if (parser.isSet(logLevelOpt)) {
+        const QString level = parser.value(logLevelOpt);
+        int chosen = -1;
+        for (int i = LogQuiet; i <= LogDebug; ++i) {
+            if (level == QLatin1String(logLevelNames[i]))
+                chosen = i;
+        }
+        if (chosen < 0)
+            return fail(ExitUsage, QStringLiteral("--loglevel expects quiet, error, warning, info or debug, not \"%1\"").arg(level));
+        logLevel = chosen;
+        // -q and a level: the level decides for the tool, -q keeps FFmpeg quiet.
+        if (!options.quiet)
+            VexaMedia::setLibraryLogLevel(level);
+        options.quiet = options.quiet || logLevel < LogInfo;
+        options.silent = logLevel == LogQuiet;
+    }
 
     const QString path = positional.first();
     QFile file(path);
@@ -133,18 +186,21 @@ int main(int argc, char *argv[])
         if (!VexaModuleCatalog::loadLibrary(lib, &error))
             return fail(ExitBadPipeline, QStringLiteral("cannot load module library %1: %2").arg(lib, error));
     }
-    if (!pipeline.checkClasses(&error))
-        return fail(ExitBadPipeline, error);
-    if (!pipeline.checkSettings(&error))
-        return fail(error.startsWith(QLatin1String("--set")) ? ExitUsage : ExitBadPipeline, error);
-    if (!pipeline.checkLinks(&error))
-        return fail(ExitBadPipeline, error);
+    // Every error of the file is reported, not just the first.
+    QStringList errors;
+    const bool classesKnown = pipeline.checkClasses(&errors);
+    pipeline.checkSettings(&errors);
+    if (classesKnown)
+        pipeline.checkLinks(&errors);
+    pipeline.checkContainers(&errors);
 
     QString board = pipeline.board;
     if (parser.isSet(boardOpt))
         board = QFileInfo(parser.value(boardOpt)).absoluteFilePath();
     if (!board.isEmpty() && !QFileInfo(board).isFile())
-        return fail(ExitBadPipeline, QStringLiteral("board file %1 does not exist").arg(board));
+        errors << QStringLiteral("board file %1 does not exist").arg(board);
+    if (!errors.isEmpty())
+        return failAll(errors);
 
     if (parser.isSet(checkOpt)) {
         if (!options.graph.isEmpty() && !Launcher::writeGraph(pipeline, options.graph, {}, {}, &error))
@@ -154,8 +210,8 @@ int main(int argc, char *argv[])
         return ExitOk;
     }
 
-    if (!pipeline.checkOutputs(parser.isSet(overwriteOpt), &error))
-        return fail(ExitBadPipeline, error);
+    if (!pipeline.checkOutputs(parser.isSet(overwriteOpt), &errors))
+        return failAll(errors);
     if (parser.isSet(overwriteOpt)) {
         for (PipelineModule &m : pipeline.modules) {
             const VexaClassInfo info(VexaModuleCatalog::find(m.className));

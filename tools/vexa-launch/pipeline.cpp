@@ -14,6 +14,7 @@
 
 #include "vexaclassinfo.h"
 #include "vexajsontext.h"
+#include "vexamedia.h"
 #include "vexamodulecatalog.h"
 
 namespace {
@@ -279,8 +280,9 @@ bool Pipeline::applyOverride(const QString &assignment, QString *error)
     return true;
 }
 
-bool Pipeline::checkSettings(QString *error) const
+bool Pipeline::checkSettings(QStringList *errors) const
 {
+    const int before = errors->size();
     for (const PipelineModule &m : modules) {
         const VexaClassInfo info = classInfo(m);
         for (auto it = m.settings.begin(); it != m.settings.end(); ++it) {
@@ -289,16 +291,16 @@ bool Pipeline::checkSettings(QString *error) const
                 continue;
             const QString origin = overrides.value(m.name + QLatin1Char('.') + it.key());
             const QString where = origin.isEmpty() ? fileName : QStringLiteral("--set %1").arg(origin);
-            *error = QStringLiteral("%1: module \"%2\" (%3): setting \"%4\": %5")
-                         .arg(where, m.name, VexaModuleCatalog::shortName(m.className), it.key(), problem);
-            return false;
+            errors->append(QStringLiteral("%1: module \"%2\" (%3): setting \"%4\": %5")
+                         .arg(where, m.name, VexaModuleCatalog::shortName(m.className), it.key(), problem));
         }
     }
-    return true;
+    return errors->size() == before;
 }
 
-bool Pipeline::checkLinks(QString *error) const
+bool Pipeline::checkLinks(QStringList *errors) const
 {
+    const int before = errors->size();
     for (int i = 0; i < links.size(); ++i) {
         const PipelineLink &l = links.at(i);
         const PipelineModule &from = modules.at(indexOf(l.from));
@@ -308,28 +310,43 @@ bool Pipeline::checkLinks(QString *error) const
         const int kind = VexaClassInfo::kindOfLink(l.kind);
         const QString what = VexaClassInfo::kindsText(kind);
         if (!(src.sends() & kind)) {
-            *error = QStringLiteral("%1: link %2 -> %3 (%4): class %5 does not send %6 (it sends: %7)")
+            errors->append(QStringLiteral("%1: link %2 -> %3 (%4): class %5 does not send %6 (it sends: %7)")
                          .arg(fileName, l.from, l.to, QString(l.kind), VexaModuleCatalog::shortName(from.className), what,
-                              VexaClassInfo::kindsText(src.sends()));
-            return false;
+                              VexaClassInfo::kindsText(src.sends())));
+            continue;
         }
         if (!(dst.accepts() & kind)) {
-            *error = QStringLiteral("%1: link %2 -> %3 (%4): class %5 does not accept %6 (it accepts: %7)")
+            errors->append(QStringLiteral("%1: link %2 -> %3 (%4): class %5 does not accept %6 (it accepts: %7)")
                          .arg(fileName, l.from, l.to, QString(l.kind), VexaModuleCatalog::shortName(to.className), what,
-                              VexaClassInfo::kindsText(dst.accepts()));
-            return false;
+                              VexaClassInfo::kindsText(dst.accepts())));
         }
     }
     if (sources().isEmpty()) {
-        *error = QStringLiteral("%1: the pipeline has no source (no module sends audio or video without receiving any), "
-                                "so nothing would flow and the run would never end").arg(fileName);
+        errors->append(QStringLiteral("%1: the pipeline has no source (no module sends audio or video without receiving any), "
+                                      "so nothing would flow and the run would never end").arg(fileName));
         return false;
     }
-    return true;
+    // An output (takes audio or video, sends neither) that nothing feeds
+    // would write an empty file or stream, or wait for ever.
+    for (const PipelineModule &m : modules) {
+        const VexaClassInfo info = classInfo(m);
+        const int media = VexaClassInfo::Audio | VexaClassInfo::Video;
+        if (!info.declaresInterface() || !(info.accepts() & media) || (info.sends() & media))
+            continue;
+        bool fed = false;
+        for (const PipelineLink &l : links)
+            fed = fed || (l.kind != QLatin1Char('E') && l.to == m.name);
+        if (!fed) {
+            errors->append(QStringLiteral("%1: module \"%2\" (%3) has no audio or video link into it, so it would receive nothing")
+                         .arg(fileName, m.name, VexaModuleCatalog::shortName(m.className)));
+        }
+    }
+    return errors->size() == before;
 }
 
-bool Pipeline::checkOutputs(bool overwrite, QString *error) const
+bool Pipeline::checkOutputs(bool overwrite, QStringList *errors) const
 {
+    const int before = errors->size();
     struct File { QString module; QString key; QString path; };
     QList<File> inputs, outputs;
     for (const PipelineModule &m : modules) {
@@ -347,42 +364,69 @@ bool Pipeline::checkOutputs(bool overwrite, QString *error) const
     for (const File &out : qAsConst(outputs)) {
         for (const File &in : qAsConst(inputs)) {
             if (sameFile(out.path, in.path)) {
-                *error = QStringLiteral("module \"%1\" would write %2, which is the input of module \"%3\" (\"%4\"); refused")
-                             .arg(out.module, out.path, in.module, in.key);
-                return false;
+                errors->append(QStringLiteral("module \"%1\" would write %2, which is the input of module \"%3\" (\"%4\"); refused")
+                             .arg(out.module, out.path, in.module, in.key));
             }
         }
         for (const File &other : qAsConst(outputs)) {
             if (&other != &out && other.module < out.module && sameFile(out.path, other.path)) {
-                *error = QStringLiteral("modules \"%1\" and \"%2\" would both write %3; refused")
-                             .arg(other.module, out.module, out.path);
-                return false;
+                errors->append(QStringLiteral("modules \"%1\" and \"%2\" would both write %3; refused")
+                             .arg(other.module, out.module, out.path));
             }
         }
         const int i = indexOf(out.module);
         const bool allowed = overwrite || modules.at(i).settings.value(QStringLiteral("overwrite")).toBool();
         if (!allowed && QFileInfo::exists(out.path)) {
-            *error = QStringLiteral("module \"%1\": %2 already exists; not replaced (use -y, or set \"overwrite\")")
-                         .arg(out.module, out.path);
-            return false;
+            errors->append(QStringLiteral("module \"%1\": %2 already exists; not replaced (use -y, or set \"overwrite\")")
+                         .arg(out.module, out.path));
         }
     }
-    return true;
+    return errors->size() == before;
 }
 
-bool Pipeline::checkClasses(QString *error) const
+bool Pipeline::checkClasses(QStringList *errors) const
 {
+    const int before = errors->size();
     for (const PipelineModule &m : modules) {
         if (!VexaModuleCatalog::find(m.className)) {
             QStringList known;
             for (const QString &c : VexaModuleCatalog::classNames())
                 known << VexaModuleCatalog::shortName(c);
-            *error = QStringLiteral("%1: module \"%2\": unknown class \"%3\" (known classes: %4)")
-                         .arg(fileName, m.name, m.className, known.join(QLatin1String(", ")));
-            return false;
+            errors->append(QStringLiteral("%1: module \"%2\": unknown class \"%3\" (known classes: %4)")
+                         .arg(fileName, m.name, m.className, known.join(QLatin1String(", "))));
         }
     }
-    return true;
+    return errors->size() == before;
+}
+
+bool Pipeline::checkContainers(QStringList *errors) const
+{
+    const int before = errors->size();
+    for (const PipelineModule &m : modules) {
+        const VexaClassInfo info = classInfo(m);
+        const VexaClassInfo::Setting *format = info.setting(QStringLiteral("format"));
+        if (!format)
+            continue;
+        // Values of the wrong type are reported by checkSettings().
+        const auto text = [&m](const QString &key) {
+            const QVariant v = m.settings.value(key);
+            return v.type() == QVariant::String ? v.toString() : QString();
+        };
+        QString path;
+        for (const VexaClassInfo::Setting &s : info.settings()) {
+            if (s.type == QLatin1String("output"))
+                path = text(s.name);
+        }
+        const QString named = text(QStringLiteral("format"));
+        // Without either, the module decides (a network output by its URL).
+        if (named.isEmpty() && path.isEmpty())
+            continue;
+        const QString problem = VexaMedia::containerProblem(named, path);
+        if (!problem.isEmpty())
+            errors->append(QStringLiteral("%1: module \"%2\" (%3): %4")
+                               .arg(fileName, m.name, VexaModuleCatalog::shortName(m.className), problem));
+    }
+    return errors->size() == before;
 }
 
 int Pipeline::indexOf(const QString &moduleName) const

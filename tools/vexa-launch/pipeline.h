@@ -48,25 +48,33 @@ struct Pipeline {
     bool applyOverride(const QString &assignment, QString *error);
 
     /** Checks that every class can be created. Call after the module libraries are loaded. */
-    bool checkClasses(QString *error) const;
+    bool checkClasses(QStringList *errors) const;
     /**
      * Checks every setting against what its class declares: unknown keys,
      * wrong types and values outside the allowed set fail with the module,
      * the key and the expected type. Call after checkClasses().
      */
-    bool checkSettings(QString *error) const;
+    bool checkSettings(QStringList *errors) const;
     /**
      * Checks that each link carries a kind its sender sends and its receiver
-     * accepts, and that the pipeline has a source. Call after checkClasses().
+     * accepts, that the pipeline has a source, and that every output (a
+     * class that takes audio or video and sends neither) has an audio or
+     * video link into it. Call after checkClasses().
      */
-    bool checkLinks(QString *error) const;
+    bool checkLinks(QStringList *errors) const;
     /**
      * Checks the files the run would write: an output that is also an input
      * (same file by any path) is refused; an existing output is refused
      * unless @p overwrite. Call after checkSettings().
      */
-    bool checkOutputs(bool overwrite, QString *error) const;
+    bool checkOutputs(bool overwrite, QStringList *errors) const;
 
+    /**
+     * Checks that FFmpeg has a muxer for every module that writes a
+     * container: the setting "format" when given, else the extension of the
+     * module's output file. Call after checkSettings().
+     */
+    bool checkContainers(QStringList *errors) const;
     int indexOf(const QString &moduleName) const;
     /** Module indexes, upstream first (along A and V links); modules on a cycle keep file order at the end. */
     QList<int> upstreamOrder() const;

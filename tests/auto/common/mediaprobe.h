@@ -50,6 +50,20 @@ inline QMap<QString, QString> streamSideData(const QString &path)
     return out;
 }
 
+// What a container holds beside the packets, as ffprobe reports it: the
+// video's sample and display aspect ratios, stream languages, global title
+// and artist, chapters with their times and titles.
+inline QString containerFacts(const QString &path)
+{
+    QProcess p;
+    p.start(QStringLiteral("ffprobe"), {"-v", "error", "-show_entries",
+                                        "format_tags=title,artist:stream=codec_type,sample_aspect_ratio,display_aspect_ratio"
+                                        ":stream_tags=language:chapter=start_time,end_time:chapter_tags=title",
+                                        "-of", "compact", path});
+    p.waitForFinished(60000);
+    return QString::fromUtf8(p.readAllStandardOutput());
+}
+
 inline bool toolsAvailable()
 {
     return !QStandardPaths::findExecutable(QStringLiteral("ffmpeg")).isEmpty()

@@ -2,11 +2,13 @@
 #define NETPEER_H
 
 // The far end of the network tests: free loopback ports, an `ffmpeg` peer
-// that publishes or receives, and small socket peers that misbehave (silent,
-// garbage, never reading). Everything stays on 127.0.0.1.
+// that publishes or receives, small socket peers that misbehave (silent,
+// garbage, never reading), a plain HTTP file server and nginx as an RTMP
+// server. Everything stays on 127.0.0.1.
 
 #include <QFile>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QString>
 #include <QStringList>
 #include <QtTest>
@@ -174,6 +176,109 @@ private:
     std::atomic<bool> done{false};
     std::thread worker;
     std::vector<int> clients;
+};
+
+// An HTTP server on a free port that answers every request with one file,
+// with its length, as a plain web server serves a recording; counts the
+// requests it answered.
+class HttpFilePeer
+{
+public:
+    explicit HttpFilePeer(const QByteArray &body)
+    {
+        fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof(a);
+        if (::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof(a)) != 0 || ::listen(fd, 4) != 0
+                || ::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) != 0)
+            return;
+        port = ntohs(a.sin_port);
+        worker = std::thread([this, body] {
+            while (!done.load()) {
+                timeval tv{0, 100000};
+                fd_set set;
+                FD_ZERO(&set);
+                FD_SET(fd, &set);
+                if (::select(fd + 1, &set, nullptr, nullptr, &tv) <= 0)
+                    continue;
+                const int c = ::accept(fd, nullptr, nullptr);
+                if (c < 0)
+                    continue;
+                char request[4096];
+                ::recv(c, request, sizeof(request), 0);
+                const QByteArray reply = "HTTP/1.0 200 OK\r\nContent-Type: video/mp4\r\nContent-Length: "
+                    + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+                for (qint64 sent = 0; sent < reply.size() && !done.load();) {
+                    const ssize_t n = ::send(c, reply.constData() + sent, size_t(reply.size() - sent), MSG_NOSIGNAL);
+                    if (n <= 0)
+                        break;
+                    sent += n;
+                }
+                ::close(c);
+                ++requests;
+            }
+        });
+    }
+    ~HttpFilePeer()
+    {
+        done.store(true);
+        if (worker.joinable())
+            worker.join();
+        if (fd >= 0)
+            ::close(fd);
+    }
+    int port = -1;
+    std::atomic<int> requests{0};
+
+private:
+    int fd = -1;
+    std::atomic<bool> done{false};
+    std::thread worker;
+};
+
+// nginx with its RTMP module as a media server of its own: a configuration
+// and prefix in @p dir, one application "live" on a free port of
+// 127.0.0.1, in the foreground, killed when the object goes out of scope.
+// Empty program() when nginx or the module is not installed.
+class NginxRtmp
+{
+public:
+    static QString program() { return QStandardPaths::findExecutable(QStringLiteral("nginx"), {"/usr/sbin", "/usr/bin"}); }
+    static QString module() { return QStringLiteral("/usr/lib/nginx/modules/ngx_rtmp_module.so"); }
+    static bool available() { return !program().isEmpty() && QFile::exists(module()); }
+
+    ~NginxRtmp()
+    {
+        if (proc.state() != QProcess::NotRunning) {
+            proc.kill();
+            proc.waitForFinished(10000);
+        }
+    }
+    // True once the server listens.
+    bool start(const QString &dir)
+    {
+        port = freePort();
+        const QString conf = dir + QStringLiteral("/nginx.conf");
+        QFile f(conf);
+        if (port <= 0 || !f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return false;
+        f.write(QStringLiteral("daemon off;\nmaster_process off;\nworker_processes 1;\npid %1/nginx.pid;\n"
+                               "error_log %1/error.log info;\nload_module %2;\nevents { worker_connections 64; }\n"
+                               "rtmp { server { listen 127.0.0.1:%3; application live { live on; record off; } } }\n")
+                    .arg(dir, module()).arg(port).toUtf8());
+        f.close();
+        proc.start(program(), {"-p", dir, "-e", dir + QStringLiteral("/error.log"), "-c", conf});
+        return proc.waitForStarted(10000) && waitBound(port, false);
+    }
+    QString errors() const
+    {
+        QFile f(proc.workingDirectory() + QStringLiteral("/error.log"));
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+    }
+    int port = -1;
+    QProcess proc;
 };
 
 } // namespace NetPeer

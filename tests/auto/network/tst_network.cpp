@@ -8,6 +8,7 @@
 // receiver (drop or hold back), bad input with its message and exit code,
 // and Ctrl-C with the module's timer thread running.
 
+#include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
@@ -82,30 +83,34 @@ private slots:
         QTest::addColumn<bool>("inputListens");
         QTest::addColumn<bool>("udp");
         QTest::addColumn<bool>("lossless");
+        QTest::addColumn<QString>("container");    // of the recording
 
         const QStringList ts{"-re", "-i", "@DIR@/clip.ts", "-c", "copy", "-f", "mpegts"};
         QTest::newRow("tcp") << "tcp://127.0.0.1:@PORT@" << QString()
-                             << (ts + QStringList{"tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"}) << false << false << true;
+                             << (ts + QStringList{"tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"}) << false << false << true << "ts";
         QTest::newRow("srt") << "srt://127.0.0.1:@PORT@" << QString()
-                             << (ts + QStringList{"srt://127.0.0.1:@PORT@?mode=listener&pkt_size=1316&linger=5&listen_timeout=120000000"}) << false << true << true;
+                             << (ts + QStringList{"srt://127.0.0.1:@PORT@?mode=listener&pkt_size=1316&linger=5&listen_timeout=120000000"}) << false << true << true << "ts";
         QTest::newRow("http") << "http://127.0.0.1:@PORT@/live.ts" << QString()
-                              << (ts + QStringList{"-listen", "1", "http://127.0.0.1:@PORT@/live.ts"}) << false << false << true;
+                              << (ts + QStringList{"-listen", "1", "http://127.0.0.1:@PORT@/live.ts"}) << false << false << true << "ts";
         QTest::newRow("rtp") << "rtp://127.0.0.1:@PORT@" << QString()
                              << QStringList{"-re", "-i", "@DIR@/clip.ts", "-c", "copy", "-f", "rtp_mpegts", "rtp://127.0.0.1:@PORT@"}
-                             << true << true << false;
+                             << true << true << false << "ts";
         // FFmpeg's UDP input ends its receiving thread with pthread_cancel()
         // inside a blocking recv(); ThreadSanitizer's runtime ends the
         // process for a thread that finishes inside an intercepted call, so
         // this row runs in the other builds only.
 #if !defined(__SANITIZE_THREAD__)
         QTest::newRow("udp") << "udp://127.0.0.1:@PORT@" << QString()
-                             << (ts + QStringList{"udp://127.0.0.1:@PORT@?pkt_size=1316"}) << true << true << false;
+                             << (ts + QStringList{"udp://127.0.0.1:@PORT@?pkt_size=1316"}) << true << true << false << "ts";
 #endif
-        const QStringList rtsp{"-re", "-i", "@DIR@/live.mp4", "-c", "copy", "-f", "rtsp", "-rtsp_transport"};
+        // RTSP with B-frames: the first keyframe comes without timestamps and
+        // the next two without decode times; the recording (Matroska, which
+        // needs them) must still hold every video packet.
+        const QStringList rtsp{"-re", "-i", "@DIR@/clip.mp4", "-c", "copy", "-f", "rtsp", "-rtsp_transport"};
         QTest::newRow("rtsp over tcp") << "rtsp://127.0.0.1:@PORT@/live" << R"(, "listen": true, "transport": "tcp")"
-                                       << (rtsp + QStringList{"tcp", "rtsp://127.0.0.1:@PORT@/live"}) << true << false << false;
+                                       << (rtsp + QStringList{"tcp", "rtsp://127.0.0.1:@PORT@/live"}) << true << false << false << "mkv";
         QTest::newRow("rtsp over udp") << "rtsp://127.0.0.1:@PORT@/live" << R"(, "listen": true, "transport": "udp")"
-                                       << (rtsp + QStringList{"udp", "rtsp://127.0.0.1:@PORT@/live"}) << true << false << false;
+                                       << (rtsp + QStringList{"udp", "rtsp://127.0.0.1:@PORT@/live"}) << true << false << false << "mkv";
     }
     void receive()
     {
@@ -115,11 +120,12 @@ private slots:
         QFETCH(bool, inputListens);
         QFETCH(bool, udp);
         QFETCH(bool, lossless);
+        QFETCH(QString, container);
         if (!MediaProbe::toolsAvailable())
             QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort(udp);
         QVERIFY(port > 0);
-        const QString out = dir.filePath(QStringLiteral("received-%1.ts").arg(QTest::currentDataTag()).replace(' ', '-'));
+        const QString out = dir.filePath(QStringLiteral("received-%1.%2").arg(QTest::currentDataTag(), container).replace(' ', '-'));
         publisher.replaceInStrings("@DIR@", dir.path()).replaceInStrings("@PORT@", QString::number(port));
         // The end of the stream (or a second without data) ends the run.
         const QString in = QStringLiteral(R"("url": "%1", "reconnect": false, "openTimeout": %2, "readTimeout": %3%4)")
@@ -150,6 +156,10 @@ private slots:
             QVERIFY(MediaProbe::probe(dir.filePath("clip.ts"), &want, &error));
             error = MediaProbe::sameData(want, got);
             QVERIFY2(error.isEmpty(), qPrintable(error));
+        } else if (container == QLatin1String("mkv")) {
+            QVERIFY(MediaProbe::probe(dir.filePath("clip.mp4"), &want, &error));
+            QCOMPARE(got.value("video").size(), want.value("video").size());
+            QVERIFY(got.value("video").first().key);
         }
     }
 
@@ -164,19 +174,28 @@ private slots:
         QTest::addColumn<QStringList>("receiver");   // ffmpeg input arguments
         QTest::addColumn<bool>("udp");
         QTest::addColumn<QString>("compare");        // "source", "ffmpeg" or "count"
+        QTest::addColumn<QString>("outSettings");
+        QTest::addColumn<int>("receiverLateMs");     // the receiver starts this long after vexa-launch
+        const QString wait = R"("overflow": "wait")";
 
         QTest::newRow("tcp") << "tcp://127.0.0.1:@PORT@" << "clip.ts"
-                             << QStringList{"-i", "tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"} << false << "source";
+                             << QStringList{"-i", "tcp://127.0.0.1:@PORT@?listen=1&listen_timeout=120000"} << false << "source" << wait << 0;
         QTest::newRow("srt") << "srt://127.0.0.1:@PORT@" << "clip.ts"
-                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true << "source";
+                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true << "source" << wait << 0;
         QTest::newRow("rtsp over tcp") << "rtsp://127.0.0.1:@PORT@/live" << "live.mp4"
                                        << QStringList{"-rtsp_flags", "listen", "-rtsp_transport", "tcp", "-i", "rtsp://127.0.0.1:@PORT@/live"}
-                                       << false << "ffmpeg";
+                                       << false << "ffmpeg" << wait << 0;
         QTest::newRow("rtmp") << "rtmp://127.0.0.1:@PORT@/live/s" << "clip.mp4"
-                              << QStringList{"-listen", "1", "-i", "rtmp://127.0.0.1:@PORT@/live/s"} << false << "count";
+                              << QStringList{"-listen", "1", "-i", "rtmp://127.0.0.1:@PORT@/live/s"} << false << "count" << wait << 0;
         QTest::newRow("udp") << "udp://127.0.0.1:@PORT@" << "clip.ts"
                              << QStringList{"-timeout", QString::number(scaled(3000) * 1000), "-i", "udp://127.0.0.1:@PORT@"}
-                             << true << "count";
+                             << true << "count" << wait << 0;
+        // The whole file comes at once while the output still connects (SRT
+        // retries until the receiver is there): held, not dropped, it all
+        // arrives, from the first keyframe on.
+        QTest::newRow("srt, receiver late, drop mode") << "srt://127.0.0.1:@PORT@" << "clip.ts"
+                             << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true
+                             << "source" << R"("overflow": "drop", "openTimeout": 20)" << 1000;
     }
     void publish()
     {
@@ -185,6 +204,8 @@ private slots:
         QFETCH(QStringList, receiver);
         QFETCH(bool, udp);
         QFETCH(QString, compare);
+        QFETCH(QString, outSettings);
+        QFETCH(int, receiverLateMs);
         if (!MediaProbe::toolsAvailable())
             QSKIP("ffmpeg and ffprobe are needed");
         const QString tag = QString::fromLatin1(QTest::currentDataTag()).replace(' ', '-');
@@ -195,15 +216,26 @@ private slots:
         const auto receive = [&](bool ours, const QString &hashFile) -> QString {
             const int port = NetPeer::freePort(udp);
             NetPeer::Ffmpeg rx;
-            rx.start(QStringList(receiver).replaceInStrings("@PORT@", QString::number(port))
-                     + QStringList{"-c", "copy", "-f", "framemd5", hashFile});
-            if (!NetPeer::waitBound(port, udp))
+            const auto startReceiver = [&]() -> bool {
+                rx.start(QStringList(receiver).replaceInStrings("@PORT@", QString::number(port))
+                         + QStringList{"-c", "copy", "-f", "framemd5", hashFile});
+                return NetPeer::waitBound(port, udp);
+            };
+            if ((!ours || receiverLateMs == 0) && !startReceiver())
                 return QStringLiteral("receiver did not listen: ") + rx.errors();
             if (ours) {
                 QProcess launch;
-                const QByteArray pipeline = VexaTest::pipeline("InputFile", path(src) + R"(, "realtime": true)", "OutputNet",
-                                                               QStringLiteral(R"("url": "%1", "overflow": "wait")").arg(arg(url, port)));
-                if (!VexaTest::run(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}, scaled(60000)))
+                const QByteArray pipeline = VexaTest::pipeline(
+                    "InputFile", path(src) + (receiverLateMs > 0 ? QString() : QStringLiteral(R"(, "realtime": true)")),
+                    "OutputNet", QStringLiteral(R"("url": "%1", %2)").arg(arg(url, port), outSettings));
+                if (!VexaTest::start(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}))
+                    return QStringLiteral("vexa-launch did not start");
+                if (receiverLateMs > 0) {
+                    QTest::qWait(receiverLateMs);
+                    if (!startReceiver())
+                        return QStringLiteral("receiver did not listen: ") + rx.errors();
+                }
+                if (!launch.waitForFinished(scaled(60000)))
                     return QStringLiteral("vexa-launch did not end");
                 if (launch.exitStatus() != QProcess::NormalExit || launch.exitCode() != 0)
                     return QStringLiteral("vexa-launch: ") + QString::fromUtf8(launch.readAllStandardError());
@@ -242,18 +274,33 @@ private slots:
     // The publisher goes away mid-stream and comes back on the same port:
     // "disconnected" then "connected", the module keeps running, and the
     // recording is one readable file with both publishers' packets whose
-    // timestamps never go back.
+    // timestamps never go back. Over TCP the module connects to the
+    // publisher; over RTSP it listens and the publisher comes to it (its
+    // first keyframe without timestamps, each time).
+    void reconnect_data()
+    {
+        QTest::addColumn<QString>("scheme");
+        QTest::newRow("tcp") << "tcp";
+        QTest::newRow("rtsp, publisher restarts") << "rtsp";
+    }
     void reconnect()
     {
+        QFETCH(QString, scheme);
         if (!MediaProbe::toolsAvailable())
             QSKIP("ffmpeg and ffprobe are needed");
+        const bool rtsp = scheme == QLatin1String("rtsp");
         const int port = NetPeer::freePort();
-        const QString url = QStringLiteral("tcp://127.0.0.1:%1").arg(port);
-        const QString out = dir.filePath("reconnected.ts");
+        const QString url = rtsp ? QStringLiteral("rtsp://127.0.0.1:%1/live").arg(port) : QStringLiteral("tcp://127.0.0.1:%1").arg(port);
+        const QString out = dir.filePath(rtsp ? "reconnected.mkv" : "reconnected.ts");
+        const QStringList publisher = rtsp ? QStringList{"-re", "-i", dir.filePath("clip.mp4"), "-c", "copy", "-f", "rtsp",
+                                                         "-rtsp_transport", "tcp", url}
+                                           : tcpServer(port, false);
 
         NetPeer::Ffmpeg first;
-        first.start(tcpServer(port, false));
-        QVERIFY(NetPeer::waitBound(port, false));
+        if (!rtsp) {
+            first.start(publisher);
+            QVERIFY(NetPeer::waitBound(port, false));
+        }
         VexaObject *in = Vexa::create("InputNet");
         VexaObject *rec = Vexa::create("OutputFile");
         auto *events = static_cast<VexaTestSink *>(Vexa::create("TestSink"));
@@ -262,7 +309,12 @@ private slots:
         Vexa::linkE(in, events);
         QVERIFY(events->start());
         QVERIFY(rec->start(QVariantMap{{"path", out}}));
-        QVERIFY(in->start(QVariantMap{{"url", url}, {"reconnectDelay", 0.1}, {"reconnectMaxDelay", 0.4}}));
+        QVERIFY(in->start(QVariantMap{{"url", url}, {"reconnectDelay", 0.1}, {"reconnectMaxDelay", 0.4}, {"listen", rtsp},
+                                      {"readTimeout", scaled(1000) / 1000.0}, {"openTimeout", scaled(30)}}));
+        if (rtsp) {
+            QVERIFY(NetPeer::waitBound(port, false));
+            first.start(publisher);
+        }
 
         const auto types = [events] {
             QStringList t;
@@ -275,7 +327,9 @@ private slots:
         // A few refused attempts before the publisher is back.
         QTest::qWait(300);
         NetPeer::Ffmpeg second;
-        second.start(tcpServer(port, false));
+        if (rtsp)
+            QVERIFY(NetPeer::waitBound(port, false));
+        second.start(publisher);
         QTRY_COMPARE_WITH_TIMEOUT(types().value(2), QStringLiteral("connected"), scaled(30000));
         QCOMPARE(in->getState(), QStringLiteral("started"));
         QTRY_COMPARE_WITH_TIMEOUT(types().value(3), QStringLiteral("disconnected"), scaled(30000));
@@ -292,14 +346,93 @@ private slots:
         MediaProbe::Streams want, got;
         QString error;
         QVERIFY2(MediaProbe::probe(out, &got, &error), qPrintable(error));
-        QVERIFY(MediaProbe::probe(dir.filePath("clip.ts"), &want, &error));
-        error = MediaProbe::sameData(want, got, 2);
-        QVERIFY2(error.isEmpty(), qPrintable(error));
+        QVERIFY(MediaProbe::probe(dir.filePath(rtsp ? "clip.mp4" : "clip.ts"), &want, &error));
+        if (rtsp) {
+            // RTP packs H.264 its own way: every video packet of both runs, from a keyframe.
+            QCOMPARE(got.value("video").size(), 2 * want.value("video").size());
+            QVERIFY(got.value("video").first().key);
+        } else {
+            error = MediaProbe::sameData(want, got, 2);
+            QVERIFY2(error.isEmpty(), qPrintable(error));
+        }
+        // (Matroska keeps no decode times; ffprobe infers some.)
         for (const QString kind : {"audio", "video"}) {
             const QList<MediaProbe::Packet> &b = got[kind];
-            for (int i = 1; i < b.size(); ++i)
-                QVERIFY2(b[i].dtsUs > b[i - 1].dtsUs, qPrintable(QStringLiteral("%1 packet %2: decode time %3 after %4")
-                                                                 .arg(kind).arg(i).arg(b[i].dtsUs).arg(b[i - 1].dtsUs)));
+            for (int i = 0, last = -1; i < b.size(); ++i) {
+                if (!b[i].hasDts)
+                    continue;
+                QVERIFY2(last < 0 || b[i].dtsUs > b[last].dtsUs, qPrintable(QStringLiteral("%1 packet %2: decode time %3 after %4")
+                                                                .arg(kind).arg(i).arg(b[i].dtsUs).arg(b[qMax(0, last)].dtsUs)));
+                last = i;
+            }
+        }
+    }
+
+    // A real media server in the middle: nginx with its RTMP module, started
+    // here on a free port. vexa-launch publishes to it and ffmpeg plays back
+    // from it, or ffmpeg publishes and vexa-launch records from it; the
+    // packets that come out are the source's.
+    void mediaServer_data()
+    {
+        QTest::addColumn<bool>("ourPublisher");
+        QTest::newRow("vexa-launch publishes, ffmpeg plays") << true;
+        QTest::newRow("ffmpeg publishes, vexa-launch records") << false;
+    }
+    void mediaServer()
+    {
+        QFETCH(bool, ourPublisher);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        if (!NetPeer::NginxRtmp::available())
+            QSKIP("nginx with libnginx-mod-rtmp is needed");
+        QTemporaryDir prefix;
+        QVERIFY(prefix.isValid());
+        NetPeer::NginxRtmp server;
+        server.proc.setWorkingDirectory(prefix.path());
+        QVERIFY2(server.start(prefix.path()), qPrintable(server.errors()));
+        const QString url = QStringLiteral("rtmp://127.0.0.1:%1/live/s").arg(server.port);
+        const QString src = dir.filePath("clip.mp4");
+        const QString tag = ourPublisher ? "ours" : "ffmpeg";
+        const QString got = dir.filePath("server-" + tag + ".framemd5");
+        const QString recording = dir.filePath("server-" + tag + ".mkv");
+
+        // The player is there before the stream, so it gets all of it; the
+        // end of the stream is a read that times out.
+        NetPeer::Ffmpeg player;
+        QProcess launch;
+        if (ourPublisher) {
+            player.start({"-rw_timeout", QString::number(scaled(3000) * 1000), "-i", url, "-c", "copy", "-f", "framemd5", got});
+        } else {
+            const QString in = QStringLiteral("\"url\": \"%1\", \"reconnect\": false, \"readTimeout\": %2, \"openTimeout\": %3")
+                                   .arg(url).arg(scaled(3000) / 1000.0).arg(scaled(20));
+            QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(VexaTest::pipeline("InputNet", in, "OutputFile", path(recording))),
+                                                          "--quiet", "-y"}));
+        }
+        QTest::qWait(scaled(500));
+        if (ourPublisher) {
+            const QByteArray pipeline = VexaTest::pipeline("InputFile", path(src) + R"(, "realtime": true)", "OutputNet",
+                                                           QStringLiteral("\"url\": \"%1\", \"overflow\": \"wait\"").arg(url));
+            QVERIFY(VexaTest::run(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}, scaled(60000)));
+            QVERIFY2(launch.exitCode() == 0, launch.readAllStandardError().constData());
+            QVERIFY2(player.wait(30000), qPrintable(player.errors()));
+            for (const QString stream : {"0", "1"}) {
+                const QString want = dir.filePath("server-source.framemd5");
+                QVERIFY(MediaProbe::ffmpeg({"-i", src, "-c", "copy", "-f", "framemd5", want}));
+                QVERIFY(!hashes(want, stream).isEmpty());
+                QCOMPARE(hashes(got, stream), hashes(want, stream));
+            }
+        } else {
+            NetPeer::Ffmpeg publisher;
+            publisher.start({"-re", "-i", src, "-c", "copy", "-f", "flv", url});
+            QVERIFY2(publisher.wait(30000), qPrintable(publisher.errors()));
+            QVERIFY2(launch.waitForFinished(scaled(60000)), "vexa-launch did not end");
+            QVERIFY2(launch.exitCode() == 0, launch.readAllStandardError().constData());
+            MediaProbe::Streams want, rec;
+            QString error;
+            QVERIFY2(MediaProbe::probe(recording, &rec, &error), qPrintable(error));
+            QVERIFY(MediaProbe::probe(src, &want, &error));
+            error = MediaProbe::sameData(want, rec);
+            QVERIFY2(error.isEmpty(), qPrintable(error));
         }
     }
 
@@ -399,7 +532,7 @@ private slots:
         QTest::newRow("refused RTSP port") << "InputNet" << "rtsp://127.0.0.1:@PORT@/live" << "refused"
                                            << "in: cannot open rtsp://127\\.0\\.0\\.1:\\d+/live: Connection refused";
         QTest::newRow("unsupported scheme") << "InputNet" << "gopher://127.0.0.1:@PORT@/" << ""
-                                            << "in: unsupported URL scheme in gopher://.* \\(use rtsp, rtp, udp, srt, tcp, http or https\\)";
+                                            << "in: unsupported URL scheme in gopher://.* \\(use rtsp, rtp, udp, srt, tcp, http, https or rtmp\\)";
         QTest::newRow("garbage on the socket") << "InputNet" << "tcp://127.0.0.1:@PORT@" << "garbage"
                                                << "in: cannot open tcp://127\\.0\\.0\\.1:\\d+: Invalid data found";
         QTest::newRow("garbage over HTTP") << "InputNet" << "http://127.0.0.1:@PORT@/live.ts" << "garbage"
@@ -440,6 +573,53 @@ private slots:
         QVERIFY2(QRegularExpression(QStringLiteral("vexa-launch: error: ") + message).match(err).hasMatch(), qPrintable(err));
     }
 
+    // A file served over HTTP (known length, no range requests) is read
+    // once, with reconnect on as by default: the recording holds the file's
+    // packets once, the file was fetched once, and the run ends with 0. An
+    // MP4 whose index is at its end, too large to be read without seeking,
+    // opens but yields no packet: an error (4), not a retry for ever.
+    void httpFile_data()
+    {
+        QTest::addColumn<bool>("indexFirst");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("index first: read once") << true << 0;
+        QTest::newRow("index at the end: error") << false << 4;
+    }
+    void httpFile()
+    {
+        QFETCH(bool, indexFirst);
+        QFETCH(int, exitCode);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        const QString src = dir.filePath(indexFirst ? "served-faststart.mp4" : "served-index-last.mp4");
+        QString error;
+        QVERIFY2(MediaProbe::ffmpeg({"-f", "lavfi", "-i", "testsrc=size=320x240:rate=25", "-t", "6", "-c:v", "libx264", "-preset",
+                                     "ultrafast", "-pix_fmt", "yuv420p", "-movflags", indexFirst ? "+faststart" : "-faststart", src},
+                                    &error), qPrintable(error));
+        QFile file(src);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        NetPeer::HttpFilePeer server(file.readAll());
+        QVERIFY(server.port > 0);
+        const QString out = dir.filePath(QStringLiteral("http-%1.mkv").arg(indexFirst));
+        const QByteArray pipeline = VexaTest::pipeline(
+            "InputNet", QStringLiteral("\"url\": \"http://127.0.0.1:%1/clip.mp4\", \"reconnectDelay\": 0.1").arg(server.port),
+            "OutputFile", path(out));
+        QProcess launch;
+        QVERIFY2(VexaTest::run(launch, VEXA_LAUNCH, {write(pipeline), "--quiet", "-y"}, scaled(30000)), "no end in time");
+        const QByteArray err = launch.readAllStandardError();
+        QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(launch.exitCode() == exitCode, err.constData());
+        QCOMPARE(server.requests.load(), 1);
+        if (exitCode != 0) {
+            QVERIFY2(err.contains("vexa-launch: error: in: cannot read http://127.0.0.1:"), err.constData());
+            return;
+        }
+        MediaProbe::Streams want, got;
+        QVERIFY2(MediaProbe::probe(out, &got, &error), qPrintable(error));
+        QVERIFY(MediaProbe::probe(src, &want, &error));
+        QCOMPARE(got.value("video").size(), want.value("video").size());
+    }
+
     // A receiver that never reads: by default the output drops the oldest
     // packets and says how many (the run still succeeds, the drops were
     // asked for); told to hold the sender back, it does so until it is
@@ -477,6 +657,77 @@ private slots:
         QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
         QVERIFY2(launch.exitCode() == exitCode, qPrintable(all));
         QVERIFY2(QRegularExpression(message).match(all).hasMatch(), qPrintable(all));
+    }
+
+    // A signal while a listening module still waits for its peer ends the
+    // run at once with the signal's status, not as a module error.
+    void signalWhileWaiting_data()
+    {
+        QTest::addColumn<QString>("module");
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<int>("signal");
+        QTest::newRow("input, tcp, SIGTERM") << "InputNet" << "tcp://127.0.0.1:@PORT@" << int(SIGTERM);
+        QTest::newRow("input, rtsp, Ctrl-C") << "InputNet" << "rtsp://127.0.0.1:@PORT@/live" << int(SIGINT);
+        QTest::newRow("output, tcp, SIGTERM") << "OutputNet" << "tcp://127.0.0.1:@PORT@" << int(SIGTERM);
+    }
+    void signalWhileWaiting()
+    {
+        QFETCH(QString, module);
+        QFETCH(QString, url);
+        QFETCH(int, signal);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        const int port = NetPeer::freePort();
+        const QString net = QStringLiteral(R"("url": "%1", "listen": true, "openTimeout": 60)").arg(arg(url, port));
+        const QByteArray pipeline = module == QLatin1String("InputNet")
+            ? VexaTest::pipeline("InputNet", net, "PacketStats", QString())
+            : VexaTest::pipeline("InputFile", path(dir.filePath("clip.ts")) + R"(, "realtime": true, "loop": true)", "OutputNet", net);
+        QProcess launch;
+        QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(pipeline), "--quiet"}));
+        QVERIFY2(NetPeer::waitBound(port, false), launch.readAllStandardError().constData());
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(::kill(pid_t(launch.processId()), signal), 0);
+        QVERIFY(launch.waitForFinished(scaled(20000)));
+        const QByteArray err = launch.readAllStandardError();
+        QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(launch.exitCode() == 128 + signal, err.constData());
+        QVERIFY2(!err.contains("error"), err.constData());
+        QVERIFY2(clock.elapsed() < scaled(10000), qPrintable(QString::number(clock.elapsed())));
+    }
+
+    // A listening output outlives its viewers: the first leaves, the output
+    // listens again and the next one gets the stream from a keyframe; the
+    // run goes on until it is ended (SIGTERM: 143, not a module error).
+    void viewersComeAndGo()
+    {
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+        const int port = NetPeer::freePort();
+        const QString url = QStringLiteral("tcp://127.0.0.1:%1").arg(port);
+        const QByteArray pipeline = VexaTest::pipeline(
+            "InputFile", path(dir.filePath("clip.ts")) + R"(, "realtime": true, "loop": true)", "OutputNet",
+            QStringLiteral(R"("url": "%1", "listen": true, "openTimeout": 60)").arg(url));
+        QProcess launch;
+        QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(pipeline), "--quiet", "-d", QString::number(scaled(60))}));
+        for (int viewer = 0; viewer < 2; ++viewer) {
+            QVERIFY2(NetPeer::waitBound(port, false), launch.readAllStandardError().constData());
+            const QString got = dir.filePath(QStringLiteral("viewer-%1.ts").arg(viewer));
+            NetPeer::Ffmpeg rx;
+            rx.start({"-i", url, "-c", "copy", "-t", "1", got});
+            QVERIFY2(rx.wait(20000), qPrintable(rx.errors()));
+            MediaProbe::Streams streams;
+            QString error;
+            QVERIFY2(MediaProbe::probe(got, &streams, &error), qPrintable(error));
+            QVERIFY2(streams.value("video").size() >= 12, qPrintable(got));
+            QVERIFY(streams.value("video").first().key);
+            QVERIFY(!streams.value("audio").isEmpty());
+        }
+        QCOMPARE(::kill(pid_t(launch.processId()), SIGTERM), 0);
+        QVERIFY2(launch.waitForFinished(scaled(30000)), "vexa-launch did not end");
+        const QByteArray err = launch.readAllStandardError();
+        QCOMPARE(launch.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(launch.exitCode() == 143, err.constData());
     }
 
     // Ctrl-C while VexaInputNet (created by vexa-launch from the pipeline

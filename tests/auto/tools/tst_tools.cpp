@@ -30,6 +30,13 @@ private slots:
         QVERIFY2(MediaProbe::makeClip(clip, 2.0, &error), qPrintable(error));
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.mkv")));
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.ts")));
+        {
+            // Cut inside the first frames: FFmpeg's demuxer and parser have
+            // things to say while it is probed.
+            QFile ts(dir.filePath("clip.ts"));
+            QVERIFY(ts.open(QIODevice::ReadOnly));
+            VexaTest::writeFile(dir.filePath("truncated.ts"), ts.read(3000));
+        }
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.flv")));
         QVERIFY(MediaProbe::rewrap(clip, dir.filePath("clip.mov")));
         const QStringList shortClips[] = {
@@ -45,6 +52,17 @@ private slots:
              "-bf", "2", dir.filePath("video.mkv")}};
         for (const QStringList &args : shortClips)
             QVERIFY2(MediaProbe::ffmpeg(args, &error), qPrintable(error));
+        // What a container holds beside the packets: its own aspect ratio
+        // (MP4 "pasp", Matroska display size), global tags, stream
+        // languages and chapters.
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-aspect", "16:9", dir.filePath("aspect.mp4")}));
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-aspect", "16:9", dir.filePath("aspect.mkv")}));
+        VexaTest::writeFile(dir.filePath("tags.txt"), ";FFMETADATA1\ntitle=A title\nartist=Someone\n"
+                                                      "[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=1000\ntitle=First\n"
+                                                      "[CHAPTER]\nTIMEBASE=1/1000\nSTART=1000\nEND=2000\ntitle=Second\n");
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-i", dir.filePath("tags.txt"), "-map", "0", "-map_metadata", "1", "-map_chapters", "1",
+                                    "-c", "copy", "-metadata:s:v:0", "language=eng", "-metadata:s:a:0", "language=fra",
+                                    dir.filePath("tags.mkv")}));
         // A rotated video: the display matrix is stream side data.
         QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-metadata:s:v:0", "rotate=90", dir.filePath("rotated.mp4")}));
         // Raw video: every frame (28800 bytes) is larger than a 20000-byte ring.
@@ -97,6 +115,12 @@ private slots:
         // The source's codec tag where the container takes it.
         QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString() << false;
         QTest::newRow("rotated video") << "rotated.mp4" << "rotated-out.mp4" << QString() << false;
+        // The container's aspect ratio, tags, languages and chapters.
+        QTest::newRow("aspect, mp4 to mp4") << "aspect.mp4" << "aspect-out.mp4" << QString() << false;
+        QTest::newRow("aspect, mkv to mkv") << "aspect.mkv" << "aspect-out.mkv" << QString() << false;
+        QTest::newRow("aspect, mkv to mp4") << "aspect.mkv" << "aspect-cross.mp4" << QString() << false;
+        QTest::newRow("tags and chapters, mkv to mkv") << "tags.mkv" << "tags-out.mkv" << QString() << false;
+        QTest::newRow("tags and chapters, mkv to mp4") << "tags.mkv" << "tags-cross.mp4" << QString() << false;
         // Queues of one packet and a ring a few keyframes long: the input is held
         // back constantly and the ring wraps many times.
         QTest::newRow("tight queues and ring") << "clip.mp4" << "tight.mp4"
@@ -151,6 +175,7 @@ private slots:
         if (target.endsWith(QLatin1String(".ts")))
             QCOMPARE(QFileInfo(out).size(), QFileInfo(reference).size());
         QCOMPARE(MediaProbe::streamSideData(out), MediaProbe::streamSideData(reference));
+        QCOMPARE(MediaProbe::containerFacts(out), MediaProbe::containerFacts(reference));
 
         QFile dot(graph);
         QVERIFY(dot.open(QIODevice::ReadOnly));
@@ -297,6 +322,21 @@ private slots:
         // The output file is created only once the input has been opened.
         launch("missing input file", remuxPipeline("/no/such/clip.mp4", "@DIR@/bad-out.mp4"), plain, 4,
                "error: in: cannot open /no/such/clip\\.mp4: No such file or directory", {"bad-out.mp4:absent"});
+        // The log level governs FFmpeg's own lines too; -q leaves them all out.
+        const QByteArray truncated = remuxPipeline("@DIR@/truncated.ts", "@DIR@/from-truncated.mkv");
+        const auto logged = [&truncated](const char *tag, const QStringList &args, const QStringList &re, const QStringList &no) {
+            QTest::newRow(tag) << QString::fromUtf8(VEXA_LAUNCH) << truncated << (QStringList{"@", "-y"} + args) << 0 << re << no
+                               << QStringList();
+        };
+        logged("log level warning", {"-loglevel", "warning"}, {R"(\[\w+ @ 0x[0-9a-f]+\] )"}, {"running 2 modules", "VexaSDK"});
+        logged("log level info", {"-v", "info"}, {"running 2 modules"}, {"VexaSDK"});
+        logged("-q", {"-q"}, {"^module "}, {" @ 0x", "running 2 modules"});
+        logged("log level quiet", {"-v", "quiet"}, {"^module "}, {" @ 0x", "running 2 modules", "vexa-launch"});
+        launch("bad log level", good, {"@", "-v", "loud"}, 2, "--loglevel expects quiet, error, warning, info or debug, not \"loud\"");
+        // Without --quiet too, each error is printed once.
+        QTest::newRow("error printed once") << QString::fromUtf8(VEXA_LAUNCH) << remuxPipeline("/no/such/clip.mp4", "@DIR@/bad-out.mp4")
+            << QStringList{"@"} << 4 << QStringList{"vexa-launch: error: in: cannot open /no/such/clip\\.mp4"}
+            << QStringList{"\\[in\\] cannot open"} << QStringList();
         const QByteArray unwritable = remuxPipeline("@DIR@/clip.mp4", "/no/such/dir/out.mp4");
         launch("unwritable output", unwritable, plain, 4, "error: out: cannot create /no/such/dir/out\\.mp4");
         const QByteArray remux = remuxPipeline("@DIR@/clip.mp4", "@DIR@/fresh.mp4");
@@ -320,6 +360,8 @@ private slots:
                                                 "links": [{"from": "in", "to": "s", "kind": "V"}, {"from": "s", "to": "in", "kind": "E"}]})",
                plain, 3, R"(link s -> in \(E\): class InputFile does not accept events \(it accepts: none\))");
         launch("no source", good, plain, 3, "the pipeline has no source");
+        launch("output without links", QByteArray(remux).replace(R"({"from": "in", "to": "out", "kind": "AV"})", ""), plain, 3,
+               R"(module "out" \(OutputFile\) has no audio or video link into it)", {"fresh.mp4:absent"});
         // Outputs that would destroy a file.
         launch("output is the input", remux, {"@", "--quiet", "-y", "--set", "out.path=@DIR@//clip.mp4"}, 3,
                R"(module "out" would write .*clip\.mp4, which is the input of module "in" \("path"\); refused)", {"clip.mp4:media"});
@@ -343,8 +385,18 @@ private slots:
         // Drops asked for (a live source's output) are no failure.
         launch("drops asked for", remux, {"@", "--quiet", "--set", "out.path=@DIR@/dropping.mkv", "--set", "out.overflow=drop",
                                           "--set", "out.bufLenV=2", "--set", "out.bufLenA=2"}, 0, "^module ");
-        launch("unknown container", unwritable, {"@", "--quiet", "--set", "out.path=@DIR@/out.nosuchext"}, 4,
-               "error: out: cannot choose a container for .*out\\.nosuchext");
+        // Caught before anything starts, by --check too; and every error of
+        // the file is reported, not just the first.
+        launch("unknown container", unwritable, {"@", "--quiet", "--set", "out.path=@DIR@/out.nosuchext"}, 3,
+               R"(pipeline\.json: module "out" \(OutputFile\): cannot choose a container for .*out\.nosuchext \(set "format"\))",
+               {"out.nosuchext:absent"});
+        QTest::newRow("every error, --check") << QString::fromUtf8(VEXA_LAUNCH)
+            << QByteArray(remux).replace(R"("path": "@DIR@/fresh.mp4")", R"("path": "@DIR@/fresh.mp4", "format": "nosuchformat")")
+                   .replace(R"("path": "@DIR@/clip.mp4")", R"("path": "@DIR@/clip.mp4", "loop": "no")")
+            << QStringList{"@", "--check"} << 3
+            << QStringList{R"(module "in" \(InputFile\): setting "loop": expected bool)",
+                           R"(module "out" \(OutputFile\): unknown container format "nosuchformat")"}
+            << QStringList{"valid"} << QStringList();
 
         inspect("list", {}, 0,
                 {"Module classes \\(5\\)",
