@@ -14,6 +14,8 @@
 #include <QThread>
 #include <QtTest>
 
+#include <memory>
+
 extern "C" {
 #include <libavcodec/codec_id.h>
 #include <libavcodec/defs.h>
@@ -55,6 +57,15 @@ void describeAndLinkAudio(VexaTestSource *src, VexaObject *out, bool audio)
                                      {"timeBaseNum", 1}, {"timeBaseDen", 48000}, {"sampleRate", 48000}, {"channels", 1}}));
         Vexa::linkA(src, out);
     }
+}
+
+// Holds @p obj's worker thread inside a posted call until @p release is
+// released; true once the worker is inside.
+bool holdWorker(VexaObject *obj, QSemaphore &release)
+{
+    auto inside = std::make_shared<QSemaphore>();
+    QMetaObject::invokeMethod(obj, [inside, &release] { inside->release(); release.acquire(); }, Qt::QueuedConnection);
+    return inside->tryAcquire(1, 30000);
 }
 
 } // namespace
@@ -175,9 +186,8 @@ private slots:
         QVERIFY(src->start());
 
         // Hold the output's worker inside a posted call: nothing is drained.
-        QSemaphore inside, release;
-        QMetaObject::invokeMethod(out, [&] { inside.release(); release.acquire(); }, Qt::QueuedConnection);
-        QVERIFY(inside.tryAcquire(1, 30000));
+        QSemaphore release;
+        QVERIFY(holdWorker(out, release));
 
         // One scratch buffer, scribbled over after every send: the output must
         // keep its own copy.
@@ -254,9 +264,8 @@ private slots:
         QVERIFY(out->start());
         QVERIFY(src->start());
 
-        QSemaphore inside, release;
-        QMetaObject::invokeMethod(out, [&] { inside.release(); release.acquire(); }, Qt::QueuedConnection);
-        QVERIFY(inside.tryAcquire(1, 30000));
+        QSemaphore release;
+        QVERIFY(holdWorker(out, release));
         describeAndLinkAudio(src, out, false);
         src->sendInfoV(src->getStreamInfoV());
         for (int i = 0; i < 3; ++i) {
