@@ -22,6 +22,9 @@ public:
 
     bool scan()
     {
+        // The reader skips a UTF-8 byte order mark, and so does the scan.
+        if (n >= 3 && uchar(s[0]) == 0xef && uchar(s[1]) == 0xbb && uchar(s[2]) == 0xbf)
+            pos = 3;
         skipSpace();
         if (!value(0))
             return false;
@@ -186,8 +189,12 @@ private:
 
 QByteArray VexaJsonText::withoutOverriddenMembers(const QByteArray &text, QVector<QPair<int, int>> *removed)
 {
+    // Text that is not well-formed is still rewritten as far as the scan
+    // got: Qt's reader takes the objects that close before the error whole,
+    // and loses memory in them all the same.
     Scanner scanner(text);
-    if (!scanner.scan() || !scanner.containerOverridden)
+    scanner.scan();
+    if (!scanner.containerOverridden)
         return text;
     // Ranges nest (a member removed inside one removed whole) but never
     // overlap otherwise: keep the outermost, in text order.

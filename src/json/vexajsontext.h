@@ -26,8 +26,9 @@ public:
     /**
      * @p text without the members that a later member of the same key in
      * the same object overrides, when one of those holds an array or an
-     * object; @p text itself when there is none, or when it is not
-     * well-formed enough to tell (the reader then reports the error).
+     * object; @p text itself when there is none. In text that is not
+     * well-formed, the objects that close before the scan stops are
+     * rewritten so (the reader reads those before it reports the error).
      * Each removed range, as offset and length in @p text, goes into
      * @p removed when given.
      */

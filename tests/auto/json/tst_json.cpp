@@ -79,6 +79,9 @@ private slots:
         QTest::newRow("in an array") << QByteArray(R"([{"k":{"x":1},"k":[]},{"k":1}])") << QByteArray(R"([{"k":[]},{"k":1}])") << -1;
         QTest::newRow("error after") << QByteArray(R"({"a":[1],"a":2,"b":tru})") << QByteArray() << 20;
         QTest::newRow("error at the end") << QByteArray(R"({"a":[1],"a":2,"b":[1,2)") << QByteArray() << 23;
+        QTest::newRow("byte order mark") << QByteArray("\xef\xbb\xbf{\"a\":[1],\"a\":2}") << QByteArray(R"({"a":2})") << -1;
+        QTest::newRow("error after the object") << QByteArray(R"({"a":[1],"a":2} x)") << QByteArray() << 16;
+        QTest::newRow("error after a closed object") << QByteArray(R"({"o":{"a":[1],"a":2},"b":[1)") << QByteArray() << 27;
         QTest::newRow("error in an overridden member") << QByteArray(R"({"a":[tru],"a":2})") << QByteArray() << 10;
     }
     void duplicateKeys()
