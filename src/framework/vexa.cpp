@@ -1,6 +1,7 @@
 #include "vexa.h"
 
 #include <csignal>
+#include <dlfcn.h>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -12,7 +13,7 @@
 #include <QMetaType>
 
 extern "C" {
-#include <libavdevice/avdevice.h>
+#include <libavdevice/version.h>
 #include <libavformat/avformat.h>
 }
 
@@ -33,6 +34,9 @@ QMap<QString, int> Vexa::threadCount;
 QMutex Vexa::lockThread;
 QVariantMap Vexa::Config;
 bool Vexa::debug = false;
+
+// Set before init(); read by init() in the same thread.
+static bool devicesOnDemand = false;
 
 namespace {
 
@@ -281,8 +285,37 @@ bool Vexa::init(bool full)
     }
 
     avformat_network_init();
-    avdevice_register_all();
+    if (!devicesOnDemand)
+        initDevices();
     return true;
+}
+
+void Vexa::setDevicesOnDemand(bool onDemand)
+{
+    devicesOnDemand = onDemand;
+}
+
+bool Vexa::initDevices()
+{
+    // Opened rather than linked, so that a program that never uses a device
+    // does not load the device layer's libraries. Never closed: libavformat
+    // keeps pointers to the devices it registers.
+    static bool loaded = false;
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const QByteArray soname = QByteArrayLiteral("libavdevice.so.") + QByteArray::number(LIBAVDEVICE_VERSION_MAJOR);
+        void *lib = dlopen(soname.constData(), RTLD_NOW | RTLD_LOCAL);
+        auto registerAll = lib ? reinterpret_cast<void (*)()>(dlsym(lib, "avdevice_register_all")) : nullptr;
+        if (!registerAll) {
+            const char *why = dlerror();
+            qCWarning(lcVexaFramework, "cannot load %s (%s): no capture or playback devices",
+                      soname.constData(), why ? why : "no avdevice_register_all");
+            return;
+        }
+        registerAll();
+        loaded = true;
+    });
+    return loaded;
 }
 
 bool Vexa::initSys()

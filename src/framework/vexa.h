@@ -113,7 +113,8 @@ public:
      * "/vexa/config/board.json" unless a configuration was set, and on the
      * full path brings up the media platform (fatal "init system failed" when
      * that fails) and installs the SIGINT handler; then initialises FFmpeg's
-     * network and device layers. Returns true.
+     * network and device layers (the devices later, see setDevicesOnDemand()).
+     * Returns true.
      * Thread: call once from the main thread before creating modules.
      */
     static bool init(bool full = true);
@@ -125,6 +126,24 @@ public:
     static bool setConfig(QString path);
     /** {"version": "3.5.1", "date": "20241031", "build": 29856}. */
     static QVariantMap getVersion();
+
+    /**
+     * FFmpeg's device layer (cameras, screens, sound cards) is a library of
+     * its own that brings about eighty more libraries with it; loading them
+     * is most of a short program's start-up. By default init() loads it and
+     * registers the devices. An application whose pipelines seldom use a
+     * device calls setDevicesOnDemand(true) before init(), and whatever
+     * opens a device calls initDevices() first.
+     * Thread: before init(), from the thread that calls it.
+     */
+    static void setDevicesOnDemand(bool onDemand);
+    /**
+     * Loads FFmpeg's device layer and registers its devices with libavformat,
+     * once per process; later calls return the first result. False, with a
+     * warning naming the library, when it cannot be loaded.
+     * Thread: thread-safe.
+     */
+    static bool initDevices();
 
     /** Board configuration (top-level object of the board file). No lock: set up at start-up. */
     static QVariantMap Config;
