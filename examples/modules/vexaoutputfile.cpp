@@ -381,6 +381,8 @@ bool VexaOutputFile::tryWriteHeader(bool force)
         t.flagsInTag = params[k].value("packetFlags").toString() == QLatin1String("tag");
         t.durationInTag = params[k].value("packetDuration").toString() == QLatin1String("tag");
         t.sampleRate = k == 1 ? params[k].value("sampleRate").toInt() : 0;
+        t.videoDelay = params[k].value("videoDelay").toInt();
+        t.frameRate = AVRational{params[k].value("frameRateNum").toInt(), params[k].value("frameRateDen").toInt()};
         *index[k] = st->index;
     }
     if (oc->nb_streams == 0) {
@@ -480,8 +482,16 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     avpkt->size = pkt.len;
     avpkt->stream_index = index;
     avpkt->pts = VexaMedia::toStreamTime(pkt.pts, t.sourceTimeBase, st->time_base);
-    const qint64 dts = VexaMedia::decodeTime(pkt);
+    qint64 dts = VexaMedia::decodeTime(pkt);
     avpkt->dts = VexaMedia::toStreamTime(dts, t.sourceTimeBase, st->time_base);
+    if (video) {
+        const bool known = dts != VexaMedia::NoPts;
+        dts = followDecodeTime(t, pkt, dts);
+        // A predicted time is not on the source's ticks: straight from
+        // microseconds, as `ffmpeg` converts its own prediction.
+        if (!known && dts != VexaMedia::NoPts)
+            avpkt->dts = av_rescale_q(dts, usTimeBase, st->time_base);
+    }
     if (!video && dts != VexaMedia::NoPts && t.sampleRate > 0 && t.sourceTimeBase.num > 0) {
         // Audio times follow the samples, not the rounding of a coarse
         // source time base (milliseconds in Matroska and FLV), as `ffmpeg
@@ -528,6 +538,32 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     }
     counts->wrote(video, pkt.len);
     return true;
+}
+
+// The decode time of the video packet @p pkt, @p dts when it has one, else the one predicted
+// from the packets before it as `ffmpeg -c copy` predicts it; remembers what
+// the next packet's would be. Microseconds; NoPts when nothing is known yet.
+qint64 VexaOutputFile::followDecodeTime(Track &t, const Packet &pkt, qint64 dts)
+{
+    if (!t.predicting) {
+        t.predicting = true;
+        // Before the first packet: the reorder delay in frames of the average
+        // rate ahead of its presentation time.
+        qint64 start = 0;
+        if (t.frameRate.num > 0 && t.frameRate.den > 0)
+            start = qint64(-t.videoDelay * double(VexaMedia::TimeBase) / av_q2d(t.frameRate));
+        if (pkt.pts != VexaMedia::NoPts)
+            start += pkt.pts;
+        t.nextDtsUs = start;
+    }
+    if (dts == VexaMedia::NoPts)
+        dts = t.nextDtsUs;
+    const qint64 duration = t.flagsInTag && t.durationInTag ? VexaMedia::tagDuration(pkt.tag) : 0;
+    if (dts != VexaMedia::NoPts && duration > 0)
+        t.nextDtsUs = dts + av_rescale_q(duration, t.sourceTimeBase, usTimeBase);
+    else
+        t.nextDtsUs = dts;
+    return dts;
 }
 
 // As `ffmpeg` does before the muxer: a decode time after the presentation

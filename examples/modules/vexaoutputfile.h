@@ -55,7 +55,10 @@ struct AVStream;
  * time base is coarse), packet durations and side data (asked of the sender,
  * see VexaMedia::TagSideData), the source codec tag where the
  * container takes it, stream side data and disposition, and ffmpeg's muxing
- * delay (0.7 s). A decode time that would go backwards is moved, as ffmpeg
+ * delay (0.7 s). A packet without a decode time (the first frames of a
+ * Matroska stream with B-frames) gets the one `ffmpeg` predicts: the first
+ * presentation time less the reorder delay at the average frame rate, then
+ * each packet's duration on. A decode time that would go backwards is moved, as ffmpeg
  * moves it, rather than have the muxer refuse the packet; a packet the
  * muxer still refuses is counted in "rejected".
  *
@@ -107,6 +110,11 @@ private:
         int64_t rescaleLast = INT64_MIN;
         int64_t lastDts = INT64_MIN;    // last decode time given to the muxer; INT64_MIN (AV_NOPTS_VALUE): none
         qint64 firstUs = std::numeric_limits<qint64>::min();
+        // Decode times for packets that come without one, in microseconds.
+        bool predicting = false;        // a packet has been seen
+        qint64 nextDtsUs = std::numeric_limits<qint64>::min();
+        int videoDelay = 0;             // frames of reordering
+        AVRational frameRate{0, 1};     // average
     };
 
     void accept(const Packet &pkt, bool video) override;
@@ -126,6 +134,7 @@ private:
     void closeMuxer();
     bool offersSideData(VexaObject *sender);
     void keepDecodeOrder(Track &t, int formatFlags);
+    qint64 followDecodeTime(Track &t, const Packet &pkt, qint64 dts);
 
     // Shared by the producers and the worker; guarded by gate.
     QMutex gate;

@@ -49,7 +49,10 @@ private slots:
             {"-f", "lavfi", "-i", "sine=sample_rate=44100", "-t", "0.5", "-c:a", "libmp3lame", dir.filePath("clip.mp3")},
             // Video only, B-frames, no decode times in the container.
             {"-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-t", "0.6", "-c:v", "libx264", "-preset", "ultrafast",
-             "-bf", "2", dir.filePath("video.mkv")}};
+             "-bf", "2", dir.filePath("video.mkv")},
+            // Variable frame rate: the predicted first decode times fall between milliseconds.
+            {"-f", "lavfi", "-i", "testsrc=size=160x120:rate=30", "-t", "0.6", "-vf", "setpts='(N*1001+if(mod(N,4),0,377))/30000/TB'",
+             "-fps_mode", "passthrough", "-c:v", "libx264", "-preset", "ultrafast", "-bf", "2", dir.filePath("vfr.mkv")}};
         for (const QStringList &args : shortClips)
             QVERIFY2(MediaProbe::ffmpeg(args, &error), qPrintable(error));
         // What a container holds beside the packets: its own aspect ratio
@@ -112,6 +115,7 @@ private slots:
         // Packet side data (skip samples: the encoder delay and the end trim).
         QTest::newRow("mp3, audio only") << "clip.mp3" << "out.mp3" << QString() << false;
         QTest::newRow("video only, mkv to mp4") << "video.mkv" << "video-out.mp4" << QString() << false;
+        QTest::newRow("variable frame rate, mkv to mp4") << "vfr.mkv" << "vfr.mp4" << QString() << false;
         // The source's codec tag where the container takes it.
         QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString() << false;
         QTest::newRow("rotated video") << "rotated.mp4" << "rotated-out.mp4" << QString() << false;
