@@ -58,6 +58,17 @@ public:
      * AVPacketSideDataType number.
      */
     static constexpr qint32 TagSideData = 0x80;
+    /**
+     * Flag in the low byte of Packet::tag, on A only: the packet is not of
+     * the audio stream described but of one of the "extraStreams" of the A
+     * description (a source told to send every stream of its input:
+     * subtitles, data, further audio and video tracks). While sendPacketA
+     * runs, the sender's invokable packetStream() (listed in its
+     * directInvokeNames) says which: its "stream" number in that list.
+     * Receivers that do not take extra streams skip these packets
+     * (extraStream() tells them apart).
+     */
+    static constexpr qint32 TagExtraStream = 0x40;
     /** Where the packet duration starts in Packet::tag (24 bits, unsigned). */
     static constexpr int TagDurationShift = 8;
     /** The duration carried in @p tag, in stream ticks; 0 when none. */
@@ -125,6 +136,16 @@ public:
      * source's timestamps gives (microseconds directly when @p source is 0/x).
      */
     static int64_t toStreamTime(qint64 us, AVRational source, AVRational stream);
+
+    /**
+     * The extra stream @p p belongs to (see TagExtraStream), -1 when it is
+     * a packet of the stream described, or UnknownExtraStream when the
+     * sender marked it but could not say of which. Call it in the sending thread
+     * while the sender's sendPacketA runs; the flag is believed only of
+     * senders that offer packetStream(), as other senders need not set tag.
+     */
+    static int extraStream(const VexaObject::Packet &p);
+    static constexpr int UnknownExtraStream = std::numeric_limits<int>::max();
 
     /** The decode time of @p p: altPts when set, else pts. */
     static qint64 decodeTime(const VexaObject::Packet &p) { return p.altPts != -1 ? p.altPts : p.pts; }

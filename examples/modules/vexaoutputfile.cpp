@@ -6,6 +6,7 @@
 #include <QMutexLocker>
 #include <QThread>
 
+#include <algorithm>
 #include <cstring>
 
 #include "vexaexamples_p.h"
@@ -31,6 +32,9 @@ const int headerWaitPackets = 64;
 // it by default (-muxdelay 0.7): MPEG-TS packs audio frames into PES
 // packets up to this delay and starts its timestamps at twice it.
 const int muxDelayUs = 700000;
+// The key of a packet's extra stream number among its side data (which is
+// keyed by AVPacketSideDataType numbers).
+const QString extraStreamKey = QStringLiteral("stream");
 // Zeroed bytes behind each payload copy, as FFmpeg expects of packet buffers.
 const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
 
@@ -111,6 +115,19 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     QVariantMap side;
     if (p.data && in.sender && (in.tag & VexaMedia::TagSideData) && offersSideData(in.sender))
         side = in.sender->invoke(QStringLiteral("packetSideData")).toMap();
+    // A packet of one of the source's extra streams remembers which, beside
+    // its side data; one that cannot (no payload to remember it by, or the
+    // sender could not say) is not written into the audio stream.
+    if (!video) {
+        const int extra = VexaMedia::extraStream(in);
+        if (extra == VexaMedia::UnknownExtraStream || (extra >= 0 && !p.data)) {
+            pool.release(p.data);
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        if (extra >= 0)
+            side.insert(extraStreamKey, extra);
+    }
 
     locker.relock();
     // Another sender of the same kind may have filled the queue meanwhile.
@@ -364,26 +381,69 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     if (!go)
         return false;
 
-    const QVariantMap params[2] = {haveV ? inInfoV.params : QVariantMap(), haveA ? inInfoA.params : QVariantMap()};
-    int *index[2] = {&streamV, &streamA};
-    for (int k = 0; k < 2; ++k) {
-        if (params[k].isEmpty())
-            continue;
-        const AVStream *st = VexaMedia::addStream(oc, params[k]);
+    // The streams in the order of the source's input when it sends extra
+    // streams (as `ffmpeg -map 0` keeps them), else video, then audio.
+    struct Wanted {
+        QVariantMap params;
+        int kind;                   // 1: video, 0: audio, 2: extra
+        int extra;                  // extra stream number
+    };
+    QList<Wanted> wanted;
+    if (haveV)
+        wanted.append({inInfoV.params, 1, -1});
+    if (haveA && inInfoA.params.value("kind").toString() != QLatin1String("none"))
+        wanted.append({inInfoA.params, 0, -1});
+    const QVariantList extras = haveA ? inInfoA.params.value("extraStreams").toList() : QVariantList();
+    for (const QVariant &e : extras) {
+        const QVariantMap m = e.toMap();
+        wanted.append({m, 2, m.value("stream").toInt()});
+    }
+    if (!extras.isEmpty()) {
+        std::stable_sort(wanted.begin(), wanted.end(), [](const Wanted &a, const Wanted &b) {
+            return a.params.value("index").toInt() < b.params.value("index").toInt();
+        });
+    }
+    extraTracks.clear();
+    for (const Wanted &w : qAsConst(wanted)) {
+        const QVariantMap &params = w.params;
+        const QString kind = params.value("kind").toString();
+        if (w.kind == 2) {
+            // A stream the container cannot hold is left out, and said,
+            // rather than have the whole header refused.
+            const auto id = AVCodecID(params.value("codecId").toInt());
+            if (w.extra < 0 || w.extra > 1024 || avformat_query_codec(oc->oformat, id, FF_COMPLIANCE_NORMAL) == 0) {
+                qCWarning(lcExamples).noquote() << QStringLiteral("[%1] %2 stream %3 (%4) left out: %5 cannot hold it")
+                                                   .arg(name(), kind, params.value("index").toString(),
+                                                        params.value("codecName").toString(), QString::fromLatin1(oc->oformat->name));
+                continue;
+            }
+        }
+        const AVStream *st = VexaMedia::addStream(oc, params);
         if (!st) {
-            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
-                                  .arg(name(), k == 0 ? "video" : "audio", params[k].value("codecName").toString());
+            if (w.kind == 2)
+                qCWarning(lcExamples).noquote() << QStringLiteral("[%1] %2 stream %3 (%4) left out: no codec to describe it")
+                                                   .arg(name(), kind, params.value("index").toString(), params.value("codecName").toString());
+            else
+                qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
+                                      .arg(name(), w.kind == 1 ? "video" : "audio", params.value("codecName").toString());
             continue;
         }
-        Track &t = tracks[k == 0 ? 1 : 0];
-        t = Track();
-        t.sourceTimeBase = st->time_base;
-        t.flagsInTag = params[k].value("packetFlags").toString() == QLatin1String("tag");
-        t.durationInTag = params[k].value("packetDuration").toString() == QLatin1String("tag");
-        t.sampleRate = k == 1 ? params[k].value("sampleRate").toInt() : 0;
-        t.videoDelay = params[k].value("videoDelay").toInt();
-        t.frameRate = AVRational{params[k].value("frameRateNum").toInt(), params[k].value("frameRateDen").toInt()};
-        *index[k] = st->index;
+        Track fresh;
+        fresh.sourceTimeBase = st->time_base;
+        fresh.flagsInTag = params.value("packetFlags").toString() == QLatin1String("tag");
+        fresh.durationInTag = params.value("packetDuration").toString() == QLatin1String("tag");
+        fresh.sampleRate = kind == QLatin1String("audio") ? params.value("sampleRate").toInt() : 0;
+        fresh.videoDelay = params.value("videoDelay").toInt();
+        fresh.frameRate = AVRational{params.value("frameRateNum").toInt(), params.value("frameRateDen").toInt()};
+        fresh.index = st->index;
+        if (w.kind == 2) {
+            if (extraTracks.size() <= size_t(w.extra))
+                extraTracks.resize(size_t(w.extra) + 1);
+            extraTracks[size_t(w.extra)] = fresh;
+        } else {
+            tracks[w.kind] = fresh;
+            (w.kind == 1 ? streamV : streamA) = st->index;
+        }
     }
     if (oc->nb_streams == 0) {
         fail(QStringLiteral("no usable stream description received for %1").arg(settings.value("path").toString()));
@@ -455,11 +515,26 @@ void VexaOutputFile::writePending()
 bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
 {
     VexaSinkCounters::Kind &c = counts->of(video);
-    const int index = video ? streamV : streamA;
+    // Side data, and the extra stream of a packet that came on A marked as one.
+    QVariantMap side;
+    if (pkt.data && sideDataCount.loadAcquire() > 0) {
+        QMutexLocker locker(&gate);
+        side = sideData.take(pkt.data);
+        sideDataCount.storeRelease(sideData.size());
+    }
+    Track *track = &tracks[video ? 1 : 0];
+    int index = video ? streamV : streamA;
+    const QVariant extra = side.take(extraStreamKey);
+    if (extra.isValid()) {
+        const int n = extra.toInt();
+        track = n >= 0 && size_t(n) < extraTracks.size() ? &extraTracks[size_t(n)] : nullptr;
+        index = track ? track->index : -1;
+    }
     if (index < 0) {
         c.dropped.fetchAndAddRelaxed(1);
         return false;
     }
+    Track &t = *track;
     const AVStream *st = oc->streams[index];
 
     // The muxer gets a reference instead of a copy: the source's own buffer
@@ -477,14 +552,13 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             return false;
         }
     }
-    Track &t = tracks[video ? 1 : 0];
     avpkt->data = reinterpret_cast<uint8_t *>(pkt.data);
     avpkt->size = pkt.len;
     avpkt->stream_index = index;
     avpkt->pts = VexaMedia::toStreamTime(pkt.pts, t.sourceTimeBase, st->time_base);
     qint64 dts = VexaMedia::decodeTime(pkt);
     avpkt->dts = VexaMedia::toStreamTime(dts, t.sourceTimeBase, st->time_base);
-    if (video) {
+    if (video || (extra.isValid() && st->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)) {
         const bool known = dts != VexaMedia::NoPts;
         dts = followDecodeTime(t, pkt, dts);
         // A predicted time is not on the source's ticks: straight from
@@ -492,7 +566,7 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
         if (!known && dts != VexaMedia::NoPts)
             avpkt->dts = av_rescale_q(dts, usTimeBase, st->time_base);
     }
-    if (!video && dts != VexaMedia::NoPts && t.sampleRate > 0 && t.sourceTimeBase.num > 0) {
+    if (t.sampleRate > 0 && dts != VexaMedia::NoPts && t.sourceTimeBase.num > 0) {
         // Audio times follow the samples, not the rounding of a coarse
         // source time base (milliseconds in Matroska and FLV), as `ffmpeg
         // -c copy` writes them; presentation time is the decode time.
@@ -511,19 +585,11 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             ? av_rescale_q(VexaMedia::tagDuration(pkt.tag), t.sourceTimeBase, st->time_base) : 0;
     avpkt->pos = -1;
     keepDecodeOrder(t, oc->oformat->flags);
-    if (pkt.data && sideDataCount.loadAcquire() > 0) {
-        QVariantMap side;
-        {
-            QMutexLocker locker(&gate);
-            side = sideData.take(pkt.data);
-            sideDataCount.storeRelease(sideData.size());
-        }
-        for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
-            const QByteArray bytes = it.value().toByteArray();
-            uint8_t *d = av_packet_new_side_data(avpkt, AVPacketSideDataType(it.key().toInt()), size_t(bytes.size()));
-            if (d)
-                memcpy(d, bytes.constData(), size_t(bytes.size()));
-        }
+    for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
+        const QByteArray bytes = it.value().toByteArray();
+        uint8_t *d = av_packet_new_side_data(avpkt, AVPacketSideDataType(it.key().toInt()), size_t(bytes.size()));
+        if (d)
+            memcpy(d, bytes.constData(), size_t(bytes.size()));
     }
     if (dts != VexaMedia::NoPts) {
         counts->reachedMedia(dts - (t.firstUs == VexaMedia::NoPts ? (t.firstUs = dts) : t.firstUs));

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <vector>
 
 extern "C" {
 #include <libavutil/rational.h>
@@ -42,7 +43,10 @@ struct AVStream;
  * behind when the source cannot open its input.
  *
  * One output stream is created per incoming description (VexaMedia
- * parameters). The header is written once both kinds are described, or once
+ * parameters), and one per extra stream that a source sends on A (see
+ * VexaMedia::TagExtraStream; in the source's input order then, as `ffmpeg
+ * -map 0` keeps them; an extra stream the container cannot hold is left
+ * out with a warning and its packets counted as dropped). The header is written once both kinds are described, or once
  * one kind is described and enough of its packets wait (the other kind is
  * then left out), or at stop. Packets are written interleaved by decode time;
  * the trailer is written on stop, after every queued packet. The muxer gets
@@ -115,6 +119,7 @@ private:
         qint64 nextDtsUs = std::numeric_limits<qint64>::min();
         int videoDelay = 0;             // frames of reordering
         AVRational frameRate{0, 1};     // average
+        int index = -1;                 // output stream
     };
 
     void accept(const Packet &pkt, bool video) override;
@@ -163,6 +168,7 @@ private:
     QList<Packet> pendingA;
     QList<Packet> pendingV;
     Track tracks[2];                // audio, video
+    std::vector<Track> extraTracks;     // by the source's extra stream number; index -1: left out
 };
 
 #endif // VEXAOUTPUTFILE_H

@@ -84,6 +84,14 @@ void VexaOutputNet::unref(QList<Queued> &list)
 
 void VexaOutputNet::accept(const Packet &in, bool video)
 {
+    // The extra streams of a source that sends every stream of its input
+    // are not carried over the network: the stream keeps its best audio and
+    // video, as a live peer expects.
+    if (!video && VexaMedia::extraStream(in) != -1) {
+        if (extraSkipped.fetchAndAddRelaxed(1) == 0)
+            qCWarning(lcExamples).noquote() << QStringLiteral("[%1] the source's extra streams are not sent (only its best audio and video)").arg(name());
+        return;
+    }
     VexaSinkCounters::Kind &c = counts->of(video);
     c.received.fetchAndAddRelaxed(1);
     if (in.len < 0 || (in.len > 0 && !in.data)) {

@@ -151,6 +151,7 @@ private:
     qint64 openTimeoutMs = 0;
     qint64 writeTimeoutMs = 0;
     QString url;
+    QAtomicInt extraSkipped = 0;     // packets of a source's extra streams, not sent
 };
 
 #endif // VEXAOUTPUTNET_H

@@ -66,6 +66,12 @@ private slots:
         QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-i", dir.filePath("tags.txt"), "-map", "0", "-map_metadata", "1", "-map_chapters", "1",
                                     "-c", "copy", "-metadata:s:v:0", "language=eng", "-metadata:s:a:0", "language=fra",
                                     dir.filePath("tags.mkv")}));
+        // Every kind of stream: two audio tracks, one with a language, and subtitles.
+        VexaTest::writeFile(dir.filePath("subs.srt"), "1\n00:00:00,000 --> 00:00:00,800\nOne\n\n"
+                                                      "2\n00:00:01,000 --> 00:00:01,500\nTwo\n");
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-f", "lavfi", "-i", "sine=frequency=880:duration=2", "-i", dir.filePath("subs.srt"),
+                                    "-map", "0", "-map", "1", "-map", "2", "-c:v", "copy", "-c:a", "aac", "-c:s", "srt",
+                                    "-metadata:s:a:1", "language=deu", dir.filePath("multi.mkv")}));
         // A rotated video: the display matrix is stream side data.
         QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-metadata:s:v:0", "rotate=90", dir.filePath("rotated.mp4")}));
         // Raw video: every frame (28800 bytes) is larger than a 20000-byte ring.
@@ -186,6 +192,44 @@ private slots:
         const QByteArray dotText = dot.readAll();
         for (const char *edge : {"\"in\" -> \"out\" [label=\"V\"", "\"in\" -> \"out\" [label=\"A\"", "stoped"})
             QVERIFY2(dotText.contains(edge), dotText.constData());
+    }
+
+    // "streams": "all" carries every stream, as `ffmpeg -map 0 -c copy`; one
+    // the container cannot hold is left out and its packets counted as lost.
+    void allStreams_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QStringList>("referenceMaps");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("mkv to mkv") << "all.mkv" << QStringList{"-map", "0"} << 0;
+        QTest::newRow("mkv to mp4, no subtitles there") << "all.mp4" << QStringList{"-map", "0", "-map", "-0:s"} << 5;
+    }
+    void allStreams()
+    {
+        QFETCH(QString, target);
+        QFETCH(QStringList, referenceMaps);
+        QFETCH(int, exitCode);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed to make and read test media");
+        const QString in = dir.filePath("multi.mkv");
+        const QString out = dir.filePath(target);
+        QProcess proc;
+        const QByteArray pipeline = VexaTest::pipeline("InputFile", QStringLiteral("\"path\": \"%1\", \"streams\": \"all\"").arg(in),
+                                                       "OutputFile", QStringLiteral("\"path\": \"%1\"").arg(out));
+        QVERIFY(VexaTest::run(proc, VEXA_LAUNCH, {writePipeline(pipeline)}, 120000));
+        const QByteArray err = proc.readAllStandardError();
+        QCOMPARE(proc.exitCode(), exitCode);
+        if (exitCode != 0)
+            QVERIFY2(err.contains("subtitle stream 3 (subrip) left out: mp4 cannot hold it"), err.constData());
+        const QString reference = dir.filePath("ffmpeg-" + target);
+        QVERIFY(MediaProbe::ffmpeg(QStringList{"-i", in} + referenceMaps + QStringList{"-c", "copy", reference}));
+        MediaProbe::Streams want, got;
+        QString error;
+        QVERIFY2(MediaProbe::probe(reference, &want, &error), qPrintable(error));
+        QVERIFY2(MediaProbe::probe(out, &got, &error), qPrintable(error));
+        error = MediaProbe::mismatch(want, got);
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+        QCOMPARE(MediaProbe::containerFacts(out), MediaProbe::containerFacts(reference));
     }
 
     // A looping, paced input never ends by itself; Ctrl-C, SIGTERM and SIGHUP
