@@ -448,7 +448,7 @@ private slots:
 
         inspect("list", {}, 0,
                 {"Module classes \\(5\\)",
-                 "InputFile\\s+VexaInputFile\\s+settings: path, loop, realtime, copyTimestamps  \\[sends: audio, video, events; accepts: none\\]",
+                 "InputFile\\s+VexaInputFile\\s+settings: path, loop, realtime, copyTimestamps, streams  \\[sends: audio, video, events; accepts: none\\]",
                  "InputNet\\s+VexaInputNet", "OutputFile\\s+VexaOutputFile", "OutputNet\\s+VexaOutputNet",
                  "PacketStats\\s+VexaPacketStats"},
                 {"VexaObject\\b\\s*\\n"});
