@@ -20,7 +20,7 @@ extern "C" {
 #include "vexabase_version.h"
 #include "vexaframeworklog_p.h"
 #include "vexahi.h"
-#include "vexainputnet_p.h"
+#include "vexainterruptthreads_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
 #include "vexanames.h"
@@ -290,6 +290,16 @@ bool Vexa::init(bool full)
     return true;
 }
 
+bool Vexa::addInterruptThread(QThread *thread)
+{
+    return vexaAddInterruptThread(thread);
+}
+
+void Vexa::removeInterruptThread(QThread *thread)
+{
+    vexaRemoveInterruptThread(thread);
+}
+
 void Vexa::setDevicesOnDemand(bool onDemand)
 {
     devicesOnDemand = onDemand;
@@ -353,7 +363,7 @@ QVariantMap Vexa::getVersion()
 
 void signalHandler(int)
 {
-    const bool timerStopped = vexaStopNetTimer();
+    const bool timerStopped = vexaStopInterruptThreads();
     VexaHi::mmzClear();
     if (!timerStopped) {
         // Destroying the still running static timer thread at exit would

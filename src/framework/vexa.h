@@ -128,6 +128,17 @@ public:
     static QVariantMap getVersion();
 
     /**
+     * A static thread of a module library that the SIGINT handler quits and
+     * waits for (up to about a second) before the process exits: a thread
+     * object destroyed at exit while its thread runs aborts the process.
+     * Up to 16 threads; false when none is left (or @p thread is null).
+     * Remove it before the thread object is destroyed.
+     * Thread: thread-safe.
+     */
+    static bool addInterruptThread(QThread *thread);
+    static void removeInterruptThread(QThread *thread);
+
+    /**
      * FFmpeg's device layer (cameras, screens, sound cards) is a library of
      * its own that brings about eighty more libraries with it; loading them
      * is most of a short program's start-up. By default init() loads it and
@@ -151,7 +162,7 @@ public:
     static bool debug;
 };
 
-/** SIGINT handler: stops the network-input timer thread, frees media memory, exit(0). */
+/** SIGINT handler: stops the network-input timer thread and the threads of addInterruptThread(), frees media memory, exit(0). */
 VEXABASE_EXPORT void signalHandler(int);
 
 #endif // VEXA_H

@@ -321,6 +321,7 @@ private slots:
         QTest::newRow("QLibrary") << plain << "qlibrary" << QByteArray("mmz left 0, timer stopped");
         QTest::newRow("dlopen") << plain << "dlopen" << QByteArray("mmz left 0, timer stopped");
         QTest::newRow("no module") << plain << "none" << QByteArray("mmz left 0, timer absent");
+        QTest::newRow("registered thread") << plain << "registered" << QByteArray("mmz left 0, timer stopped");
     }
     void sigint()
     {
