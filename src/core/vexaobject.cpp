@@ -11,6 +11,7 @@
 #include "vexa.h"
 #include "vexacorelog_p.h"
 #include "vexadelivery_p.h"
+#include "vexahop_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
 #include "vexathreaduses_p.h"
@@ -85,13 +86,6 @@ void storeBound(qint32 &bound, qint32 value)
     __atomic_store_n(&bound, value, __ATOMIC_RELAXED);
 }
 
-// True when a call from the current thread into @p obj must not wait for
-// obj's event loop: there is none (no application object) or the caller is
-// that loop's own thread.
-bool runsHere(const QObject *obj)
-{
-    return !QCoreApplication::instance() || obj->thread() == QThread::currentThread();
-}
 
 } // namespace
 
@@ -138,7 +132,7 @@ bool VexaObject::setData(QVariantMap data)
             pendingData.insert(it.key(), it.value());
         return true;
     }
-    if (QCoreApplication::instance())
+    if (VexaHop::hasEventLoop())
         QMetaObject::invokeMethod(this, "onSetDataPriv", Qt::QueuedConnection, Q_ARG(QVariantMap, data));
     else
         onSetDataPriv(data);
@@ -176,7 +170,7 @@ QVariantMap VexaObject::getData()
     QVariantMap result;
     // Without an application object nothing was moved and there is no event
     // loop to hop through: read in the caller, as in the object's own thread.
-    const bool hop = loadState() == started && !runsHere(this);
+    const bool hop = loadState() == started && !VexaHop::runsHere(this);
     QMetaObject::invokeMethod(this, "doGetData", hop ? Qt::BlockingQueuedConnection : Qt::DirectConnection,
                               Q_RETURN_ARG(QVariantMap, result));
     return result;
@@ -214,7 +208,7 @@ bool VexaObject::start()
     storeState(started);
     blockSignals(false);
 
-    const bool direct = !QCoreApplication::instance();
+    const bool direct = !VexaHop::hasEventLoop();
     if (direct) {
         if (!pendingData.isEmpty()) {
             onSetDataPriv(pendingData);
@@ -277,15 +271,15 @@ bool VexaObject::stop(bool block)
     if (loadState() != started)
         return false;
     storeState(stoped);
-    if (!QCoreApplication::instance()) {
+    if (!VexaHop::hasEventLoop()) {
         onStop();
         return true;
     }
     // A blocking stop from the object's own thread runs onStop at once:
     // waiting for its own event loop would never end.
-    const Qt::ConnectionType type = !block ? Qt::QueuedConnection
-        : runsHere(this)                   ? Qt::DirectConnection
-                                           : Qt::BlockingQueuedConnection;
+    const Qt::ConnectionType type = !block                   ? Qt::QueuedConnection
+                                   : VexaHop::runsHere(this) ? Qt::DirectConnection
+                                                             : Qt::BlockingQueuedConnection;
     QMetaObject::invokeMethod(this, "onStop", type);
     return true;
 }
@@ -324,7 +318,7 @@ void VexaObject::destroy()
     // The payload ring goes with the object, after onStop: a module that
     // flushes queued payloads in onStop never reads freed memory.
     payloadArena.releaseOnDelete = true;
-    if (!QCoreApplication::instance()) {
+    if (!VexaHop::hasEventLoop()) {
         // onStop has run in stop(), and no event loop would ever run a
         // deferred delete.
         delete this;
@@ -375,7 +369,7 @@ QVariant VexaObject::invoke(QString name, QVariant arg)
         return result;
     // Called from the object's own thread, a blocking call would wait for
     // itself: it runs directly, as a listed name does.
-    const Qt::ConnectionType type = runsHere(this) || directInvokeNames.contains(name)
+    const Qt::ConnectionType type = VexaHop::runsHere(this) || directInvokeNames.contains(name)
         ? Qt::DirectConnection
         : Qt::BlockingQueuedConnection;
     const QByteArray method = name.toLatin1();
@@ -444,7 +438,7 @@ void VexaObject::sendInfoV(StreamInfo info)
 // description is handled at once.
 bool VexaObject::invokeInfoA(StreamInfo info)
 {
-    if (!QCoreApplication::instance()) {
+    if (!VexaHop::hasEventLoop()) {
         onNewInfoAPriv(info);
         return true;
     }
@@ -453,7 +447,7 @@ bool VexaObject::invokeInfoA(StreamInfo info)
 
 bool VexaObject::invokeInfoV(StreamInfo info)
 {
-    if (!QCoreApplication::instance()) {
+    if (!VexaHop::hasEventLoop()) {
         onNewInfoVPriv(info);
         return true;
     }

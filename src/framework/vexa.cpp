@@ -20,6 +20,7 @@ extern "C" {
 #include "vexabase_version.h"
 #include "vexaframeworklog_p.h"
 #include "vexahi.h"
+#include "vexahop_p.h"
 #include "vexainterruptthreads_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
@@ -46,18 +47,11 @@ QGenericArgument streamInfoArg(const VexaObject::StreamInfo &info)
     return QArgument<VexaObject::StreamInfo>("StreamInfo", info);
 }
 
-// Queued into the receiver's thread, or a direct call when there is no
-// application object and so no event loop to queue to.
-Qt::ConnectionType hop()
-{
-    return QCoreApplication::instance() ? Qt::QueuedConnection : Qt::DirectConnection;
-}
-
 // The unlink notice reaches the receiver whether or not a link existed,
 // behind any description the same source queued before.
 void noticeUnlink(VexaObject *dst, const char *slot, const VexaObject::StreamInfo &info)
 {
-    QMetaObject::invokeMethod(dst, slot, hop(), streamInfoArg(info));
+    QMetaObject::invokeMethod(dst, slot, VexaHop::queued(), streamInfoArg(info));
 }
 
 // A source's outgoing description as a destination receives it.
@@ -146,7 +140,7 @@ QThread *Vexa::newThread(QString &name, QThread::Priority priority)
         QThread *thread = new QThread();
         // The thread object lives in the application thread, whose event loop
         // deletes it once it has finished, whichever thread released it last.
-        if (QCoreApplication::instance())
+        if (VexaHop::hasEventLoop())
             thread->moveToThread(QCoreApplication::instance()->thread());
         threadMap.insert(name, thread);
         thread->setObjectName(name);
@@ -169,7 +163,7 @@ void Vexa::delThread(QString name)
 
     QThread *thread = threadMap.value(name);
     thread->requestInterruption();
-    if (!QCoreApplication::instance()) {
+    if (!VexaHop::hasEventLoop()) {
         // No event loop delivers posted calls: quit at once, and free the
         // thread object from a helper that waits for the thread to end.
         thread->quit();
@@ -229,7 +223,7 @@ VexaObject *Vexa::linkV(VexaObject *src, VexaObject *dst)
 VexaObject *Vexa::linkE(VexaObject *src, VexaObject *dst)
 {
     QObject::connect(src, SIGNAL(newEvent(QString,QVariant)), dst, SLOT(onNewEvent(QString,QVariant)),
-                     Qt::ConnectionType(Qt::UniqueConnection | hop()));
+                     Qt::ConnectionType(Qt::UniqueConnection | VexaHop::queued()));
     return dst;
 }
 
