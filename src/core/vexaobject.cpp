@@ -237,21 +237,13 @@ bool VexaObject::start()
     // Descriptions that arrived before the start reach the module after
     // onStart, once each (the last one of each kind); directly when there is
     // no event loop to post to.
-    if (pendingInfoA.type != 0) {
-        const StreamInfo parked = pendingInfoA;
-        pendingInfoA.type = 0;
-        if (direct)
-            onNewInfoAPriv(parked);
-        else
-            QMetaObject::invokeMethod(this, "onNewInfoAPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, parked));
-    }
-    if (pendingInfoV.type != 0) {
-        const StreamInfo parked = pendingInfoV;
-        pendingInfoV.type = 0;
-        if (direct)
-            onNewInfoVPriv(parked);
-        else
-            QMetaObject::invokeMethod(this, "onNewInfoVPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, parked));
+    for (const bool video : {false, true}) {
+        StreamInfo &pending = video ? pendingInfoV : pendingInfoA;
+        if (pending.type != 0) {
+            const StreamInfo parked = pending;
+            pending.type = 0;
+            postInfo(video, parked);
+        }
     }
     return true;
 }
@@ -434,44 +426,49 @@ void VexaObject::sendInfoV(StreamInfo info)
     emit newInfoV(info);
 }
 
-// Without an application object there is no event loop to queue to: the
-// description is handled at once.
 bool VexaObject::invokeInfoA(StreamInfo info)
 {
-    if (!VexaHop::hasEventLoop()) {
-        onNewInfoAPriv(info);
-        return true;
-    }
-    return QMetaObject::invokeMethod(this, "onNewInfoAPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, info));
+    return postInfo(false, info);
 }
 
 bool VexaObject::invokeInfoV(StreamInfo info)
 {
+    return postInfo(true, info);
+}
+
+// Without an application object there is no event loop to queue to: the
+// description is handled at once.
+bool VexaObject::postInfo(bool video, const StreamInfo &info)
+{
     if (!VexaHop::hasEventLoop()) {
-        onNewInfoVPriv(info);
+        takeInfo(video, info);
         return true;
     }
-    return QMetaObject::invokeMethod(this, "onNewInfoVPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, info));
+    return QMetaObject::invokeMethod(this, video ? "onNewInfoVPriv" : "onNewInfoAPriv", Qt::QueuedConnection,
+                                     Q_ARG(StreamInfo, info));
 }
 
 void VexaObject::onNewInfoAPriv(StreamInfo info)
 {
-    if (loadState() != started) {
-        pendingInfoA = info;
-        return;
-    }
-    if (acceptInfo(inInfoA, info))
-        onNewInfoA(inInfoA);
+    takeInfo(false, info);
 }
 
 void VexaObject::onNewInfoVPriv(StreamInfo info)
 {
+    takeInfo(true, info);
+}
+
+// Parked until start; accepted once started, and handed to the module when
+// it is a change.
+void VexaObject::takeInfo(bool video, const StreamInfo &info)
+{
     if (loadState() != started) {
-        pendingInfoV = info;
+        (video ? pendingInfoV : pendingInfoA) = info;
         return;
     }
-    if (acceptInfo(inInfoV, info))
-        onNewInfoV(inInfoV);
+    StreamInfo &current = video ? inInfoV : inInfoA;
+    if (acceptInfo(current, info))
+        video ? onNewInfoV(current) : onNewInfoA(current);
 }
 
 VexaObject::StreamInfo VexaObject::getStreamInfoA()
