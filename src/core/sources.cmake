@@ -1,5 +1,5 @@
 # Module objects: VexaObject and its records; the payload pool for lossless
 # modules; the private bookkeeping of links, packet deliveries and thread uses.
 vexa_folder_files(
-    SOURCES vexaobject.cpp vexapayloadpool.cpp vexacorelog.cpp vexadelivery.cpp vexalinktable.cpp vexathreaduses.cpp
+    SOURCES vexaobject.cpp vexapayloadpool.cpp vexalog.cpp vexadelivery.cpp vexalinktable.cpp vexathreaduses.cpp
     PUBLIC_HEADERS vexaobject.h VexaObject vexapayloadpool.h VexaPayloadPool)

@@ -9,11 +9,11 @@
 #include <QMetaEnum>
 
 #include "vexa.h"
-#include "vexacorelog_p.h"
 #include "vexadelivery_p.h"
 #include "vexahop_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
+#include "vexalog_p.h"
 #include "vexathreaduses_p.h"
 
 namespace {

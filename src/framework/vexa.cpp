@@ -18,12 +18,12 @@ extern "C" {
 }
 
 #include "vexabase_version.h"
-#include "vexaframeworklog_p.h"
 #include "vexahi.h"
 #include "vexahop_p.h"
 #include "vexainterruptthreads_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
+#include "vexalog_p.h"
 #include "vexanames.h"
 #include "vexaobject.h"
 #include "vx_mpi_sys_p.h"
@@ -93,7 +93,7 @@ VexaObject *Vexa::create(QString className, QString name)
     classCount.insert(className, count);
 
     if (name.isEmpty())
-        name = QString::asprintf("%s_%d", cls.constData(), count).remove(VexaNames::classPrefix());
+        name = VexaNames::generatedObjectName(cls, count);
 
     // Suffixes go on the base name, never on an already suffixed one.
     const QByteArray base = name.toLatin1();
