@@ -267,14 +267,19 @@ private slots:
         const QString out = dir.filePath(target);
         QFile::remove(out);
         QByteArray pipeline = remuxPipeline(clip, out);
+        // The slow module holds the stop open until the test has sent its
+        // last signal and seen it taken (a file the test writes), at most a
+        // minute; for the third signal, which ends the run at once, ten seconds.
+        const QString release = dir.filePath(target + QStringLiteral(".release"));
+        QFile::remove(release);
         if (count > 1) {
-            const int stopDelayMs = count == 2 ? 500 : 10000;
+            const int stopDelayMs = count == 2 ? 60000 : 10000;
             pipeline = QStringLiteral(R"({"modules": [
                 {"class": "InputFile", "name": "in", "settings": {"path": "%1"}},
-                {"class": "LossySink", "name": "slow", "settings": {"dropping": true, "stopDelayMs": %3}},
+                {"class": "LossySink", "name": "slow", "settings": {"dropping": true, "stopDelayMs": %3, "stopUntil": "%4"}},
                 {"class": "OutputFile", "name": "out", "settings": {"path": "%2"}}],
                 "links": [{"from": "in", "to": "slow", "kind": "V"}, {"from": "in", "to": "out", "kind": "A"},
-                          {"from": "in", "to": "out", "kind": "V"}]})").arg(clip, out).arg(stopDelayMs).toUtf8();
+                          {"from": "in", "to": "out", "kind": "V"}]})").arg(clip, out).arg(stopDelayMs).arg(release).toUtf8();
         }
         QProcess proc;
         QVERIFY(VexaTest::start(proc, VEXA_LAUNCH, {writePipeline(pipeline), "--set", "in.loop=true", "--set", "in.realtime=true",
@@ -294,6 +299,10 @@ private slots:
         for (int i = 1; i < count; ++i) {
             QVERIFY2(VexaTest::waitForMatches(proc, QRegularExpression(steps.at(i - 1)), 1, 60000, &err), err.constData());
             QCOMPARE(::kill(pid_t(pid), sig), 0);
+        }
+        if (count == 2) {
+            QVERIFY2(VexaTest::waitForMatches(proc, QRegularExpression(steps.at(1)), 1, 60000, &err), err.constData());
+            VexaTest::writeFile(release, "go");
         }
         QVERIFY(proc.waitForFinished(60000));
         err += proc.readAllStandardError();
