@@ -11,7 +11,7 @@ else
     packages=(
         g++ cmake make pkg-config
         qtbase5-dev qtbase5-dev-tools
-        qtbase5-private-dev   # QMetaCallEvent for the ThreadSanitizer annotations (tests/tsan)
+        qtbase5-private-dev   # QMetaCallEvent for the ThreadSanitizer annotations (instruments/tsan)
         libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
         ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
         graphviz    # dot: pipeline graphs as SVG
