@@ -13,6 +13,7 @@
 #include "vexadelivery_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
+#include "vexapacketqueue.h"
 #include "vexathreaduses_p.h"
 
 namespace {
@@ -213,6 +214,8 @@ bool VexaObject::start()
 
     storeState(started);
     blockSignals(false);
+    // The module's packet queues take packets again.
+    VexaPacketQueue::ownerRunning(this, true);
 
     const bool direct = !QCoreApplication::instance();
     if (direct) {
@@ -277,6 +280,9 @@ bool VexaObject::stop(bool block)
     if (loadState() != started)
         return false;
     storeState(stoped);
+    // Senders held back by the module's packet queues return now, not once
+    // onStop has run, and what they send from here on is dropped.
+    VexaPacketQueue::ownerRunning(this, false);
     if (!QCoreApplication::instance()) {
         onStop();
         return true;
