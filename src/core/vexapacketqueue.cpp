@@ -142,10 +142,10 @@ bool VexaPacketQueue::consumerThreadIsCurrent() const
 }
 
 // With the lock held: whether the wake handler is to be called now (@p full:
-// a sender found its kind full); marks it called until the next take.
-bool VexaPacketQueue::wakeDue(bool full)
+// a sender found the queue of @p lane full); marks it called until the next take.
+bool VexaPacketQueue::wakeDue(bool full, const Lane &lane)
 {
-    if (signalled || (!full && lanes[Audio].size() + lanes[Video].size() < wakeThreshold))
+    if (signalled || (!full && lane.size() < wakeThreshold))
         return false;
     signalled = true;
     return true;
@@ -160,7 +160,7 @@ bool VexaPacketQueue::push(const Packet &pkt, Kind kind)
         QMutexLocker locker(&mutex);
         Lane &lane = lanes[kind];
         if (!closed && !fits(lane, pkt)) {
-            wake = wakeDue(true);
+            wake = wakeDue(true, lane);
             switch (rule) {
             case DropNewest:
                 break;
@@ -193,7 +193,7 @@ bool VexaPacketQueue::push(const Packet &pkt, Kind kind)
                     QDeadlineTimer deadline(holdBackMs < 0 ? QDeadlineTimer::Forever : QDeadlineTimer(holdBackMs));
                     ++waitingSenders;
                     while (!closed && rule == HoldBack && !fits(lane, pkt) && !deadline.hasExpired()) {
-                        if (wake || wakeDue(true)) {
+                        if (wake || wakeDue(true, lane)) {
                             // The consumer must come before we wait for it.
                             wake = false;
                             locker.unlock();
@@ -223,7 +223,7 @@ bool VexaPacketQueue::push(const Packet &pkt, Kind kind)
         }
         if (queued) {
             work.wakeOne();
-            wake = wakeDue(false) || wake;
+            wake = wakeDue(false, lane) || wake;
         }
         lane.dropped += gone.size() + (queued ? 0 : 1);
     }

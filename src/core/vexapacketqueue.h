@@ -108,18 +108,18 @@ public:
 
     /**
      * Called in a sender's thread once per batch, not per packet: when, since
-     * the last take, the wake threshold of packets (both kinds) is reached or
-     * a sender finds its kind full; and whenever a sender in the consumer's
+     * the last take, a kind's queue reaches the wake threshold or a sender
+     * finds its kind full; and whenever a sender in the consumer's
      * thread finds its kind full. A consumer in a Qt thread posts its drain
      * there; one that waits on a descriptor writes to it. Set the handlers
      * before packets flow.
      */
     void setWakeHandler(std::function<void()> handler);
     /**
-     * Packets queued since the last take that make a wake-up worth it (each
-     * is a thread switch); 1 by default. Above 1, a sender that pauses may
-     * leave fewer packets queued until it goes on or the consumer takes for
-     * another reason.
+     * Packets of one kind queued since the last take that make a wake-up
+     * worth it (each is a thread switch); 1 by default. Above 1, a sender
+     * that pauses may leave fewer packets queued until it goes on or the
+     * consumer takes for another reason.
      */
     void setWakeThreshold(int packets);
     /** Called for each packet dropped (before its payload goes back to the pool). */
@@ -167,7 +167,7 @@ private:
     };
     bool fits(const Lane &lane, const Packet &pkt) const;
     bool consumerThreadIsCurrent() const;
-    bool wakeDue(bool full);
+    bool wakeDue(bool full, const Lane &lane);
     void dropped(QVector<Packet> &packets, Kind kind);
     static void takeLane(Lane &lane, QVector<Packet> *out);
 
