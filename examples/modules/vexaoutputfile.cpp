@@ -101,20 +101,13 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     p.data = nullptr;
     if (in.len > 0) {
         // A source that lends its buffer is kept by reference.
-        if (AVBufferRef *ref = VexaMedia::borrow(in.data, in.len, padding)) {
-            p.data = pool.adopt(in.data, &VexaOutputFile::unrefBuffer, ref);
-            if (!p.data)
-                av_buffer_unref(&ref);
-        } else {
-            p.data = pool.acquire(in.data, in.len, padding,
-                                  drop || own ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
-            if (!p.data && own && !drop) {
-                // The ring is full of blocks queued here or kept by the muxer:
-                // write them (making the muxer let go) and try again.
-                ringStarved.storeRelease(1);
-                drain();
-                p.data = pool.acquire(in.data, in.len, padding, VexaPayloadPool::NoWait);
-            }
+        p.data = pool.keep(in.data, in.len, padding, drop || own ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+        if (!p.data && own && !drop) {
+            // The ring is full of blocks queued here or kept by the muxer:
+            // write them (making the muxer let go) and try again.
+            ringStarved.storeRelease(1);
+            drain();
+            p.data = pool.keep(in.data, in.len, padding, VexaPayloadPool::NoWait);
         }
         if (!p.data) {
             c.dropped.fetchAndAddRelaxed(1);
@@ -151,12 +144,6 @@ bool VexaOutputFile::waitUntilAccepting(bool own)
         changed.wait(&gate, 100);
     }
     return phase.loadAcquire() == Accepting;
-}
-
-void VexaOutputFile::unrefBuffer(void *opaque)
-{
-    auto *ref = static_cast<AVBufferRef *>(opaque);
-    av_buffer_unref(&ref);
 }
 
 void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
@@ -432,7 +419,7 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     // ring block, released when the muxer lets go of it (it may keep
     // packets to interleave them).
     if (pkt.data) {
-        if (void *lent = pool.disown(pkt.data))
+        if (void *lent = pool.disown(pkt.data, &VexaMedia::bufferLender))
             avpkt->buf = static_cast<AVBufferRef *>(lent);
         else
             avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(pkt.data), pkt.len + padding,

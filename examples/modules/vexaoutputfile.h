@@ -73,7 +73,7 @@ struct AVStream;
  * queued until it goes on or the module stops; in "drop" mode at every
  * batch. A sender that runs in the module's own worker thread (both started
  * with one thread name) never waits for the worker: it writes the batch, or
- * makes room, itself. A payload the sender lends (VexaMedia::Lend) is kept
+ * makes room, itself. A payload the sender lends (VexaPayloadLend) is kept
  * by reference.
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaMediaSink
@@ -117,7 +117,6 @@ private:
     void release(const QVector<Packet> &packets);
     void dropped(const Packet &p, bool video);
     static void releaseBlock(void *opaque, uint8_t *data);
-    static void unrefBuffer(void *opaque);
     void wake();
     void drain();
     bool tryWriteHeader(bool force);

@@ -85,12 +85,6 @@ VexaOutputNet::~VexaOutputNet()
     queue.clear();
 }
 
-void VexaOutputNet::unrefBuffer(void *opaque)
-{
-    auto *ref = static_cast<AVBufferRef *>(opaque);
-    av_buffer_unref(&ref);
-}
-
 void VexaOutputNet::releaseBlock(void *opaque, uint8_t *data)
 {
     static_cast<VexaOutputNet *>(opaque)->pool.release(reinterpret_cast<char *>(data));
@@ -124,13 +118,7 @@ void VexaOutputNet::accept(const Packet &in, bool video)
     // A reference to the source's buffer where it lends one, else a copy
     // (with the padding the muxer expects); the muxer takes either as it is.
     Packet p = in;
-    if (AVBufferRef *ref = VexaMedia::borrow(in.data, in.len, AV_INPUT_BUFFER_PADDING_SIZE)) {
-        p.data = pool.adopt(in.data, &VexaOutputNet::unrefBuffer, ref);
-        if (!p.data)
-            av_buffer_unref(&ref);
-    } else {
-        p.data = pool.acquire(in.data, in.len, AV_INPUT_BUFFER_PADDING_SIZE);
-    }
+    p.data = pool.keep(in.data, in.len, AV_INPUT_BUFFER_PADDING_SIZE);
     if (!p.data) {
         c.dropped.fetchAndAddRelaxed(1);
         return;
@@ -575,7 +563,7 @@ int VexaOutputNet::writeOne(const Packet &p, bool video)
     // The muxer gets a reference instead of a copy: the source's own buffer
     // when it was lent (the pool hands its reference on), else one to the
     // pool's block, released when the muxer lets go of it.
-    if (void *lent = pool.disown(p.data))
+    if (void *lent = pool.disown(p.data, &VexaMedia::bufferLender))
         avpkt->buf = static_cast<AVBufferRef *>(lent);
     else
         avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(p.data), p.len + AV_INPUT_BUFFER_PADDING_SIZE,

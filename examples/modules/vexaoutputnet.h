@@ -73,7 +73,7 @@ class VexaIoDeadline;
  * written to.
  *
  * Thread: onNewPacketA/V copy the payload (or keep the buffer the sender
- * lends, VexaMedia::Lend) and hand the packet over in the sender's thread
+ * lends, VexaPayloadLend) and hand the packet over in the sender's thread
  * through a VexaPacketQueue; the destination is written in the module's
  * sending thread, started by onStart and joined by onStop, which takes
  * whole batches.
@@ -124,7 +124,6 @@ private:
     void closeMuxer();
     void fail(const QString &message);
     void dropList(QVector<Packet> &list, bool video);
-    static void unrefBuffer(void *opaque);
     static void releaseBlock(void *opaque, uint8_t *data);
 
     // Shared by the senders, the worker and the sending thread; guarded by gate.
