@@ -10,8 +10,8 @@
 //    max-size-buffers=B ! fakesink`; 200 is the element's default), at two
 //    lengths, so that the process start-up cancels out.
 // 2. Paced: 10,000 packets per second in drop-oldest mode with a bound of
-//    20 packets into the module pattern: drops and the hand-over latency
-//    (push to take) p50/p99/max.
+//    20 packets into the same two consumers: drops and the hand-over
+//    latency (push to take) p50/p99/max.
 //
 //   vexa_bench_queue [--quick]
 
@@ -153,6 +153,69 @@ static qint64 percentile(std::vector<qint64> v, double q)
     return v[std::min(v.size() - 1, size_t(q * double(v.size())))];
 }
 
+struct Paced {
+    qint64 dropped;
+    std::vector<qint64> latencies;
+};
+
+// @p packets at 10,000 per second into a drop-oldest queue of 20, taken by
+// a module's Qt thread (@p module) or a thread waiting in waitAndTake().
+static Paced pacedRun(int packets, bool module)
+{
+    Paced result{0, {}};
+    result.latencies.reserve(size_t(packets));
+    BenchSink *sink = nullptr;
+    Queue own;
+    Queue *q = &own;
+    QThread *consumer = nullptr;
+    if (module) {
+        sink = new BenchSink;
+        sink->latencies = &result.latencies;
+        sink->start();
+        q = &sink->queue;
+    } else {
+        consumer = QThread::create([&] {
+            Queue::Batch b;
+            while (own.waitAndTake(&b) || own.isOpen()) {
+                const qint64 now = nowNs();
+                for (const Packet &p : qAsConst(b.video))
+                    result.latencies.push_back(now - p.pts);
+            }
+        });
+        consumer->start();
+    }
+    q->setOverflow(Queue::DropOldest);
+    q->setLimits(Queue::Video, {20, -1, -1});
+    QThread::msleep(50);
+    Packet p;
+    p.tag = 0;
+    timespec next;
+    clock_gettime(CLOCK_MONOTONIC, &next);
+    for (int i = 0; i < packets; ++i) {
+        next.tv_nsec += 100000;
+        if (next.tv_nsec >= 1000000000) {
+            next.tv_nsec -= 1000000000;
+            ++next.tv_sec;
+        }
+        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
+        p.altPts = i;
+        p.pts = nowNs();
+        q->push(p, Queue::Video);
+    }
+    result.dropped = q->dropped(Queue::Video);
+    if (module) {
+        while (sink->delivered.load(std::memory_order_acquire) < packets - result.dropped)
+            QThread::usleep(100);
+        QMetaObject::invokeMethod(sink, [] {}, Qt::BlockingQueuedConnection);
+        sink->destroy();
+    } else {
+        own.close();
+        consumer->wait();
+        delete consumer;
+    }
+    return result;
+}
+
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
@@ -187,36 +250,13 @@ int main(int argc, char **argv)
     const int paced = quick ? 5000 : 30000;
     std::printf("2. Paced 10,000 packets/s, drop-oldest, bound 20 (%d packets)\n", paced);
     for (int r = 0; r < rounds; ++r) {
-        auto *sink = new BenchSink;
-        std::vector<qint64> latencies;
-        latencies.reserve(size_t(paced));
-        sink->latencies = &latencies;
-        sink->start();
-        sink->queue.setOverflow(Queue::DropOldest);
-        sink->queue.setLimits(Queue::Video, {20, -1, -1});
-        QThread::msleep(50);
-        Packet p;
-        p.tag = 0;
-        timespec next;
-        clock_gettime(CLOCK_MONOTONIC, &next);
-        for (int i = 0; i < paced; ++i) {
-            next.tv_nsec += 100000;
-            if (next.tv_nsec >= 1000000000) {
-                next.tv_nsec -= 1000000000;
-                ++next.tv_sec;
-            }
-            clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
-            p.altPts = i;
-            p.pts = nowNs();
-            sink->queue.push(p, Queue::Video);
+        for (const bool module : {true, false}) {
+            Paced p = pacedRun(paced, module);
+            std::printf("   %s: dropped %lld, p50 %.1f us, p99 %.1f us, max %.1f us\n",
+                        module ? "module thread  " : "consumer thread", static_cast<long long>(p.dropped),
+                        percentile(p.latencies, 0.5) / 1e3, percentile(p.latencies, 0.99) / 1e3,
+                        percentile(p.latencies, 1.0) / 1e3);
         }
-        while (sink->delivered.load(std::memory_order_acquire) < paced - sink->queue.dropped(Queue::Video))
-            QThread::usleep(100);
-        QMetaObject::invokeMethod(sink, [] {}, Qt::BlockingQueuedConnection);
-        std::printf("   dropped %lld, p50 %.1f us, p99 %.1f us, max %.1f us\n",
-                    static_cast<long long>(sink->queue.dropped(Queue::Video)),
-                    percentile(latencies, 0.5) / 1e3, percentile(latencies, 0.99) / 1e3, percentile(latencies, 1.0) / 1e3);
-        sink->destroy();
     }
     return 0;
 }
