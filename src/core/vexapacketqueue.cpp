@@ -159,7 +159,9 @@ bool VexaPacketQueue::push(const Packet &pkt, Kind kind)
     {
         QMutexLocker locker(&mutex);
         Lane &lane = lanes[kind];
-        if (!closed && !fits(lane, pkt)) {
+        // A packet bound of 0 keeps nothing: every packet is dropped at once,
+        // whatever the rule (a sender held back would wait for ever).
+        if (!closed && !fits(lane, pkt) && lane.limits.packets != 0) {
             wake = wakeDue(true, lane);
             switch (rule) {
             case DropNewest:
@@ -170,7 +172,6 @@ bool VexaPacketQueue::push(const Packet &pkt, Kind kind)
                     lane.bytes -= qMax(0, old.len);
                     gone.append(old);
                 }
-                // A packet bound of 0 leaves nothing to drop: the new one goes.
                 break;
             case HoldBack:
                 if (consumerThreadIsCurrent()) {

@@ -74,7 +74,11 @@ public:
     enum Kind { Audio = 0, Video = 1 };
     enum Overflow { HoldBack, DropOldest, DropNewest };
 
-    /** Bounds of one kind; -1 (or any negative value) means no bound of that sort. */
+    /**
+     * Bounds of one kind; -1 (or any negative value) means no bound of that
+     * sort. A packet bound of 0 keeps nothing: every packet of that kind is
+     * dropped at once.
+     */
     struct Limits {
         qint32 packets = -1;
         qint64 bytes = -1;
