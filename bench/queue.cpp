@@ -10,8 +10,9 @@
 //    max-size-buffers=B ! fakesink`; 200 is the element's default), at two
 //    lengths, so that the process start-up cancels out.
 // 2. Paced: 10,000 packets per second in drop-oldest mode with a bound of
-//    20 packets into the same two consumers: drops and the hand-over
-//    latency (push to take) p50/p99/max.
+//    20 packets into the same two consumers, and for comparison into the
+//    base class's queue (bufferPacketV, bound 20) drained by a polling
+//    thread: drops and the hand-over latency (push to take) p50/p99/max.
 //
 //   vexa_bench_queue [--quick]
 
@@ -153,6 +154,14 @@ static qint64 percentile(std::vector<qint64> v, double q)
     return v[std::min(v.size() - 1, size_t(q * double(v.size())))];
 }
 
+// The base class's queue (bufferPacketV, bound 20 by default) drained by a
+// thread that polls it, as modules did before VexaPacketQueue.
+class BaseSink : public VexaObject
+{
+public:
+    using VexaObject::takePacketsV;
+};
+
 struct Paced {
     qint64 dropped;
     std::vector<qint64> latencies;
@@ -160,6 +169,50 @@ struct Paced {
 
 // @p packets at 10,000 per second into a drop-oldest queue of 20, taken by
 // a module's Qt thread (@p module) or a thread waiting in waitAndTake().
+static Paced pacedBase(int packets)
+{
+    Paced result{0, {}};
+    result.latencies.reserve(size_t(packets));
+    auto *sink = new BaseSink;
+    sink->start();
+    std::atomic<bool> done{false};
+    QThread *consumer = QThread::create([&] {
+        for (;;) {
+            const bool last = done.load(std::memory_order_acquire);
+            const QList<Packet> batch = sink->takePacketsV();
+            const qint64 now = nowNs();
+            for (const Packet &p : batch)
+                result.latencies.push_back(now - p.pts);
+            if (last)
+                break;
+            if (batch.isEmpty())
+                QThread::yieldCurrentThread();
+        }
+    });
+    consumer->start();
+    QThread::msleep(50);
+    Packet p;
+    p.tag = 0;
+    timespec next;
+    clock_gettime(CLOCK_MONOTONIC, &next);
+    for (int i = 0; i < packets; ++i) {
+        next.tv_nsec += 100000;
+        if (next.tv_nsec >= 1000000000) {
+            next.tv_nsec -= 1000000000;
+            ++next.tv_sec;
+        }
+        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
+        p.pts = nowNs();
+        if (!sink->bufferPacketV(p))
+            ++result.dropped;
+    }
+    done.store(true, std::memory_order_release);
+    consumer->wait();
+    delete consumer;
+    sink->destroy();
+    return result;
+}
+
 static Paced pacedRun(int packets, bool module)
 {
     Paced result{0, {}};
@@ -250,12 +303,12 @@ int main(int argc, char **argv)
     const int paced = quick ? 5000 : 30000;
     std::printf("2. Paced 10,000 packets/s, drop-oldest, bound 20 (%d packets)\n", paced);
     for (int r = 0; r < rounds; ++r) {
-        for (const bool module : {true, false}) {
-            Paced p = pacedRun(paced, module);
-            std::printf("   %s: dropped %lld, p50 %.1f us, p99 %.1f us, max %.1f us\n",
-                        module ? "module thread  " : "consumer thread", static_cast<long long>(p.dropped),
-                        percentile(p.latencies, 0.5) / 1e3, percentile(p.latencies, 0.99) / 1e3,
-                        percentile(p.latencies, 1.0) / 1e3);
+        for (int variant = 0; variant < 3; ++variant) {
+            const Paced p = variant < 2 ? pacedRun(paced, variant == 0) : pacedBase(paced);
+            static const char *const names[] = {"module thread       ", "consumer thread     ", "base queue, polling "};
+            std::printf("   %s: dropped %lld, p50 %.1f us, p99 %.1f us, max %.1f us\n", names[variant],
+                        static_cast<long long>(p.dropped), percentile(p.latencies, 0.5) / 1e3,
+                        percentile(p.latencies, 0.99) / 1e3, percentile(p.latencies, 1.0) / 1e3);
         }
     }
     return 0;
