@@ -9,12 +9,16 @@
 
 namespace {
 
-// The queues of each owner, for its start() and stop().
-QMutex registryMutex;
-QMultiHash<const VexaObject *, VexaPacketQueue *> &registry()
+// The queues of each owner, for its start() and stop(). Never destroyed: a
+// worker thread may still stop an owner while the process exits.
+struct Registry {
+    QMutex mutex;
+    QMultiHash<const VexaObject *, VexaPacketQueue *> queues;
+};
+Registry &registry()
 {
-    static QMultiHash<const VexaObject *, VexaPacketQueue *> queues;
-    return queues;
+    static Registry *const r = new Registry;
+    return *r;
 }
 
 // b - a, or 0 when it does not fit in 64 bits (a timestamp meaning "none").
@@ -30,8 +34,8 @@ VexaPacketQueue::VexaPacketQueue(VexaObject *owner)
     : owner(owner)
 {
     if (owner) {
-        QMutexLocker locker(&registryMutex);
-        registry().insert(owner, this);
+        QMutexLocker locker(&registry().mutex);
+        registry().queues.insert(owner, this);
         closed = owner->getState() != QLatin1String("started");
     }
 }
@@ -39,8 +43,8 @@ VexaPacketQueue::VexaPacketQueue(VexaObject *owner)
 VexaPacketQueue::~VexaPacketQueue()
 {
     if (owner) {
-        QMutexLocker locker(&registryMutex);
-        registry().remove(owner, this);
+        QMutexLocker locker(&registry().mutex);
+        registry().queues.remove(owner, this);
     }
     close();
     clear();
@@ -48,8 +52,8 @@ VexaPacketQueue::~VexaPacketQueue()
 
 void VexaPacketQueue::ownerRunning(const VexaObject *owner, bool running)
 {
-    QMutexLocker locker(&registryMutex);
-    const auto range = registry().equal_range(owner);
+    QMutexLocker locker(&registry().mutex);
+    const auto range = registry().queues.equal_range(owner);
     for (auto it = range.first; it != range.second; ++it)
         running ? it.value()->open() : it.value()->close();
 }
