@@ -227,7 +227,8 @@ bool VexaPacketQueue::push(const Packet &pkt, Kind kind)
             queued = true;
         }
         if (queued) {
-            work.wakeOne();
+            if (waitingConsumers > 0)
+                work.wakeOne();
             wake = wakeDue(false, lane) || wake;
         }
         lane.dropped += gone.size() + (queued ? 0 : 1);
@@ -278,8 +279,10 @@ bool VexaPacketQueue::waitAndTake(Batch *batch, int timeoutMs)
     {
         QMutexLocker locker(&mutex);
         QDeadlineTimer deadline(timeoutMs < 0 ? QDeadlineTimer::Forever : QDeadlineTimer(timeoutMs));
+        ++waitingConsumers;
         while (!closed && lanes[Audio].size() == 0 && lanes[Video].size() == 0 && !deadline.hasExpired())
             work.wait(&mutex, deadline);
+        --waitingConsumers;
     }
     take(batch);
     return !batch->isEmpty();

@@ -189,6 +189,7 @@ private:
     bool closed = false;
     bool signalled = false;  // the wake handler was called since the last take
     int waitingSenders = 0;
+    int waitingConsumers = 0;
     int wakeThreshold = 1;
     QThread *consumer = nullptr;
     VexaPayloadPool *pool = nullptr;
