@@ -48,6 +48,7 @@ class VexaPayloadPool;
  *
  * @code
  *   // constructor
+ *   queue.setPayloadPool(&pool);
  *   queue.setWakeHandler([this] {
  *       if (QThread::currentThread() == thread()) drain();                  // a sender in our thread
  *       else QMetaObject::invokeMethod(this, [this] { drain(); }, Qt::QueuedConnection);
@@ -55,7 +56,7 @@ class VexaPayloadPool;
  *   // onStart
  *   queue.setLimits(VexaPacketQueue::Video, {settings.value("bufLenV", 20).toInt(), -1, -1});
  *   // onNewPacketV, in the sender's thread
- *   pkt.data = pool.acquire(pkt.data, pkt.len);                             // the copy the queue owns
+ *   pkt.data = pool.keep(pkt.data, pkt.len);                                // the copy the queue owns
  *   queue.push(pkt, VexaPacketQueue::Video);
  *   // drain, in the module's thread
  *   VexaPacketQueue::Batch batch;
@@ -63,8 +64,9 @@ class VexaPayloadPool;
  *   for (const Packet &p : batch.video) { use(p); pool.release(p.data); }
  * @endcode
  *
- * Thread: thread-safe. The handlers are called without the queue's lock,
- * in the sender's thread (wake, drop) or the closing thread (drop).
+ * Thread: thread-safe. The handlers are called without the queue's lock, in
+ * the sender's thread (wake, drop), or for drop in the thread that calls
+ * clear() or destroys the queue.
  */
 class VEXABASE_EXPORT VexaPacketQueue
 {
