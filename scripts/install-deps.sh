@@ -18,6 +18,7 @@ else
         time        # /usr/bin/time: CPU time and peak memory in bench/remux.sh
         clang-14 libclang-rt-14-dev   # libFuzzer for the fuzz targets (scripts/fuzz.sh)
         libnginx-mod-rtmp   # nginx with its RTMP module: a real media server in the network tests
+        gstreamer1.0-tools  # gst-launch-1.0: the baseline of bench/queue.cpp (not used by the tests)
     )
 fi
 

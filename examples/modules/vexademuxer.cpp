@@ -193,7 +193,7 @@ VexaObject::Packet VexaDemuxer::packet(bool markSideData) const
 void VexaDemuxer::send(const VexaObject::Packet &out)
 {
     // Receivers in this thread keep the payload by reference, not by copy.
-    const VexaMedia::Lend lend(pkt->buf);
+    const VexaPayloadLend lend = VexaMedia::lend(pkt->buf);
     if (isVideo()) {
         sentPacketsV.fetchAndAddRelaxed(1);
         bytesV.fetchAndAddRelaxed(pkt->size);

@@ -15,8 +15,6 @@ extern "C" {
 
 namespace {
 const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
-// The buffer a source lends while it sends a packet from this thread.
-thread_local const AVBufferRef *lentBuffer = nullptr;
 }
 
 namespace {
@@ -361,24 +359,27 @@ QString VexaMedia::errorText(int error)
     return QString::fromLocal8Bit(text);
 }
 
-VexaMedia::Lend::Lend(const AVBufferRef *buffer)
-    : previous(lentBuffer)
+namespace {
+
+void *refBuffer(void *owner)
 {
-    lentBuffer = buffer;
+    return av_buffer_ref(static_cast<const AVBufferRef *>(owner));
 }
 
-VexaMedia::Lend::~Lend()
+void unrefBuffer(void *reference)
 {
-    lentBuffer = previous;
+    auto *ref = static_cast<AVBufferRef *>(reference);
+    av_buffer_unref(&ref);
 }
 
-AVBufferRef *VexaMedia::borrow(const char *data, int len, int padding)
+} // namespace
+
+const VexaPayloadLend::Lender VexaMedia::bufferLender{&refBuffer, &unrefBuffer};
+
+VexaPayloadLend VexaMedia::lend(const AVBufferRef *buffer)
 {
-    const AVBufferRef *buf = lentBuffer;
-    if (!buf || !data || len < 0 || padding < 0)
-        return nullptr;
-    const auto *begin = reinterpret_cast<const uint8_t *>(data);
-    if (begin < buf->data || begin + qint64(len) + padding > buf->data + buf->size)
-        return nullptr;
-    return av_buffer_ref(buf);
+    // The buffer is not written through: owner is only handed back to refBuffer.
+    return VexaPayloadLend(buffer ? &bufferLender : nullptr, const_cast<AVBufferRef *>(buffer),
+                           buffer ? reinterpret_cast<const char *>(buffer->data) : nullptr,
+                           buffer ? qint64(buffer->size) : 0);
 }

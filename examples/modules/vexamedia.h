@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "vexaobject.h"
+#include "vexapayloadlend.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVBufferRef;
@@ -174,32 +175,15 @@ public:
     static bool setLibraryLogLevel(const QString &level);
 
     /**
-     * Lending a payload. A packet's payload is valid only while
-     * sendPacketA/V runs, so a receiver that keeps it copies it. A source
-     * whose payload lies in an FFmpeg reference-counted buffer lends the
-     * buffer for the call instead, with a Lend on the stack around
-     * sendPacketA/V; a receiver running in the sending thread during the
-     * call then keeps the payload by taking a reference with borrow(), no
-     * copy made. Receivers must not write into a borrowed payload.
-     *
-     * Thread: a Lend holds for the thread that made it, until it ends.
+     * Lending FFmpeg's reference-counted buffers (see VexaPayloadLend): a
+     * source puts `const VexaPayloadLend lend = VexaMedia::lend(pkt->buf);`
+     * around sendPacketA/V, and a receiver keeps the payload with
+     * VexaPayloadPool::keep(). A receiver that hands it to FFmpeg gets the
+     * AVBufferRef itself with `pool.disown(block, &VexaMedia::bufferLender)`.
      */
-    class VEXAEXAMPLEMODULES_EXPORT Lend
-    {
-    public:
-        explicit Lend(const AVBufferRef *buffer);
-        ~Lend();
-
-    private:
-        const AVBufferRef *previous;
-        Q_DISABLE_COPY(Lend)
-    };
-    /**
-     * A new reference to the buffer lent in this thread when it holds
-     * @p len bytes at @p data followed by @p padding bytes, else null (the
-     * receiver copies then). The caller unreferences it (av_buffer_unref).
-     */
-    static AVBufferRef *borrow(const char *data, int len, int padding);
+    static const VexaPayloadLend::Lender bufferLender;
+    /** A lend of the whole of @p buffer (nothing is lent when it is null). */
+    static VexaPayloadLend lend(const AVBufferRef *buffer);
 };
 
 #endif // VEXAMEDIA_H

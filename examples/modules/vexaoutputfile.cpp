@@ -42,6 +42,7 @@ const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
 
 VexaOutputFile::VexaOutputFile(QObject *parent)
     : VexaMediaSink(parent)
+    , queue(this)
 {
     // Parked until start; a "memSize" given later replaces it.
     setData(QVariantMap{{QStringLiteral("memSize"), defaultMemSize}});
@@ -51,6 +52,20 @@ VexaOutputFile::VexaOutputFile(QObject *parent)
         ringStarved.storeRelease(1);
         wake();
     });
+    // The queue wakes the worker; a sender in the worker's own thread (both
+    // started with one thread name) writes the batch itself.
+    queue.setWakeHandler([this] {
+        if (QThread::currentThread() == thread())
+            drain();
+        else
+            wake();
+    });
+    queue.setPayloadPool(&pool);
+    queue.setDropHandler([this](const Packet &p, VexaPacketQueue::Kind kind) {
+        dropped(p, kind == VexaPacketQueue::Video);
+    });
+    queue.setLimits(VexaPacketQueue::Audio, {19, -1, -1});
+    queue.setLimits(VexaPacketQueue::Video, {19, -1, -1});
 }
 
 VexaOutputFile::~VexaOutputFile()
@@ -73,35 +88,30 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     // A sender running in this module's own worker thread (modules started
     // with one thread name) cannot wait for the worker: it drains in its place.
     const bool own = QThread::currentThread() == thread();
-    QMutexLocker locker(&gate);
-    if (!waitUntilAccepting(own) || (!dropMode && !waitForQueueRoom(locker, video, own))) {
-        c.dropped.fetchAndAddRelaxed(1);
-        return;
+    bool drop;
+    {
+        QMutexLocker locker(&gate);
+        if (!waitUntilAccepting(own)) {
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        drop = dropMode;
     }
-    const bool drop = dropMode;
-    locker.unlock();
 
     // The copy: from the pool's ring, or a block of its own when larger than
     // the ring. A full ring holds the sender back (or drops, when told to),
-    // without gate, so that the worker can write and release meanwhile.
+    // so that the worker can write and release meanwhile.
     Packet p = in;
     p.data = nullptr;
     if (in.len > 0) {
         // A source that lends its buffer is kept by reference.
-        if (AVBufferRef *ref = VexaMedia::borrow(in.data, in.len, padding)) {
-            p.data = pool.adopt(in.data, &VexaOutputFile::unrefBuffer, ref);
-            if (!p.data)
-                av_buffer_unref(&ref);
-        } else {
-            p.data = pool.acquire(in.data, in.len, padding,
-                                  drop || own ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
-            if (!p.data && own && !drop) {
-                // The ring is full of blocks queued here or kept by the muxer:
-                // write them (making the muxer let go) and try again.
-                ringStarved.storeRelease(1);
-                drain();
-                p.data = pool.acquire(in.data, in.len, padding, VexaPayloadPool::NoWait);
-            }
+        p.data = pool.keep(in.data, in.len, padding, drop || own ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+        if (!p.data && own && !drop) {
+            // The ring is full of blocks queued here or kept by the muxer:
+            // write them (making the muxer let go) and try again.
+            ringStarved.storeRelease(1);
+            drain();
+            p.data = pool.keep(in.data, in.len, padding, VexaPayloadPool::NoWait);
         }
         if (!p.data) {
             c.dropped.fetchAndAddRelaxed(1);
@@ -128,72 +138,16 @@ void VexaOutputFile::accept(const Packet &in, bool video)
         if (extra >= 0)
             side.insert(extraStreamKey, extra);
     }
-
-    locker.relock();
-    // Another sender of the same kind may have filled the queue meanwhile.
-    if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(locker, video, own))) {
-        locker.unlock();
-        pool.release(p.data);
-        c.dropped.fetchAndAddRelaxed(1);
-        return;
-    }
     if (!side.isEmpty()) {
+        QMutexLocker locker(&gate);
         sideData.insert(p.data, side);
         sideDataCount.storeRelease(sideData.size());
     }
-    QReadWriteLock &lock = video ? lockV : lockA;
-    QList<Packet> &queue = video ? packetsV : packetsA;
-    const qint32 bound = video ? bufLenV : bufLenA;
-    if (dropMode && bound >= 0) {
-        // Drop the oldest packet here rather than in bufferPacket, so that its
-        // block goes back to the pool with it.
-        QList<Packet> old;
-        lock.lockForWrite();
-        while (!queue.isEmpty() && queue.size() >= bound - 1)
-            old.append(queue.takeFirst());
-        video ? bufferPacketV(p) : bufferPacketA(p);
-        lock.unlock();
-        c.dropped.fetchAndAddRelaxed(old.size());
-        locker.unlock();
-        release(old);
-    } else {
-        video ? bufferPacketV(p) : bufferPacketA(p);
-        locker.unlock();
-    }
-    // Lossless: the worker is woken once a batch has queued, not for every
-    // packet (each wake-up is a thread switch), and always before a sender
-    // can find its queue full; a sender in the worker's thread writes the
-    // batch itself. Dropping (a live source): at once.
-    if (dropMode)
-        wake();
-    else if (queuedSinceDrain.fetchAndAddRelaxed(1) + 1 >= wakeBatch.loadRelaxed())
-        own ? drain() : wake();
-}
 
-// With gate held (by @p locker): back-pressure, waits until the queue takes
-// one more packet without dropping its oldest one (the bound counts the new
-// packet); in the worker's own thread (@p own) it drains instead of waiting.
-// False when the module stops taking packets meanwhile.
-// The queue is read without its lock: this module queues and takes packets
-// only with gate held, so its size cannot change meanwhile.
-bool VexaOutputFile::waitForQueueRoom(QMutexLocker &locker, bool video, bool own)
-{
-    const QList<Packet> &queue = video ? packetsV : packetsA;
-    while (phase.loadAcquire() == Accepting) {
-        const qint32 bound = video ? bufLenV : bufLenA;
-        if (bound < 0)
-            return true;
-        if (queue.size() < bound - 1)
-            return true;
-        if (own) {
-            locker.unlock();
-            drain();
-            locker.relock();
-        } else {
-            changed.wait(&gate);
-        }
-    }
-    return false;
+    // The queue owns the copy from here: a packet it drops ("drop": the
+    // oldest of a full queue; any once the module stops) is counted and its
+    // block released by the drop handler and the pool.
+    queue.push(p, video ? VexaPacketQueue::Video : VexaPacketQueue::Audio);
 }
 
 // With gate held: waits while the module is started but its worker has not
@@ -209,18 +163,12 @@ bool VexaOutputFile::waitUntilAccepting(bool own)
     return phase.loadAcquire() == Accepting;
 }
 
-void VexaOutputFile::unrefBuffer(void *opaque)
-{
-    auto *ref = static_cast<AVBufferRef *>(opaque);
-    av_buffer_unref(&ref);
-}
-
 void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
 {
     static_cast<VexaOutputFile *>(opaque)->pool.release(reinterpret_cast<char *>(data));
 }
 
-void VexaOutputFile::release(const QList<Packet> &packets)
+void VexaOutputFile::release(const QVector<Packet> &packets)
 {
     if (sideDataCount.loadAcquire() > 0) {
         QMutexLocker locker(&gate);
@@ -230,6 +178,18 @@ void VexaOutputFile::release(const QList<Packet> &packets)
     }
     for (const Packet &p : packets)
         pool.release(p.data);
+}
+
+// A packet the queue dropped: counted, its side data forgotten (the queue
+// then releases its block to the pool).
+void VexaOutputFile::dropped(const Packet &p, bool video)
+{
+    counts->of(video).dropped.fetchAndAddRelaxed(1);
+    if (p.data && sideDataCount.loadAcquire() > 0) {
+        QMutexLocker locker(&gate);
+        sideData.remove(p.data);
+        sideDataCount.storeRelease(sideData.size());
+    }
 }
 
 // Whether @p sender offers packetSideData(); remembered for the last sender.
@@ -259,19 +219,25 @@ void VexaOutputFile::onStart()
         avpkt = av_packet_alloc();
     {
         QMutexLocker locker(&gate);
-        // A bound of 0 or 1 would drop every packet in bufferPacket.
-        if (bufLenA >= 0 && bufLenA < 2)
-            bufLenA = 2;
-        if (bufLenV >= 0 && bufLenV < 2)
-            bufLenV = 2;
         dropMode = settings.value("overflow").toString() == QLatin1String("drop");
         counts->setDropping(dropMode);
-        // Half of the smaller queue: a sender waits for room at bound - 1
-        // packets of its kind, by which time a wake-up has been asked for.
-        const qint32 least = bufLenA < 0 ? (bufLenV < 0 ? 33 : bufLenV) : (bufLenV < 0 ? bufLenA : qMin(bufLenA, bufLenV));
-        wakeBatch.storeRelaxed(qMax(1, (least - 1) / 2));
-        queuedSinceDrain.storeRelaxed(0);
     }
+    // "bufLenA"/"bufLenV" count the incoming packet, as the base class's
+    // bound does: a queue holds one packet fewer, and at least one.
+    const auto held = [this](const char *key) {
+        const int bound = settings.value(QLatin1String(key), 20).toInt();
+        return bound < 0 ? -1 : qMax(1, bound - 1);
+    };
+    const qint32 heldA = held("bufLenA");
+    const qint32 heldV = held("bufLenV");
+    queue.setLimits(VexaPacketQueue::Audio, {heldA, -1, -1});
+    queue.setLimits(VexaPacketQueue::Video, {heldV, -1, -1});
+    queue.setOverflow(dropMode ? VexaPacketQueue::DropOldest : VexaPacketQueue::HoldBack);
+    // Lossless: woken once half the smaller queue has arrived, not for every
+    // packet (each wake-up is a thread switch); a full queue wakes it anyway.
+    // Dropping (a live source): at once.
+    const qint32 least = heldA < 0 ? (heldV < 0 ? 32 : heldV) : (heldV < 0 ? heldA : qMin(heldA, heldV));
+    queue.setWakeThreshold(dropMode ? 1 : qMax(1, least / 2));
     const int memSize = settings.value("memSize").toInt();
     // Sized once; a pool with blocks still out keeps its size.
     if (memSize > 0 && pool.size() != memSize)
@@ -328,29 +294,17 @@ void VexaOutputFile::described(const StreamInfo &, bool video)
 void VexaOutputFile::drain()
 {
     wakePending.storeRelease(0);
-    queuedSinceDrain.storeRelaxed(0);
-    // One short critical section per queue for the whole batch, under gate
-    // as senders queue under it too: bufferPacketA/V, which polls for the
-    // queue lock with a sleep, then never finds it taken.
-    QList<Packet> a;
-    QList<Packet> v;
-    {
-        QMutexLocker locker(&gate);
-        a = takePacketsA();
-        v = takePacketsV();
-        // Senders held back by a full queue may go on.
-        if (!a.isEmpty() || !v.isEmpty())
-            changed.wakeAll();
-    }
+    // The whole batch at once; senders held back by a full queue go on.
+    queue.take(&batch);
     const bool starved = ringStarved.fetchAndStoreAcquire(0) != 0;
     if (pendingA.isEmpty())
-        pendingA.swap(a);
+        pendingA.swap(batch.audio);
     else
-        pendingA += a;
+        pendingA += batch.audio;
     if (pendingV.isEmpty())
-        pendingV.swap(v);
+        pendingV.swap(batch.video);
     else
-        pendingV += v;
+        pendingV += batch.video;
 
     if (!oc) {
         // Failed or not open: nothing can be written.
@@ -480,7 +434,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
 void VexaOutputFile::writePending()
 {
     // Packets the muxer took are released by it (releaseBlock); the others here.
-    QList<Packet> unwritten;
+    QVector<Packet> unwritten;
     int ia = 0;
     int iv = 0;
     // Merge by decode time; the muxer's own interleaving does the rest.
@@ -542,7 +496,7 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     // ring block, released when the muxer lets go of it (it may keep
     // packets to interleave them).
     if (pkt.data) {
-        if (void *lent = pool.disown(pkt.data))
+        if (void *lent = pool.disown(pkt.data, &VexaMedia::bufferLender))
             avpkt->buf = static_cast<AVBufferRef *>(lent);
         else
             avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(pkt.data), pkt.len + padding,
@@ -732,8 +686,10 @@ void VexaOutputFile::fail(const QString &message)
         phase.storeRelease(Closing);
         changed.wakeAll();
     }
-    // Senders waiting for ring room give up; what is queued is still written.
+    // Senders waiting for ring or queue room give up, and later packets are
+    // dropped until the module starts again.
     pool.close();
+    queue.close();
     sendEvent(QStringLiteral("error"), message);
 }
 

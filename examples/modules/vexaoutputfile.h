@@ -16,6 +16,7 @@ extern "C" {
 }
 
 #include "vexamediasink.h"
+#include "vexapacketqueue.h"
 #include "vexapayloadpool.h"
 #include "vexaexamplemodules_export.h"
 
@@ -70,16 +71,17 @@ struct AVStream;
  * (value: a message) when the file cannot be created or written.
  *
  * Thread: onNewPacketA/V copy the payload into a VexaPayloadPool (which
- * knows which copies are still queued or held by the muxer) and queue the
- * packet in the sending thread; the file is written in the module's worker
- * thread, woken by a posted call per batch, which takes each whole queue at
- * once (takePacketsA/V). In "wait" mode the worker is woken once half a
- * queue bound of packets has arrived (or a sender finds the ring full), so
- * a source that pauses leaves up to that many packets queued until it goes
- * on or the module stops; in "drop" mode at every packet. A sender that runs
- * in the module's own worker thread (both started with one thread name)
- * never waits for the worker: it writes the batch, or makes room, itself.
- * A payload the sender lends (VexaMedia::Lend) is kept by reference.
+ * knows which copies are still queued or held by the muxer) and hand the
+ * packet over in the sending thread through a VexaPacketQueue; the file is
+ * written in the module's worker thread, woken by a posted call per batch,
+ * which takes both whole queues at once. In "wait" mode the worker is woken
+ * once half a queue bound of packets of one kind has arrived (or a queue or
+ * the ring is full), so a source that pauses leaves up to that many packets
+ * queued until it goes on or the module stops; in "drop" mode at every
+ * batch. A sender that runs in the module's own worker thread (both started
+ * with one thread name) never waits for the worker: it writes the batch, or
+ * makes room, itself. A payload the sender lends (VexaPayloadLend) is kept
+ * by reference.
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaMediaSink
 {
@@ -125,10 +127,9 @@ private:
     void accept(const Packet &pkt, bool video) override;
     void described(const StreamInfo &info, bool video) override;
     bool waitUntilAccepting(bool own);
-    bool waitForQueueRoom(QMutexLocker &locker, bool video, bool own);
-    void release(const QList<Packet> &packets);
+    void release(const QVector<Packet> &packets);
+    void dropped(const Packet &p, bool video);
     static void releaseBlock(void *opaque, uint8_t *data);
-    static void unrefBuffer(void *opaque);
     void wake();
     void drain();
     bool tryWriteHeader(bool force);
@@ -143,7 +144,7 @@ private:
 
     // Shared by the producers and the worker; guarded by gate.
     QMutex gate;
-    QWaitCondition changed;         // room in a queue or the ring, or a phase change
+    QWaitCondition changed;         // a phase change
     QAtomicInt phase = Idle;        // written under gate
     bool dropMode = false;
     QAtomicInt ringStarved = 0;     // a sender found the ring full since the last drain
@@ -154,10 +155,11 @@ private:
 
     // Payload copies of every queued packet and of those the muxer holds.
     VexaPayloadPool pool;
+    // From the senders' threads to the worker; owns the copies it holds.
+    // Declared after what its drop handler uses, so that it goes first.
+    VexaPacketQueue queue;
 
     QAtomicInt wakePending = 0;
-    QAtomicInt queuedSinceDrain = 0;  // packets queued since the worker last took the queues
-    QAtomicInt wakeBatch = 1;         // lossless: packets that make a wake-up worth it
 
     // Worker thread only.
     AVFormatContext *oc = nullptr;
@@ -165,8 +167,9 @@ private:
     bool headerWritten = false;
     int streamA = -1;
     int streamV = -1;
-    QList<Packet> pendingA;
-    QList<Packet> pendingV;
+    VexaPacketQueue::Batch batch;
+    QVector<Packet> pendingA;
+    QVector<Packet> pendingV;
     Track tracks[2];                // audio, video
     std::vector<Track> extraTracks;     // by the source's extra stream number; index -1: left out
 };

@@ -14,6 +14,7 @@
 #include "vexajson.h"
 #include "vexalinktable_p.h"
 #include "vexalog_p.h"
+#include "vexapacketqueue.h"
 #include "vexathreaduses_p.h"
 
 namespace {
@@ -207,6 +208,8 @@ bool VexaObject::start()
 
     storeState(started);
     blockSignals(false);
+    // The module's packet queues take packets again.
+    VexaPacketQueue::ownerRunning(this, true);
 
     const bool direct = !VexaHop::hasEventLoop();
     if (direct) {
@@ -263,6 +266,9 @@ bool VexaObject::stop(bool block)
     if (loadState() != started)
         return false;
     storeState(stoped);
+    // Senders held back by the module's packet queues return now, not once
+    // onStop has run, and what they send from here on is dropped.
+    VexaPacketQueue::ownerRunning(this, false);
     if (!VexaHop::hasEventLoop()) {
         onStop();
         return true;
