@@ -63,6 +63,127 @@ int failAll(const QStringList &errors)
     return fail(fromSet ? ExitUsage : ExitBadPipeline, errors.last());
 }
 
+// The options of the run (duration, progress, log level) into @p options:
+// -1 when they are good, else the exit status.
+int readRunOptions(const QCommandLineParser &parser, LaunchOptions *options)
+{
+    bool ok = true;
+    if (parser.isSet(QStringLiteral("duration"))) {
+        options->duration = parser.value(QStringLiteral("duration")).toDouble(&ok);
+        if (!ok || options->duration <= 0)
+            return fail(ExitUsage, QStringLiteral("--duration expects a positive number of seconds, not \"%1\"").arg(parser.value(QStringLiteral("duration"))));
+    }
+    options->interval = parser.value(QStringLiteral("interval")).toInt(&ok);
+    if (!ok || options->interval <= 0)
+        return fail(ExitUsage, QStringLiteral("--interval expects a positive number of milliseconds, not \"%1\"").arg(parser.value(QStringLiteral("interval"))));
+    options->quiet = parser.isSet(QStringLiteral("quiet"));
+    options->platform = !parser.isSet(QStringLiteral("no-platform"));
+    options->graph = parser.value(QStringLiteral("graph"));
+    if (options->quiet) {
+        logLevel = LogError;
+        VexaMedia::setLibraryLogLevel(QStringLiteral("quiet"));
+    }
+    if (parser.isSet(QStringLiteral("loglevel"))) {
+        const QString level = parser.value(QStringLiteral("loglevel"));
+        int chosen = -1;
+        for (int i = LogQuiet; i <= LogDebug; ++i) {
+            if (level == QLatin1String(logLevelNames[i]))
+                chosen = i;
+        }
+        if (chosen < 0)
+            return fail(ExitUsage, QStringLiteral("--loglevel expects quiet, error, warning, info or debug, not \"%1\"").arg(level));
+        logLevel = chosen;
+        // -q and a level: the level decides for the tool, -q keeps FFmpeg quiet.
+        if (!options->quiet)
+            VexaMedia::setLibraryLogLevel(level);
+        options->quiet = options->quiet || logLevel < LogInfo;
+        options->silent = logLevel == LogQuiet;
+    }
+    return -1;
+}
+
+// Reads the pipeline file @p path with the command line's overrides, loads
+// its module libraries and checks it, reporting every error it finds; the
+// board file to use goes to @p board. -1 when it is good, else the exit status.
+int readPipeline(const QCommandLineParser &parser, const QString &path, Pipeline *out, QString *board)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(ExitBadPipeline, QStringLiteral("cannot read pipeline file %1: %2").arg(path, file.errorString()));
+    Pipeline &pipeline = *out;
+    QString error;
+    if (!Pipeline::parse(file.readAll(), path, &pipeline, &error))
+        return fail(ExitBadPipeline, error);
+    for (const QString &assignment : parser.values(QStringLiteral("set"))) {
+        if (!pipeline.applyOverride(assignment, &error))
+            return fail(ExitUsage, error);
+    }
+
+    VexaModuleCatalog::registerBuiltIn();
+    QStringList libraries = pipeline.libraries;
+    for (const QString &lib : parser.values(QStringLiteral("library")))
+        libraries << QFileInfo(lib).absoluteFilePath();
+    for (const QString &lib : qAsConst(libraries)) {
+        if (!VexaModuleCatalog::loadLibrary(lib, &error))
+            return fail(ExitBadPipeline, QStringLiteral("cannot load module library %1: %2").arg(lib, error));
+    }
+    // Every error of the file is reported, not just the first.
+    QStringList errors;
+    const bool classesKnown = pipeline.checkClasses(&errors);
+    pipeline.checkSettings(&errors);
+    if (classesKnown)
+        pipeline.checkLinks(&errors);
+    pipeline.checkContainers(&errors);
+
+    *board = pipeline.board;
+    if (parser.isSet(QStringLiteral("board")))
+        *board = QFileInfo(parser.value(QStringLiteral("board"))).absoluteFilePath();
+    if (!board->isEmpty() && !QFileInfo(*board).isFile())
+        errors << QStringLiteral("board file %1 does not exist").arg(*board);
+    if (!errors.isEmpty())
+        return failAll(errors);
+    return -1;
+}
+
+// What the run would write checked, "overwrite" given where -y asks for it,
+// and the framework brought up (the media platform only when a module uses
+// it). -1 when all is ready, else the exit status.
+int bringUp(Pipeline &pipeline, bool overwrite, QString board, LaunchOptions *options)
+{
+    QStringList errors;
+    if (!pipeline.checkOutputs(overwrite, &errors))
+        return failAll(errors);
+    if (overwrite) {
+        for (PipelineModule &m : pipeline.modules) {
+            const VexaClassInfo info(VexaModuleCatalog::find(m.className));
+            const VexaClassInfo::Setting *s = info.setting(QStringLiteral("overwrite"));
+            if (s && s->type == QLatin1String("bool"))
+                m.settings.insert(QStringLiteral("overwrite"), true);
+        }
+    }
+
+    // The media platform is brought up only for classes that may use it.
+    bool platformUsed = false;
+    for (const PipelineModule &m : qAsConst(pipeline.modules))
+        platformUsed = platformUsed || VexaClassInfo(VexaModuleCatalog::find(m.className)).usesPlatform();
+    options->platform = options->platform && platformUsed;
+
+    // Everything the framework would treat as fatal has been checked above.
+    if (board.isEmpty() && !QFileInfo::exists(VexaNames::boardFile()))
+        board = QString::fromLatin1(pcBoard);
+    if (!board.isEmpty() && (!Vexa::setConfig(board) || Vexa::Config.isEmpty()))
+        return fail(ExitBadPipeline, QStringLiteral("board file %1 does not hold a JSON object").arg(board));
+    // No example module opens a device: the device layer's libraries would
+    // only lengthen the start.
+    Vexa::setDevicesOnDemand(true);
+    Vexa::init(options->platform);
+    // The framework's SIGINT handler ends the process at once; files being
+    // written need an orderly stop instead.
+    if (!Launcher::installInterruptHandler())
+        return fail(ExitModuleError, QStringLiteral("cannot install the Ctrl-C handler"));
+    return -1;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -132,114 +253,24 @@ int main(int argc, char *argv[])
                                                     : QStringLiteral("one pipeline file expected, got %1").arg(positional.size()));
 
     LaunchOptions options;
-    bool ok = true;
-    if (parser.isSet(durationOpt)) {
-        options.duration = parser.value(durationOpt).toDouble(&ok);
-        if (!ok || options.duration <= 0)
-            return fail(ExitUsage, QStringLiteral("--duration expects a positive number of seconds, not \"%1\"").arg(parser.value(durationOpt)));
-    }
-    options.interval = parser.value(intervalOpt).toInt(&ok);
-    if (!ok || options.interval <= 0)
-        return fail(ExitUsage, QStringLiteral("--interval expects a positive number of milliseconds, not \"%1\"").arg(parser.value(intervalOpt)));
-    options.quiet = parser.isSet(quietOpt);
-    options.platform = !parser.isSet(noPlatformOpt);
-    options.graph = parser.value(graphOpt);
-    if (options.quiet) {
-        logLevel = LogError;
-        VexaMedia::setLibraryLogLevel(QStringLiteral("quiet"));
-    }
-    if (parser.isSet(logLevelOpt)) {
-        const QString level = parser.value(logLevelOpt);
-        int chosen = -1;
-        for (int i = LogQuiet; i <= LogDebug; ++i) {
-            if (level == QLatin1String(logLevelNames[i]))
-                chosen = i;
-        }
-        if (chosen < 0)
-            return fail(ExitUsage, QStringLiteral("--loglevel expects quiet, error, warning, info or debug, not \"%1\"").arg(level));
-        logLevel = chosen;
-        // -q and a level: the level decides for the tool, -q keeps FFmpeg quiet.
-        if (!options.quiet)
-            VexaMedia::setLibraryLogLevel(level);
-        options.quiet = options.quiet || logLevel < LogInfo;
-        options.silent = logLevel == LogQuiet;
-    }
-
+    if (const int status = readRunOptions(parser, &options); status >= 0)
+        return status;
     const QString path = positional.first();
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return fail(ExitBadPipeline, QStringLiteral("cannot read pipeline file %1: %2").arg(path, file.errorString()));
     Pipeline pipeline;
-    QString error;
-    if (!Pipeline::parse(file.readAll(), path, &pipeline, &error))
-        return fail(ExitBadPipeline, error);
-    for (const QString &assignment : parser.values(setOpt)) {
-        if (!pipeline.applyOverride(assignment, &error))
-            return fail(ExitUsage, error);
-    }
-
-    VexaModuleCatalog::registerBuiltIn();
-    QStringList libraries = pipeline.libraries;
-    for (const QString &lib : parser.values(libOpt))
-        libraries << QFileInfo(lib).absoluteFilePath();
-    for (const QString &lib : qAsConst(libraries)) {
-        if (!VexaModuleCatalog::loadLibrary(lib, &error))
-            return fail(ExitBadPipeline, QStringLiteral("cannot load module library %1: %2").arg(lib, error));
-    }
-    // Every error of the file is reported, not just the first.
-    QStringList errors;
-    const bool classesKnown = pipeline.checkClasses(&errors);
-    pipeline.checkSettings(&errors);
-    if (classesKnown)
-        pipeline.checkLinks(&errors);
-    pipeline.checkContainers(&errors);
-
-    QString board = pipeline.board;
-    if (parser.isSet(boardOpt))
-        board = QFileInfo(parser.value(boardOpt)).absoluteFilePath();
-    if (!board.isEmpty() && !QFileInfo(board).isFile())
-        errors << QStringLiteral("board file %1 does not exist").arg(board);
-    if (!errors.isEmpty())
-        return failAll(errors);
+    QString board;
+    if (const int status = readPipeline(parser, path, &pipeline, &board); status >= 0)
+        return status;
 
     if (parser.isSet(checkOpt)) {
+        QString error;
         if (!options.graph.isEmpty() && !Launcher::writeGraph(pipeline, options.graph, {}, {}, &error))
             return fail(ExitBadPipeline, error);
         fprintf(stdout, "%s: valid, %d modules, %d links\n", qPrintable(path),
                 int(pipeline.modules.size()), int(pipeline.links.size()));
         return ExitOk;
     }
-
-    if (!pipeline.checkOutputs(parser.isSet(overwriteOpt), &errors))
-        return failAll(errors);
-    if (parser.isSet(overwriteOpt)) {
-        for (PipelineModule &m : pipeline.modules) {
-            const VexaClassInfo info(VexaModuleCatalog::find(m.className));
-            const VexaClassInfo::Setting *s = info.setting(QStringLiteral("overwrite"));
-            if (s && s->type == QLatin1String("bool"))
-                m.settings.insert(QStringLiteral("overwrite"), true);
-        }
-    }
-
-    // The media platform is brought up only for classes that may use it.
-    bool platformUsed = false;
-    for (const PipelineModule &m : qAsConst(pipeline.modules))
-        platformUsed = platformUsed || VexaClassInfo(VexaModuleCatalog::find(m.className)).usesPlatform();
-    options.platform = options.platform && platformUsed;
-
-    // Everything the framework would treat as fatal has been checked above.
-    if (board.isEmpty() && !QFileInfo::exists(VexaNames::boardFile()))
-        board = QString::fromLatin1(pcBoard);
-    if (!board.isEmpty() && (!Vexa::setConfig(board) || Vexa::Config.isEmpty()))
-        return fail(ExitBadPipeline, QStringLiteral("board file %1 does not hold a JSON object").arg(board));
-    // No example module opens a device: the device layer's libraries would
-    // only lengthen the start.
-    Vexa::setDevicesOnDemand(true);
-    Vexa::init(options.platform);
-    // The framework's SIGINT handler ends the process at once; files being
-    // written need an orderly stop instead.
-    if (!Launcher::installInterruptHandler())
-        return fail(ExitModuleError, QStringLiteral("cannot install the Ctrl-C handler"));
+    if (const int status = bringUp(pipeline, parser.isSet(overwriteOpt), board, &options); status >= 0)
+        return status;
 
     Launcher launcher(pipeline, options);
     int code = ExitOk;

@@ -97,13 +97,12 @@ bool isModuleName(const QString &name)
     return true;
 }
 
-} // namespace
+// The parts of a pipeline file, each checked on its own ---------------------
 
-bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *out, QString *error)
+// The document's top-level object; false with the line and column of
+// malformed JSON.
+bool parseTop(const QByteArray &text, const QString &fileName, QJsonObject *top, QString *error)
 {
-    Pipeline p;
-    p.fileName = fileName;
-
     QJsonParseError pe;
     const QJsonDocument doc = VexaJsonText::parse(text, &pe);
     if (pe.error != QJsonParseError::NoError) {
@@ -118,10 +117,14 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
         *error = QStringLiteral("%1: the top level must be a JSON object").arg(fileName);
         return false;
     }
-    const QJsonObject top = doc.object();
-    if (!checkKeys(top, {"description", "board", "libraries", "modules", "links"}, fileName, error))
-        return false;
+    *top = doc.object();
+    return checkKeys(*top, {"description", "board", "libraries", "modules", "links"}, fileName, error);
+}
 
+// "description", "board" and "libraries".
+bool parseHeader(const QJsonObject &top, Pipeline &p, QString *error)
+{
+    const QString &fileName = p.fileName;
     if (top.contains("description")) {
         if (!top.value("description").isString()) {
             *error = QStringLiteral("%1: \"description\" must be a string").arg(fileName);
@@ -151,6 +154,109 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
             p.libraries << resolved(libs.at(i).toString(), fileName);
         }
     }
+    return true;
+}
+
+// One entry of "modules", described in messages as @p where.
+bool parseModule(const QJsonValue &value, const QString &where, Pipeline &p, QString *error)
+{
+    if (!value.isObject()) {
+        *error = where + QStringLiteral(" must be an object");
+        return false;
+    }
+    const QJsonObject m = value.toObject();
+    if (!checkKeys(m, {"class", "name", "settings", "thread", "comment"}, where, error))
+        return false;
+    PipelineModule mod;
+    if (!m.value("class").isString() || m.value("class").toString().isEmpty()) {
+        *error = where + QStringLiteral(": \"class\" must be a class name");
+        return false;
+    }
+    mod.className = m.value("class").toString();
+    if (!m.value("name").isString() || !isModuleName(m.value("name").toString())) {
+        *error = where + QStringLiteral(": \"name\" must be a name of letters, digits, '_' and '-'");
+        return false;
+    }
+    mod.name = m.value("name").toString();
+    if (p.indexOf(mod.name) >= 0) {
+        *error = QStringLiteral("%1: module name \"%2\" is used twice").arg(where, mod.name);
+        return false;
+    }
+    if (m.contains("thread")) {
+        // The launcher's own thread must stay free for signals and events.
+        const QString thread = m.value("thread").toString();
+        if (!m.value("thread").isString() || !isModuleName(thread) || thread == QLatin1String("main")) {
+            *error = QStringLiteral("%1 (\"%2\"): \"thread\" must be a name of letters, digits, '_' and '-' other than \"main\"")
+                         .arg(where, mod.name);
+            return false;
+        }
+        mod.thread = thread;
+    }
+    if (m.contains("settings")) {
+        if (!m.value("settings").isObject()) {
+            *error = QStringLiteral("%1 (\"%2\"): \"settings\" must be an object").arg(where, mod.name);
+            return false;
+        }
+        mod.settings = normalised(m.value("settings").toObject().toVariantMap()).toMap();
+    }
+    p.modules << mod;
+    return true;
+}
+
+// One entry of "links", described in messages as @p where; @p seen holds the
+// links of one kind already given.
+bool parseLink(const QJsonValue &value, const QString &where, Pipeline &p, QSet<QString> &seen, QString *error)
+{
+    if (!value.isObject()) {
+        *error = where + QStringLiteral(" must be an object");
+        return false;
+    }
+    const QJsonObject l = value.toObject();
+    if (!checkKeys(l, {"from", "to", "kind", "comment"}, where, error))
+        return false;
+    const QString from = l.value("from").toString();
+    const QString to = l.value("to").toString();
+    for (const QString &end : {QStringLiteral("from"), QStringLiteral("to")}) {
+        const QString n = l.value(end).toString();
+        if (!l.value(end).isString() || p.indexOf(n) < 0) {
+            *error = QStringLiteral("%1: \"%2\" names unknown module \"%3\"").arg(where, end, n);
+            return false;
+        }
+    }
+    if (from == to) {
+        *error = QStringLiteral("%1: module \"%2\" is linked to itself").arg(where, from);
+        return false;
+    }
+    const QString kind = l.value("kind").toString();
+    if (!l.value("kind").isString() || kind.isEmpty()) {
+        *error = where + QStringLiteral(": \"kind\" must be A, V, E or a combination such as \"AV\"");
+        return false;
+    }
+    for (const QChar c : kind) {
+        if (c != QLatin1Char('A') && c != QLatin1Char('V') && c != QLatin1Char('E')) {
+            *error = QStringLiteral("%1: bad link kind \"%2\" (use A, V, E or a combination such as \"AV\")").arg(where, kind);
+            return false;
+        }
+        const QString key = from + QLatin1Char('\n') + to + QLatin1Char('\n') + c;
+        if (seen.contains(key)) {
+            *error = QStringLiteral("%1: link %2 -> %3 of kind %4 is given twice").arg(where, from, to, QString(c));
+            return false;
+        }
+        seen.insert(key);
+        p.links << PipelineLink{from, to, c};
+    }
+    return true;
+}
+
+} // namespace
+
+bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *out, QString *error)
+{
+    Pipeline p;
+    p.fileName = fileName;
+    QJsonObject top;
+    if (!parseTop(text, fileName, &top, error) || !parseHeader(top, p, error))
+        return false;
 
     const QJsonValue modules = top.value("modules");
     if (!modules.isArray() || modules.toArray().isEmpty()) {
@@ -159,47 +265,8 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
     }
     const QJsonArray mods = modules.toArray();
     for (int i = 0; i < mods.size(); ++i) {
-        const QString where = QStringLiteral("%1: modules[%2]").arg(fileName).arg(i);
-        if (!mods.at(i).isObject()) {
-            *error = where + QStringLiteral(" must be an object");
+        if (!parseModule(mods.at(i), QStringLiteral("%1: modules[%2]").arg(fileName).arg(i), p, error))
             return false;
-        }
-        const QJsonObject m = mods.at(i).toObject();
-        if (!checkKeys(m, {"class", "name", "settings", "thread", "comment"}, where, error))
-            return false;
-        PipelineModule mod;
-        if (!m.value("class").isString() || m.value("class").toString().isEmpty()) {
-            *error = where + QStringLiteral(": \"class\" must be a class name");
-            return false;
-        }
-        mod.className = m.value("class").toString();
-        if (!m.value("name").isString() || !isModuleName(m.value("name").toString())) {
-            *error = where + QStringLiteral(": \"name\" must be a name of letters, digits, '_' and '-'");
-            return false;
-        }
-        mod.name = m.value("name").toString();
-        if (p.indexOf(mod.name) >= 0) {
-            *error = QStringLiteral("%1: module name \"%2\" is used twice").arg(where, mod.name);
-            return false;
-        }
-        if (m.contains("thread")) {
-            // The launcher's own thread must stay free for signals and events.
-            const QString thread = m.value("thread").toString();
-            if (!m.value("thread").isString() || !isModuleName(thread) || thread == QLatin1String("main")) {
-                *error = QStringLiteral("%1 (\"%2\"): \"thread\" must be a name of letters, digits, '_' and '-' other than \"main\"")
-                             .arg(where, mod.name);
-                return false;
-            }
-            mod.thread = thread;
-        }
-        if (m.contains("settings")) {
-            if (!m.value("settings").isObject()) {
-                *error = QStringLiteral("%1 (\"%2\"): \"settings\" must be an object").arg(where, mod.name);
-                return false;
-            }
-            mod.settings = normalised(m.value("settings").toObject().toVariantMap()).toMap();
-        }
-        p.modules << mod;
     }
 
     if (top.contains("links") && !top.value("links").isArray()) {
@@ -209,45 +276,8 @@ bool Pipeline::parse(const QByteArray &text, const QString &fileName, Pipeline *
     const QJsonArray links = top.value("links").toArray();
     QSet<QString> seen;
     for (int i = 0; i < links.size(); ++i) {
-        const QString where = QStringLiteral("%1: links[%2]").arg(fileName).arg(i);
-        if (!links.at(i).isObject()) {
-            *error = where + QStringLiteral(" must be an object");
+        if (!parseLink(links.at(i), QStringLiteral("%1: links[%2]").arg(fileName).arg(i), p, seen, error))
             return false;
-        }
-        const QJsonObject l = links.at(i).toObject();
-        if (!checkKeys(l, {"from", "to", "kind", "comment"}, where, error))
-            return false;
-        const QString from = l.value("from").toString();
-        const QString to = l.value("to").toString();
-        for (const QString &end : {QStringLiteral("from"), QStringLiteral("to")}) {
-            const QString n = l.value(end).toString();
-            if (!l.value(end).isString() || p.indexOf(n) < 0) {
-                *error = QStringLiteral("%1: \"%2\" names unknown module \"%3\"").arg(where, end, n);
-                return false;
-            }
-        }
-        if (from == to) {
-            *error = QStringLiteral("%1: module \"%2\" is linked to itself").arg(where, from);
-            return false;
-        }
-        const QString kind = l.value("kind").toString();
-        if (!l.value("kind").isString() || kind.isEmpty()) {
-            *error = where + QStringLiteral(": \"kind\" must be A, V, E or a combination such as \"AV\"");
-            return false;
-        }
-        for (const QChar c : kind) {
-            if (c != QLatin1Char('A') && c != QLatin1Char('V') && c != QLatin1Char('E')) {
-                *error = QStringLiteral("%1: bad link kind \"%2\" (use A, V, E or a combination such as \"AV\")").arg(where, kind);
-                return false;
-            }
-            const QString key = from + QLatin1Char('\n') + to + QLatin1Char('\n') + c;
-            if (seen.contains(key)) {
-                *error = QStringLiteral("%1: link %2 -> %3 of kind %4 is given twice").arg(where, from, to, QString(c));
-                return false;
-            }
-            seen.insert(key);
-            p.links << PipelineLink{from, to, c};
-        }
     }
     *out = p;
     return true;
