@@ -16,6 +16,9 @@ extern "C" {
 #define OT_MAX_USER_DATA_NUM 2
 #define OT_MAX_PRIVATE_DATA_NUM 2
 #define OT_MAX_MMZ_NAME_LEN 32
+/* Line alignment of frames the platform lays out (strides). */
+#define OT_DEFAULT_ALIGN 32
+#define OT_MAX_ALIGN 1024
 
 typedef td_s32 ot_vi_dev;
 typedef td_s32 ot_vi_pipe;
