@@ -253,6 +253,11 @@ private slots:
         info.video_frame.stride[0] = info.video_frame.stride[1] = 96;
         info.video_frame.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
         QCOMPARE(hi_mpi_vpss_send_frame(1, &info, 0), HI_ERR_VPSS_ILLEGAL_PARAM);
+        const hi_vb_blk blk = hi_mpi_vb_get_blk(HI_VB_INVALID_POOL_ID, 4096, nullptr);
+        info.video_frame.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk); // chroma past the block's end
+        info.video_frame.phys_addr[1] = info.video_frame.phys_addr[0] + blkSize - 96;
+        QCOMPARE(hi_mpi_vpss_send_frame(1, &info, 0), HI_ERR_VPSS_ILLEGAL_PARAM);
+        QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
         QCOMPARE(hi_mpi_vi_get_chn_frame(0, 0, &info, 0), HI_ERR_VI_NOT_CFG);
         vx_model_vi_source(0, "camera");
         hi_vi_dev_attr dev = {};
