@@ -122,6 +122,28 @@ typedef struct {
     td_s32 chn_id;
 } ot_mpp_chn;
 
+/* Payload types, numbered as RTP numbers them. */
+typedef enum {
+    OT_PT_PCMU = 0,
+    OT_PT_PCMA = 8,
+    OT_PT_G711A = 19,
+    OT_PT_G711U = 20,
+    OT_PT_G726 = 21,
+    OT_PT_LPCM = 23,
+    OT_PT_JPEG = 26,
+    OT_PT_AAC = 37,
+    OT_PT_MP3 = 43,
+    OT_PT_ADPCMA = 49,
+    OT_PT_H264 = 96,
+    OT_PT_MP4VIDEO = 230,
+    OT_PT_H265 = 265,
+    OT_PT_AMR = 1001,
+    OT_PT_MJPEG = 1002,
+    OT_PT_AMRWB = 1003,
+    OT_PT_PRORES = 1006,
+    OT_PT_OPUS = 1007
+} ot_payload_type;
+
 #ifdef __cplusplus
 }
 #endif
