@@ -153,6 +153,8 @@ void vxDeliver(VxState &s, const hi_mpp_chn &src, const VxFrameRef &frame)
                 input.frames.push_back(frame);
                 vxModel().changed.notify_all();
             }
+        } else if (mod == HI_ID_VENC) {
+            vxVencReceive(s, bind.first, frame);
         }
     }
 }
@@ -175,4 +177,24 @@ bool vxTakeBack(VxState &s, std::vector<VxFrameRef> &held, const hi_video_frame_
     held.erase(it);
     vxModel().changed.notify_all();
     return true;
+}
+
+// True when [phys, phys + bytes) lies inside block @p blk.
+static bool inBlock(const VxState &s, hi_vb_blk blk, hi_phys_addr_t phys, hi_u64 bytes)
+{
+    const VxPool &pool = s.pools[blk >> 16];
+    const hi_u64 start = pool.base + static_cast<hi_u64>(blk & 0xffff) * pool.blkSize;
+    return phys >= start && phys + bytes <= start + pool.blkSize;
+}
+
+bool vxFrameInBlock(const VxState &s, hi_vb_blk blk, const hi_video_frame &f)
+{
+    if (blk == HI_VB_INVALID_HANDLE || f.stride[0] < f.width
+        || !inBlock(s, blk, f.phys_addr[0], static_cast<hi_u64>(f.stride[0]) * f.height))
+        return false;
+    if (vxInt(f.pixel_format) == HI_PIXEL_FORMAT_YUV_400)
+        return true;
+    const hi_u32 rows = vxInt(f.pixel_format) == HI_PIXEL_FORMAT_YUV_SEMIPLANAR_422 ? f.height : f.height / 2;
+    return f.stride[1] >= f.width && f.phys_addr[1] >= f.phys_addr[0]
+        && inBlock(s, blk, f.phys_addr[1], static_cast<hi_u64>(f.stride[1]) * rows);
 }

@@ -132,6 +132,20 @@ struct VxViPipe {
     std::unique_ptr<VxWorker> worker;
 };
 
+// One encoded picture waiting in (or taken from) a channel's stream buffer:
+// where its bytes lie in the buffer and the NAL units they hold.
+struct VxVencStream {
+    hi_u32 seq = 0;
+    hi_u64 pts = 0;
+    bool key = false;
+    int qp = 0;
+    hi_u32 offset = 0;                // in the channel's stream buffer
+    hi_u32 bytes = 0;
+    std::vector<std::pair<int, std::pair<hi_u32, hi_u32>>> nals; // type, (offset in the picture, length)
+};
+
+// A VENC channel. Channels that were never created still keep the records
+// set on them (the glue configures them that way) but encode nothing.
 struct VxVencChn {
     hi_venc_rc_param rc{};
     hi_venc_chn_param param{};
@@ -139,6 +153,28 @@ struct VxVencChn {
     hi_venc_h265_vui vui265{};
     bool started = false;
     hi_s32 recvPicNum = 0;
+
+    bool exists = false;
+    hi_venc_chn_attr attr{};
+    hi_u32 generation = 0;            // bumped by every change the encoder must see
+    bool idr = false;                 // an IDR picture was asked for
+    hi_u32 received = 0;              // pictures taken since start
+    VxRateCtrl rate;
+    VxFrameQueue input;               // sent and bound frames waiting for the encoder
+    std::deque<VxVencStream> ready;   // streams for hi_mpi_venc_get_stream
+    std::vector<VxVencStream> held;   // streams the user got and has not released
+    // The stream buffer: a ring in its own region of physical memory; `used`
+    // lists the stretches of live streams in the order they were written.
+    hi_phys_addr_t bufPhys = 0;
+    hi_u32 bufSize = 0;
+    std::deque<std::pair<hi_u32, hi_u32>> used;
+    hi_u32 seq = 0;
+    hi_u32 encoded = 0;
+    VxVencStream last;                // the newest picture, for query_status
+    hi_u32 discarded = 0;
+    hi_u32 bufFull = 0;
+    int fd = -1;                      // eventfd counting ready streams
+    std::unique_ptr<VxWorker> worker;
 };
 
 struct VxState {
@@ -269,6 +305,8 @@ void vxUnref(VxState &s, hi_vb_blk blk);
 // Releases every frame of @p frames.
 void vxUnrefAll(VxState &s, std::deque<VxFrameRef> &frames);
 void vxUnrefAll(VxState &s, std::vector<VxFrameRef> &frames);
+// True when both planes of @p f lie whole inside block @p blk, as its strides say.
+bool vxFrameInBlock(const VxState &s, hi_vb_blk blk, const hi_video_frame &f);
 // The bytes of @p frame's block, kept alive for pixel work outside the lock.
 std::shared_ptr<VxBytes> vxFrameBytesOf(VxState &s, const VxFrameRef &frame, unsigned char **data);
 // The platform clock (microseconds) as hi_mpi_sys_get_cur_pts reads it.
@@ -294,6 +332,14 @@ bool vxWait(std::unique_lock<std::mutex> &lock, hi_s32 milli_sec, Ready ready)
     }
     return vxModel().changed.wait_for(lock, std::chrono::milliseconds(milli_sec), ready);
 }
+
+// --- VENC (mpi_venc.cpp) ---
+
+// A frame from a binding for encoder channel std::get<2>(@p receiver): into
+// its input queue, or counted as lost when the queue is full.
+void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const VxFrameRef &frame);
+// Closes the event descriptors of every channel (the model goes back to power-on).
+void vxVencCloseAll(VxState &s);
 
 // Formats the arguments of a logged call (printf rules).
 std::string vxArgs(const char *fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -113,6 +113,12 @@ void vxStopAllWorkers(std::unique_lock<std::mutex> &lock)
                 again = true;
             }
         }
+        for (size_t i = 0; i < s.venc.size(); ++i) {
+            if (s.venc[i].worker) {
+                vxStopWorker(lock, s.venc[i].worker);
+                again = true;
+            }
+        }
     }
 }
 
@@ -120,6 +126,7 @@ void vx_model_reset()
 {
     std::unique_lock<std::mutex> lock(vxModel().mutex);
     vxStopAllWorkers(lock);
+    vxVencCloseAll(vxModel().s);
     vxModel().s = VxState();
 }
 

@@ -429,14 +429,6 @@ hi_s32 hi_mpi_vpss_get_chn_rotation(hi_vpss_grp grp, hi_vpss_chn chn, hi_rotatio
     return getChn(s, grp, chn, &VxVpssChn::rotation, rotation_attr);
 }
 
-// True when [phys, phys + bytes) lies inside block @p blk.
-static bool inBlock(const VxState &s, hi_vb_blk blk, hi_phys_addr_t phys, hi_u64 bytes)
-{
-    const VxPool &pool = s.pools[blk >> 16];
-    const hi_u64 start = pool.base + static_cast<hi_u64>(blk & 0xffff) * pool.blkSize;
-    return phys >= start && phys + bytes <= start + pool.blkSize;
-}
-
 hi_s32 hi_mpi_vpss_send_frame(hi_vpss_grp grp, const hi_video_frame_info *frame_info, hi_s32 milli_sec)
 {
     VX_CALL(vxStatus, "%d,0x%x,%d", grp, frame_info ? frame_info->video_frame.phys_addr[0] : 0, milli_sec);
@@ -456,14 +448,8 @@ hi_s32 hi_mpi_vpss_send_frame(hi_vpss_grp grp, const hi_video_frame_info *frame_
         return HI_ERR_VPSS_NOT_SUPPORT;
     // The frame must lie in one VB block, both planes whole, as its strides say.
     const hi_vb_blk blk = vxBlockAt(s, f.phys_addr[0]);
-    if (blk == HI_VB_INVALID_HANDLE || !inBlock(s, blk, f.phys_addr[0], static_cast<hi_u64>(f.stride[0]) * f.height))
+    if (!vxFrameInBlock(s, blk, f))
         return HI_ERR_VPSS_ILLEGAL_PARAM;
-    if (vxInt(f.pixel_format) != HI_PIXEL_FORMAT_YUV_400) {
-        const hi_u32 rows = vxInt(f.pixel_format) == HI_PIXEL_FORMAT_YUV_SEMIPLANAR_422 ? f.height : f.height / 2;
-        if (f.stride[1] < f.width || f.phys_addr[1] < f.phys_addr[0]
-            || !inBlock(s, blk, f.phys_addr[1], static_cast<hi_u64>(f.stride[1]) * rows))
-            return HI_ERR_VPSS_ILLEGAL_PARAM;
-    }
     auto room = [&s, grp] {
         const VxVpssGrp &now = s.vpss[grp];
         return !now.started || now.input.frames.size() < 4;
