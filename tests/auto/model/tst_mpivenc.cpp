@@ -28,7 +28,7 @@ struct Output {
     int pictures = 0;
     qint64 bytes = 0;
     QString badPack;       // the first pack that was not one NAL unit of its type
-    hi_u32 discarded = 0;
+    hi_u64 firstPts = 0, lastPts = 0;
 };
 
 static hi_venc_chn_attr encoderAttr(hi_payload_type type, hi_u32 w, hi_u32 h, hi_venc_rc_mode mode, hi_u32 gop)
@@ -84,7 +84,9 @@ static bool takeStream(hi_venc_chn chn, bool hevc, QFile &file, Output &out)
         file.write(reinterpret_cast<const char *>(pack.addr + pack.offset), pack.len - pack.offset);
         out.bytes += pack.len - pack.offset;
     }
-    ++out.pictures;
+    if (out.pictures++ == 0)
+        out.firstPts = packs[0].pts;
+    out.lastPts = packs[0].pts;
     return hi_mpi_venc_release_stream(chn, &stream) == 0;
 }
 
@@ -201,9 +203,6 @@ class tst_MpiVenc : public QObject
             QCOMPARE(hi_mpi_venc_stop_chn(i), 0);
             while (takeStream(i, i == 1, files[i], outputs[i])) {
             }
-            hi_venc_chn_status status = {};
-            QCOMPARE(hi_mpi_venc_query_status(i, &status), 0);
-            outputs[i].discarded = status.discard_pics;
             QCOMPARE(hi_mpi_sys_unbind(&vpss[i], &venc[i]), 0);
             QCOMPARE(hi_mpi_venc_destroy_chn(i), 0);
         }
@@ -273,19 +272,23 @@ private slots:
         QCOMPARE(stream.value("color_primaries").toString("unknown"), primaries);
         const QJsonArray frames = info.value("frames").toArray();
         QCOMPARE(frames.size(), out.pictures);
-        // Pictures dropped for want of stream buffers are counted; the rest are
-        // one GOP apart at keyframes when nothing was lost.
+        // Keyframes one GOP of encoded pictures apart.
+        // As many pictures as the sensor's rate gives over their PTS span;
+        // under sanitizers and emulation the encoders may lose some.
+        const double expected = double(out.lastPts - out.firstPts) * kFps / 1e6 + 1;
+        const double least = VexaTest::stressScale() < 1 ? 0.3 : 0.8;
+        QVERIFY2(out.pictures <= expected + 1 && out.pictures >= least * expected,
+                 qPrintable(QString("%1 pictures over %2 frame periods").arg(out.pictures).arg(expected)));
         QList<int> keys;
         for (int i = 0; i < frames.size(); ++i) {
             if (frames.at(i).toObject().value("key_frame").toInt())
                 keys << i;
         }
         QCOMPARE(keys.value(0), 0);
-        if (out.discarded == 0) {
-            for (int i = 1; i < keys.size(); ++i)
-                QCOMPARE(keys[i] - keys[i - 1], gop);
-        }
-        if (chn == 0 && out.discarded == 0) {
+        QVERIFY(keys.size() >= 2);
+        for (int i = 1; i < keys.size(); ++i)
+            QCOMPARE(keys[i] - keys[i - 1], gop);
+        if (chn == 0) {
             // Bit rate over whole GOPs at the stream's own frame rate.
             const double kbps = out.bytes * 8.0 / 1000 / (double(out.pictures) / kFps);
             QVERIFY2(qAbs(kbps - kCbrKbps) <= 0.15 * kCbrKbps, qPrintable(QString::number(kbps)));
