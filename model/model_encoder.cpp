@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 
 extern "C" {
@@ -56,8 +57,45 @@ bool VxEncoder::rateOf(const hi_venc_rc_attr &rc, hi_u32 *gop, hi_u32 *srcFps, h
         *srcFps = rc.h264_fixqp.src_frame_rate;
         *dstFps = rc.h264_fixqp.dst_frame_rate;
         return true;
+    case HI_VENC_RC_MODE_MJPEG_CBR:
+    case HI_VENC_RC_MODE_MJPEG_VBR:
+        *gop = 1;
+        *srcFps = rc.mjpeg_cbr.src_frame_rate;
+        *dstFps = rc.mjpeg_cbr.dst_frame_rate;
+        return true;
+    case HI_VENC_RC_MODE_MJPEG_FIXQP:
+        *gop = 1;
+        *srcFps = rc.mjpeg_fixqp.src_frame_rate;
+        *dstFps = rc.mjpeg_fixqp.dst_frame_rate;
+        return true;
     default:
         return false;
+    }
+}
+
+// The JPEG quantiser scale (1 finest, 31 coarsest) of a quality factor (1 to 99).
+static int qscaleOf(hi_u32 qfactor)
+{
+    const int q = static_cast<int>(std::min<hi_u32>(std::max<hi_u32>(qfactor, 1), 99));
+    return 1 + (99 - q) * 30 / 98;
+}
+
+// Sets up FFmpeg's JPEG encoder: every picture a key picture, quality from
+// the MJPEG rate control (snapshots: quality factor 90).
+static void setUpJpeg(AVCodecContext *ctx, const hi_venc_rc_attr &rc, bool motion)
+{
+    ctx->pix_fmt = AV_PIX_FMT_YUVJ420P;
+    ctx->color_range = AVCOL_RANGE_JPEG;
+    const int mode = motion ? vxInt(rc.rc_mode) : HI_VENC_RC_MODE_MJPEG_FIXQP;
+    if (mode == HI_VENC_RC_MODE_MJPEG_CBR || mode == HI_VENC_RC_MODE_MJPEG_VBR) {
+        ctx->bit_rate = static_cast<int64_t>(rc.mjpeg_cbr.bit_rate) * 1000;
+        ctx->rc_max_rate = ctx->bit_rate;
+        ctx->rc_buffer_size = static_cast<int>(std::min<int64_t>(ctx->bit_rate * std::max<hi_u32>(rc.mjpeg_cbr.stats_time, 1), INT32_MAX));
+        ctx->qmin = 1;
+        ctx->qmax = 31;
+    } else {
+        ctx->flags |= AV_CODEC_FLAG_QSCALE;
+        ctx->global_quality = FF_QP2LAMBDA * qscaleOf(motion ? rc.mjpeg_fixqp.qfactor : 90);
     }
 }
 
@@ -158,11 +196,14 @@ bool VxEncoder::open(const VxEncoderSetup &setup, std::string *error)
 {
     close();
     const hi_venc_attr &va = setup.attr.venc_attr;
-    hevc_ = vxInt(va.type) == HI_PT_H265;
-    const char *name = hevc_ ? "libx265" : vxInt(va.type) == HI_PT_H264 ? "libx264" : nullptr;
+    const int type = vxInt(va.type);
+    hevc_ = type == HI_PT_H265;
+    jpeg_ = type == HI_PT_JPEG || type == HI_PT_MJPEG;
+    const char *name = hevc_ ? "libx265" : type == HI_PT_H264 ? "libx264" : jpeg_ ? "mjpeg" : nullptr;
     const AVCodec *codec = name ? avcodec_find_encoder_by_name(name) : nullptr;
-    hi_u32 gop = 0, srcFps = 0, dstFps = 0;
-    if (!codec || !rateOf(setup.attr.rc_attr, &gop, &srcFps, &dstFps)) {
+    hi_u32 gop = 1, srcFps = 0, dstFps = 0;
+    // Snapshot channels take no rate control.
+    if (!codec || (type != HI_PT_JPEG && !rateOf(setup.attr.rc_attr, &gop, &srcFps, &dstFps))) {
         *error = std::string("no encoder for payload ") + std::to_string(vxInt(va.type)) + " and rate-control mode "
             + std::to_string(vxInt(setup.attr.rc_attr.rc_mode)) + (name ? std::string(" (") + name + ")" : "");
         return false;
@@ -188,6 +229,10 @@ bool VxEncoder::open(const VxEncoderSetup &setup, std::string *error)
     ctx_->bit_rate = 0;
     // One thread: the channel's own thread is the encoder's.
     ctx_->thread_count = 1;
+    if (jpeg_) {
+        setUpJpeg(ctx_, setup.attr.rc_attr, type == HI_PT_MJPEG);
+        return openCodec(codec, name, std::string(), error);
+    }
 
     // A fixed GOP of IDR pictures with the parameter sets in front of each.
     std::string params = "keyint=" + std::to_string(gop) + ":min-keyint=" + std::to_string(gop)
@@ -209,6 +254,11 @@ bool VxEncoder::open(const VxEncoderSetup &setup, std::string *error)
     av_opt_set(ctx_->priv_data, "profile", profile, 0);
     av_opt_set_int(ctx_->priv_data, "forced-idr", 1, 0);
     av_opt_set(ctx_->priv_data, hevc_ ? "x265-params" : "x264-params", params.c_str(), 0);
+    return openCodec(codec, name, params, error);
+}
+
+bool VxEncoder::openCodec(const AVCodec *codec, const char *name, const std::string &params, std::string *error)
+{
     const int ret = avcodec_open2(ctx_, codec, nullptr);
     if (ret < 0) {
         char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -293,7 +343,15 @@ bool VxEncoder::encode(const VxPicture &pic, bool idr, VxEncoded *out)
         got = true;
         av_packet_unref(packet_);
     }
-    if (got)
+    if (got && jpeg_) {
+        // A JPEG picture is one pack.
+        VxNal whole;
+        whole.type = HI_VENC_JPEG_PACK_PIC;
+        whole.len = out->bytes.size();
+        out->nals.push_back(whole);
+        out->key = true;
+    } else if (got) {
         splitNals(out->bytes, hevc_, &out->nals);
+    }
     return got && !out->nals.empty();
 }

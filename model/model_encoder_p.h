@@ -2,7 +2,8 @@
 #define MODEL_ENCODER_P_H
 
 // The encoder behind a VENC channel of the software model: libavcodec with
-// libx264 or libx265, configured from the channel's records. Used by one
+// libx264, libx265 or FFmpeg's JPEG encoder, configured from the channel's
+// records. Used by one
 // thread at a time, outside the model's lock. Not installed.
 
 #include <string>
@@ -10,6 +11,7 @@
 
 #include "model_pixels_p.h"
 
+struct AVCodec;
 struct AVCodecContext;
 struct AVFrame;
 struct AVPacket;
@@ -53,7 +55,7 @@ public:
     bool isOpen() const { return ctx_ != nullptr; }
 
     // Encodes @p pic (semi-planar 4:2:0 of the opened size); @p idr forces an
-    // IDR picture. The picture comes out at once (no reordering, no
+    // IDR picture. A JPEG picture is one unit of type HI_VENC_JPEG_PACK_PIC. The picture comes out at once (no reordering, no
     // look-ahead): false when the encoder failed or gave nothing.
     bool encode(const VxPicture &pic, bool idr, VxEncoded *out);
 
@@ -62,11 +64,14 @@ public:
     static bool rateOf(const hi_venc_rc_attr &rc, hi_u32 *gop, hi_u32 *srcFps, hi_u32 *dstFps);
 
 private:
+    bool openCodec(const AVCodec *codec, const char *name, const std::string &params, std::string *error);
+
     AVCodecContext *ctx_ = nullptr;
     AVFrame *frame_ = nullptr;
     AVPacket *packet_ = nullptr;
     long long next_ = 0;
     bool hevc_ = false;
+    bool jpeg_ = false;
 };
 
 #endif // MODEL_ENCODER_P_H

@@ -1,8 +1,9 @@
 // VENC module of the software model: module parameters and, per channel,
 // rate control, VUI, channel parameters and picture reception. A created
 // and started channel runs a thread that encodes the frames of its input
-// queue (sent or bound) with libx264 or libx265 into its stream buffer, one
-// pack per NAL unit, and signals its event descriptor for each picture.
+// queue (sent or bound) with libx264, libx265 or FFmpeg's JPEG encoder into
+// its stream buffer, one pack per NAL unit (per picture for JPEG), and
+// signals its event descriptor for each picture.
 // Channels that were never created keep their records and receive nothing.
 
 #include "hi_mpi_venc.h"
@@ -155,9 +156,9 @@ static hi_s32 checkAttr(const hi_venc_chn_attr &attr)
 {
     const hi_venc_attr &va = attr.venc_attr;
     const int type = vxInt(va.type);
-    if (type == HI_PT_JPEG || type == HI_PT_MJPEG || type == HI_PT_PRORES)
+    if (type == HI_PT_PRORES)
         return HI_ERR_VENC_NOT_SUPPORT;
-    if (type != HI_PT_H264 && type != HI_PT_H265)
+    if (type != HI_PT_H264 && type != HI_PT_H265 && type != HI_PT_JPEG && type != HI_PT_MJPEG)
         return HI_ERR_VENC_ILLEGAL_PARAM;
     if (va.pic_width < kMinSize || va.pic_height < kMinSize || va.pic_width > va.max_pic_width
         || va.pic_height > va.max_pic_height || va.max_pic_width > kMaxSize || va.max_pic_height > kMaxSize
@@ -165,11 +166,15 @@ static hi_s32 checkAttr(const hi_venc_chn_attr &attr)
         return HI_ERR_VENC_ILLEGAL_PARAM;
     if (va.profile > (type == HI_PT_H264 ? 2u : 0u))
         return HI_ERR_VENC_ILLEGAL_PARAM;
+    // Snapshot channels take no rate control.
+    if (type == HI_PT_JPEG)
+        return HI_SUCCESS;
     // The rate-control mode must belong to the payload.
     const int mode = vxInt(attr.rc_attr.rc_mode);
     const bool h264Mode = mode >= HI_VENC_RC_MODE_H264_CBR && mode <= HI_VENC_RC_MODE_H264_QPMAP;
     const bool h265Mode = mode >= HI_VENC_RC_MODE_H265_CBR && mode <= HI_VENC_RC_MODE_H265_QPMAP;
-    if ((type == HI_PT_H264 && !h264Mode) || (type == HI_PT_H265 && !h265Mode))
+    const bool mjpegMode = mode >= HI_VENC_RC_MODE_MJPEG_CBR && mode <= HI_VENC_RC_MODE_MJPEG_FIXQP;
+    if ((type == HI_PT_H264 && !h264Mode) || (type == HI_PT_H265 && !h265Mode) || (type == HI_PT_MJPEG && !mjpegMode))
         return HI_ERR_VENC_ILLEGAL_PARAM;
     hi_u32 gop = 0, srcFps = 0, dstFps = 0;
     if (!VxEncoder::rateOf(attr.rc_attr, &gop, &srcFps, &dstFps))
@@ -308,7 +313,10 @@ static void encodeThread(hi_venc_chn chn, VxWorker *worker)
         c.input.frames.pop_front();
         vxModel().changed.notify_all(); // room for a waiting sender
         hi_u32 gop = 0, srcFps = 0, dstFps = 0;
-        VxEncoder::rateOf(c.attr.rc_attr, &gop, &srcFps, &dstFps);
+        if (vxInt(c.attr.venc_attr.type) == HI_PT_JPEG)
+            srcFps = dstFps = 1; // snapshots: every picture received
+        else
+            VxEncoder::rateOf(c.attr.rc_attr, &gop, &srcFps, &dstFps);
         const hi_frame_rate_ctrl rate = {static_cast<hi_s32>(srcFps), static_cast<hi_s32>(dstFps)};
         // The user's streams plus the queued ones may not pass the channel's maximum.
         if (!c.rate.pass(rate) || c.ready.size() + c.held.size() >= c.param.max_stream_cnt) {
@@ -437,7 +445,7 @@ hi_s32 hi_mpi_venc_create_chn(hi_venc_chn chn, const hi_venc_chn_attr *attr)
     } catch (const std::bad_alloc &) {
         return HI_ERR_VENC_NO_MEM;
     }
-    hi_u32 gop = 0, srcFps = 0, dstFps = 0;
+    hi_u32 gop = 0, srcFps = 0, dstFps = 30;
     VxEncoder::rateOf(attr->rc_attr, &gop, &srcFps, &dstFps);
     *c = VxVencChn();
     c->exists = true;
@@ -606,7 +614,8 @@ hi_s32 hi_mpi_venc_get_stream(hi_venc_chn chn, hi_venc_stream *stream, hi_s32 mi
     if (stream->pack_cnt < st.nals.size())
         return HI_ERR_VENC_ILLEGAL_PARAM; // query_status says how many packs to provide
     unsigned char *buf = bufferData(s, *c);
-    const bool hevc = vxInt(c->attr.venc_attr.type) == HI_PT_H265;
+    const int type = vxInt(c->attr.venc_attr.type);
+    const bool hevc = type == HI_PT_H265, jpeg = type == HI_PT_JPEG || type == HI_PT_MJPEG;
     for (size_t i = 0; i < st.nals.size(); ++i) {
         hi_venc_pack &pack = stream->pack[i];
         pack = hi_venc_pack();
@@ -616,7 +625,9 @@ hi_s32 hi_mpi_venc_get_stream(hi_venc_chn chn, hi_venc_stream *stream, hi_s32 mi
         pack.len = st.nals[i].second.second;
         pack.pts = st.pts;
         pack.is_frame_end = i + 1 == st.nals.size() ? HI_TRUE : HI_FALSE;
-        if (hevc)
+        if (jpeg)
+            pack.data_type.jpeg_type = static_cast<hi_venc_jpege_pack_type>(st.nals[i].first);
+        else if (hevc)
             pack.data_type.h265_type = static_cast<hi_venc_h265_nalu_type>(packType(true, st.nals[i].first));
         else
             pack.data_type.h264_type = static_cast<hi_venc_h264_nalu_type>(packType(false, st.nals[i].first));
@@ -626,7 +637,9 @@ hi_s32 hi_mpi_venc_get_stream(hi_venc_chn chn, hi_venc_stream *stream, hi_s32 mi
     std::memset(&stream->h265_info, 0, sizeof(stream->h265_info));
     std::memset(&stream->h264_adv_info, 0, sizeof(stream->h264_adv_info));
     const hi_venc_ref_type ref = st.key ? HI_VENC_BASE_IDR_SLICE : HI_VENC_BASE_P_SLICE_REF_BY_BASE;
-    if (hevc) {
+    if (jpeg) {
+        stream->jpeg_info.pic_bytes = st.bytes;
+    } else if (hevc) {
         stream->h265_info.pic_bytes = st.bytes;
         stream->h265_info.ref_type = ref;
         stream->h265_info.start_qp = stream->h265_info.mean_qp = static_cast<hi_u32>(st.qp);

@@ -41,7 +41,9 @@ static hi_venc_chn_attr encoderAttr(hi_payload_type type, hi_u32 w, hi_u32 h, hi
     attr.venc_attr.profile = type == HI_PT_H264 ? 1 : 0;
     attr.venc_attr.is_by_frame = HI_TRUE;
     attr.rc_attr.rc_mode = mode;
-    if (mode == HI_VENC_RC_MODE_H265_FIXQP || mode == HI_VENC_RC_MODE_H264_FIXQP)
+    if (mode == HI_VENC_RC_MODE_MJPEG_FIXQP)
+        attr.rc_attr.mjpeg_fixqp = {kFps, kFps, 80};
+    else if (mode == HI_VENC_RC_MODE_H265_FIXQP || mode == HI_VENC_RC_MODE_H264_FIXQP)
         attr.rc_attr.h265_fixqp = {gop, kFps, kFps, 28, 30, 32};
     else
         attr.rc_attr.h264_cbr = {gop, 1, kFps, kFps, kCbrKbps};
@@ -310,12 +312,27 @@ private slots:
 
     // Pictures the user sends: the receive count, an IDR on request, the
     // platform's errors for calls it refuses.
+    void sentFrames_data()
+    {
+        QTest::addColumn<int>("payload");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("allKey");   // every picture a key picture
+        QTest::addColumn<int>("firstPack"); // of a key picture
+        QTest::newRow("h264") << int(HI_PT_H264) << int(HI_VENC_RC_MODE_H264_FIXQP) << false
+                              << int(HI_VENC_H264_NALU_SPS);
+        QTest::newRow("mjpeg") << int(HI_PT_MJPEG) << int(HI_VENC_RC_MODE_MJPEG_FIXQP) << true
+                               << int(HI_VENC_JPEG_PACK_PIC);
+    }
     void sentFrames()
     {
+        QFETCH(int, payload);
+        QFETCH(int, mode);
+        QFETCH(bool, allKey);
+        QFETCH(int, firstPack);
         vx_model_reset();
         QCOMPARE(vx_model_boot(), 0);
         const hi_u32 w = 64, h = 48;
-        hi_venc_chn_attr attr = encoderAttr(HI_PT_H264, w, h, HI_VENC_RC_MODE_H264_FIXQP, 100);
+        hi_venc_chn_attr attr = encoderAttr(hi_payload_type(payload), w, h, hi_venc_rc_mode(mode), 100);
         hi_venc_stream stream = {};
         hi_venc_pack packs[8];
         stream.pack = packs;
@@ -347,11 +364,12 @@ private slots:
         for (int i = 0; i < 3; ++i) {
             QCOMPARE(hi_mpi_venc_get_stream(2, &stream, 5000), 0);
             QCOMPARE(packs[stream.pack_cnt - 1].pts, hi_u64(1000 * i));
-            keys << (stream.h264_info.ref_type == HI_VENC_BASE_IDR_SLICE);
+            keys << (allKey || stream.h264_info.ref_type == HI_VENC_BASE_IDR_SLICE);
+            QCOMPARE(int(packs[0].data_type.h264_type) == firstPack, keys.last());
             QCOMPARE(hi_mpi_venc_release_stream(2, &stream), 0);
             stream.pack_cnt = 8;
         }
-        QCOMPARE(keys, QList<bool>({true, false, false}));
+        QCOMPARE(keys, QList<bool>({true, allKey, allKey}));
         QCOMPARE(hi_mpi_venc_release_stream(2, &stream), HI_ERR_VENC_ILLEGAL_PARAM); // released already
 
         // Empty: at once with 0, after the timeout with a positive wait.
@@ -372,8 +390,8 @@ private slots:
         QCOMPARE(hi_mpi_venc_request_idr(2, HI_TRUE), 0);
         QCOMPARE(hi_mpi_venc_send_frame(2, &frame, 1000), 0);
         QCOMPARE(hi_mpi_venc_get_stream(2, &stream, 5000), 0);
-        QCOMPARE(stream.h264_info.ref_type, HI_VENC_BASE_IDR_SLICE);
-        QCOMPARE(packs[0].data_type.h264_type, HI_VENC_H264_NALU_SPS);
+        QVERIFY(allKey || stream.h264_info.ref_type == HI_VENC_BASE_IDR_SLICE);
+        QCOMPARE(int(packs[0].data_type.h264_type), firstPack);
         QCOMPARE(hi_mpi_venc_release_stream(2, &stream), 0);
         QCOMPARE(hi_mpi_venc_stop_chn(2), 0);
         QCOMPARE(hi_mpi_venc_destroy_chn(2), 0);
