@@ -393,6 +393,17 @@ private slots:
         QVERIFY(allKey || stream.h264_info.ref_type == HI_VENC_BASE_IDR_SLICE);
         QCOMPARE(int(packs[0].data_type.h264_type), firstPack);
         QCOMPARE(hi_mpi_venc_release_stream(2, &stream), 0);
+
+        // One stream at most: the pictures after it are discarded, not queued.
+        QCOMPARE(hi_mpi_venc_stop_chn(2), 0);
+        QCOMPARE(vx_mpi_venc_set_max_stream(2, 1), 0);
+        QCOMPARE(vx_mpi_venc_start_chn(2), 0);
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(hi_mpi_venc_send_frame(2, &frame, 1000), 0);
+        hi_venc_chn_status status = {};
+        QTRY_VERIFY(hi_mpi_venc_query_status(2, &status) == 0 && status.left_stream_frames + status.discard_pics == 3);
+        QCOMPARE(status.left_stream_frames, 1u);
+        QVERIFY(status.cur_packs > 0);
         QCOMPARE(hi_mpi_venc_stop_chn(2), 0);
         QCOMPARE(hi_mpi_venc_destroy_chn(2), 0);
         QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
