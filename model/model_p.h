@@ -4,12 +4,16 @@
 // State of the software model of the media platform, shared by the files
 // that implement its modules. Not installed.
 
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -23,22 +27,66 @@
 #include "hi_common_vpss.h"
 #include "vx_mpi_model.h"
 
-// One stretch of "physical" memory: a media-memory block or a VB pool.
+// VI devices of the model (virtual sensors).
+#define VX_VI_DEV_NUM 4
+
+typedef std::vector<unsigned char> VxBytes;
+
+// One stretch of "physical" memory: a media-memory block or a VB pool. The
+// bytes are shared so that a worker drawing into a block outside the model's
+// lock keeps them alive even if the pool goes meanwhile.
 struct VxRegion {
-    std::vector<unsigned char> mem;
+    std::shared_ptr<VxBytes> mem = std::make_shared<VxBytes>();
     bool mmz = false;
+    unsigned char *data() const { return mem->data(); }
+    size_t size() const { return mem->size(); }
 };
 
+// A VB pool: a common pool from the VB configuration or one made with
+// hi_mpi_vb_create_pool. refs[i] counts the holders of block i (0: free).
 struct VxPool {
     hi_phys_addr_t base = 0;
     hi_u64 blkSize = 0;
-    std::vector<bool> used;
+    std::vector<int> refs;
+    bool exists = true;
+    bool common = true;
+};
+
+// A model thread (virtual sensor, VPSS group). It runs until `stop` is set
+// under the model's lock; whoever sets it joins the thread with the lock let go.
+struct VxWorker {
+    std::thread thread;
+    bool stop = false;
+};
+
+// One frame held by a queue or a user: the frame record as handed out and
+// the block it lives in (one reference on that block).
+struct VxFrameRef {
+    hi_video_frame_info info{};
+    hi_vb_blk blk = HI_VB_INVALID_HANDLE;
+};
+
+// A bounded queue of frames; `dropped` counts frames that found it full.
+struct VxFrameQueue {
+    std::deque<VxFrameRef> frames;
+    hi_u64 dropped = 0;
+};
+
+// Frame-rate control: passes dst of every src frames, evenly spread.
+struct VxRateCtrl {
+    hi_u64 seen = 0;
+    hi_u64 passed = 0;
+    bool pass(const hi_frame_rate_ctrl &rate);
 };
 
 struct VxVpssChn {
     hi_vpss_chn_attr attr{};
     hi_rotation_attr rotation{};
     bool enabled = false;
+    VxRateCtrl rate;
+    VxFrameQueue user;                // frames for hi_mpi_vpss_get_chn_frame
+    std::vector<VxFrameRef> held;     // frames the user got and has not released
+    hi_u64 vbFail = 0;
 };
 
 struct VxVpssGrp {
@@ -49,8 +97,55 @@ struct VxVpssGrp {
     hi_vpss_grp_param param{};
     hi_u32 delay = 0;
     VxVpssChn chn[HI_VPSS_MAX_PHYS_CHN_NUM];
+    VxRateCtrl rate;
+    VxFrameQueue input;               // sent and bound frames waiting for the group
+    bool paused = false;              // held by vx_model_vpss_pause: a slow consumer
+    std::unique_ptr<VxWorker> worker;
 };
 
+struct VxViChn {
+    hi_vi_chn_attr attr{};
+    bool attrSet = false;
+    bool enabled = false;
+    VxRateCtrl rate;
+    VxFrameQueue user;
+    std::vector<VxFrameRef> held;
+    hi_u32 vbFail = 0;
+    hi_u32 lost = 0;
+};
+
+struct VxViDev {
+    hi_vi_dev_attr attr{};
+    bool attrSet = false;
+    bool enabled = false;
+    std::string source;               // what the virtual sensor shows (see vx_model_vi_source)
+    int fps = 30;
+};
+
+struct VxViPipe {
+    bool exists = false;
+    bool started = false;
+    int dev = -1;                     // the device bound to the pipe
+    hi_vi_pipe_attr attr{};
+    hi_u32 frameNo = 0;
+    VxViChn chn[HI_VI_MAX_CHN_NUM];
+    std::unique_ptr<VxWorker> worker;
+};
+
+// One encoded picture waiting in (or taken from) a channel's stream buffer:
+// where its bytes lie in the buffer and the NAL units they hold.
+struct VxVencStream {
+    hi_u32 seq = 0;
+    hi_u64 pts = 0;
+    bool key = false;
+    int qp = 0;
+    hi_u32 offset = 0;                // in the channel's stream buffer
+    hi_u32 bytes = 0;
+    std::vector<std::pair<int, std::pair<hi_u32, hi_u32>>> nals; // type, (offset in the picture, length)
+};
+
+// A VENC channel. Channels that were never created still keep the records
+// set on them (the glue configures them that way) but encode nothing.
 struct VxVencChn {
     hi_venc_rc_param rc{};
     hi_venc_chn_param param{};
@@ -58,6 +153,28 @@ struct VxVencChn {
     hi_venc_h265_vui vui265{};
     bool started = false;
     hi_s32 recvPicNum = 0;
+
+    bool exists = false;
+    hi_venc_chn_attr attr{};
+    hi_u32 generation = 0;            // bumped by every change the encoder must see
+    bool idr = false;                 // an IDR picture was asked for
+    hi_u32 received = 0;              // pictures taken since start
+    VxRateCtrl rate;
+    VxFrameQueue input;               // sent and bound frames waiting for the encoder
+    std::deque<VxVencStream> ready;   // streams for hi_mpi_venc_get_stream
+    std::vector<VxVencStream> held;   // streams the user got and has not released
+    // The stream buffer: a ring in its own region of physical memory; `used`
+    // lists the stretches of live streams in the order they were written.
+    hi_phys_addr_t bufPhys = 0;
+    hi_u32 bufSize = 0;
+    std::deque<std::pair<hi_u32, hi_u32>> used;
+    hi_u32 seq = 0;
+    hi_u32 encoded = 0;
+    VxVencStream last;                // the newest picture, for query_status
+    hi_u32 discarded = 0;
+    hi_u32 bufFull = 0;
+    int fd = -1;                      // eventfd counting ready streams
+    std::unique_ptr<VxWorker> worker;
 };
 
 struct VxState {
@@ -89,7 +206,10 @@ struct VxState {
 
     hi_vdec_mod_param vdecMod{};
     hi_vi_mod_param viMod{};
-    hi_u32 viDepth[HI_VI_MAX_PIPE_NUM][HI_VI_MAX_CHN_NUM]{};
+    std::vector<VxViDev> viDev = std::vector<VxViDev>(VX_VI_DEV_NUM);
+    std::vector<VxViPipe> viPipe = std::vector<VxViPipe>(HI_VI_MAX_PIPE_NUM);
+    // Frames a bound receiver had no room for, by receiver (mod, dev, chn).
+    std::map<std::tuple<int, int, int>, hi_u64> bindDrops;
     hi_u32 vtth[HI_VO_MAX_DEV_NUM]{};
     hi_vo_bt_param bt[HI_VO_MAX_DEV_NUM]{};
     hi_vo_video_layer_attr layer[HI_VO_MAX_LAYER_NUM]{};
@@ -105,10 +225,19 @@ struct VxState {
 
 struct VxModel {
     std::mutex mutex;
+    // Signalled whenever a queue or a state that a waiting call or a worker
+    // looks at changes.
+    std::condition_variable changed;
     VxState s;
+    ~VxModel();
 };
 
 VxModel &vxModel();
+
+// Stops @p worker (under @p lock) and joins its thread with the lock let go.
+void vxStopWorker(std::unique_lock<std::mutex> &lock, std::unique_ptr<VxWorker> &worker);
+// Stops every worker of the model (VI pipes, VPSS groups).
+void vxStopAllWorkers(std::unique_lock<std::mutex> &lock);
 
 // The int an enum field of a caller's record holds. Callers may store any
 // int there (the interface is C), so the field is never loaded as the enum.
@@ -155,6 +284,63 @@ inline hi_s32 vxCopyIn(Record &stored, const Record *in, hi_s32 nullPtr)
     return vxCopyIn(stored, in, nullPtr, [](const Record &, const Record &) -> hi_s32 { return HI_SUCCESS; });
 }
 
+// --- frames in VB blocks (model_frame.cpp) ---
+
+// Stride of a frame line: the width rounded up to the default alignment.
+hi_u32 vxStride(hi_u32 width);
+// Bytes of a frame of this size and pixel format, 0 when the model cannot
+// lay the format out (semi-planar 4:2:0 and 4:2:2, 4:0:0).
+hi_u64 vxFrameBytes(hi_u32 width, hi_u32 height, int pixelFormat);
+// Takes a block from the common pools and fills @p out as the platform
+// fills a frame it produced: addresses, strides, pool and module id. The
+// caller fills pts and time_ref. False when no pool has a free block.
+bool vxNewFrame(VxState &s, hi_u32 width, hi_u32 height, int pixelFormat, hi_mod_id mod, VxFrameRef *out);
+// A free block of @p size bytes from the common pools (holder count 1).
+hi_vb_blk vxTakeBlock(VxState &s, hi_u64 size);
+// The block holding physical address @p phys, or HI_VB_INVALID_HANDLE.
+hi_vb_blk vxBlockAt(const VxState &s, hi_phys_addr_t phys);
+// One more holder for a block; one holder fewer (the block is free at 0).
+bool vxRef(VxState &s, hi_vb_blk blk);
+void vxUnref(VxState &s, hi_vb_blk blk);
+// Releases every frame of @p frames.
+void vxUnrefAll(VxState &s, std::deque<VxFrameRef> &frames);
+void vxUnrefAll(VxState &s, std::vector<VxFrameRef> &frames);
+// True when both planes of @p f lie whole inside block @p blk, as its strides say.
+bool vxFrameInBlock(const VxState &s, hi_vb_blk blk, const hi_video_frame &f);
+// The bytes of @p frame's block, kept alive for pixel work outside the lock.
+std::shared_ptr<VxBytes> vxFrameBytesOf(VxState &s, const VxFrameRef &frame, unsigned char **data);
+// The platform clock (microseconds) as hi_mpi_sys_get_cur_pts reads it.
+hi_u64 vxNow(const VxState &s);
+// Puts @p frame (one new reference) at the end of @p queue; when @p depth
+// frames are there already the oldest goes (user queues keep the newest).
+void vxKeepNewest(VxState &s, VxFrameQueue &queue, hi_u32 depth, const VxFrameRef &frame);
+// Hands @p frame to every receiver bound to @p src. A receiver whose queue
+// is full loses the frame, and the loss is counted.
+void vxDeliver(VxState &s, const hi_mpp_chn &src, const VxFrameRef &frame);
+// Moves a frame out of @p user into @p held and copies it to @p out.
+void vxHandOut(VxFrameQueue &user, std::vector<VxFrameRef> &held, hi_video_frame_info *out);
+// Takes back the frame the user got: false when @p info names none of @p held.
+bool vxTakeBack(VxState &s, std::vector<VxFrameRef> &held, const hi_video_frame_info *info);
+// Waits until @p ready() or until @p milli_sec passed (-1: no end, 0: no
+// wait). True when ready.
+template <typename Ready>
+bool vxWait(std::unique_lock<std::mutex> &lock, hi_s32 milli_sec, Ready ready)
+{
+    if (milli_sec < 0) {
+        vxModel().changed.wait(lock, ready);
+        return true;
+    }
+    return vxModel().changed.wait_for(lock, std::chrono::milliseconds(milli_sec), ready);
+}
+
+// --- VENC (mpi_venc.cpp) ---
+
+// A frame from a binding for encoder channel std::get<2>(@p receiver): into
+// its input queue, or counted as lost when the queue is full.
+void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const VxFrameRef &frame);
+// Closes the event descriptors of every channel (the model goes back to power-on).
+void vxVencCloseAll(VxState &s);
+
 // Formats the arguments of a logged call (printf rules).
 std::string vxArgs(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 // "{mod,dev,chn}" or "null".
@@ -171,7 +357,7 @@ hi_phys_addr_t vxReserve(VxState &s, hi_u64 size);
 // armed for it. Leaves `s` naming the model's state; `vxStatus` holds the
 // armed status for use in @p failValue.
 #define VX_CALL(failValue, ...)                                              \
-    std::lock_guard<std::mutex> vxGuard(vxModel().mutex);                    \
+    std::unique_lock<std::mutex> vxLock(vxModel().mutex);                    \
     VxState &s = vxModel().s;                                                \
     {                                                                        \
         hi_s32 vxStatus = 0;                                                 \

@@ -60,7 +60,7 @@ VxRegion *vxRegionAt(VxState &s, hi_phys_addr_t phys, hi_u64 size, hi_u32 *offse
         return nullptr;
     --it;
     const hi_u64 off = phys - it->first;
-    if (off + size > it->second.mem.size())
+    if (off + size > it->second.size())
         return nullptr;
     if (offset)
         *offset = static_cast<hi_u32>(off);
@@ -76,9 +76,57 @@ hi_phys_addr_t vxReserve(VxState &s, hi_u64 size)
     return phys;
 }
 
+VxModel::~VxModel()
+{
+    // Threads still running at exit are stopped before the state goes.
+    std::unique_lock<std::mutex> lock(mutex);
+    vxStopAllWorkers(lock);
+}
+
+void vxStopWorker(std::unique_lock<std::mutex> &lock, std::unique_ptr<VxWorker> &worker)
+{
+    if (!worker)
+        return;
+    std::unique_ptr<VxWorker> gone = std::move(worker);
+    gone->stop = true;
+    vxModel().changed.notify_all();
+    lock.unlock();
+    gone->thread.join();
+    lock.lock();
+}
+
+void vxStopAllWorkers(std::unique_lock<std::mutex> &lock)
+{
+    VxState &s = vxModel().s;
+    // Stopping one may let another call start one: repeat until none runs.
+    for (bool again = true; again;) {
+        again = false;
+        for (size_t i = 0; i < s.viPipe.size(); ++i) {
+            if (s.viPipe[i].worker) {
+                vxStopWorker(lock, s.viPipe[i].worker);
+                again = true;
+            }
+        }
+        for (size_t i = 0; i < s.vpss.size(); ++i) {
+            if (s.vpss[i].worker) {
+                vxStopWorker(lock, s.vpss[i].worker);
+                again = true;
+            }
+        }
+        for (size_t i = 0; i < s.venc.size(); ++i) {
+            if (s.venc[i].worker) {
+                vxStopWorker(lock, s.venc[i].worker);
+                again = true;
+            }
+        }
+    }
+}
+
 void vx_model_reset()
 {
-    std::lock_guard<std::mutex> guard(vxModel().mutex);
+    std::unique_lock<std::mutex> lock(vxModel().mutex);
+    vxStopAllWorkers(lock);
+    vxVencCloseAll(vxModel().s);
     vxModel().s = VxState();
 }
 
@@ -141,9 +189,11 @@ int vx_model_vb_free_blocks(hi_vb_pool pool)
     const VxState &s = vxModel().s;
     if (pool >= s.pools.size())
         return -1;
+    if (!s.pools[pool].exists)
+        return -1;
     int n = 0;
-    for (bool used : s.pools[pool].used)
-        n += used ? 0 : 1;
+    for (int refs : s.pools[pool].refs)
+        n += refs == 0 ? 1 : 0;
     return n;
 }
 
@@ -164,6 +214,25 @@ bool vx_model_venc_started(hi_venc_chn chn, hi_s32 *recvPicNum)
     if (recvPicNum)
         *recvPicNum = vxModel().s.venc[chn].recvPicNum;
     return true;
+}
+
+bool vx_model_vpss_pause(hi_vpss_grp grp, bool paused)
+{
+    std::lock_guard<std::mutex> guard(vxModel().mutex);
+    if (grp < 0 || grp >= HI_VPSS_MAX_GRP_NUM || !vxModel().s.vpss[grp].exists)
+        return false;
+    vxModel().s.vpss[grp].paused = paused;
+    vxModel().changed.notify_all();
+    return true;
+}
+
+unsigned long long vx_model_bind_drops(const hi_mpp_chn *dst)
+{
+    std::lock_guard<std::mutex> guard(vxModel().mutex);
+    if (!dst)
+        return 0;
+    auto it = vxModel().s.bindDrops.find(std::make_tuple(vxInt(dst->mod_id), dst->dev_id, dst->chn_id));
+    return it == vxModel().s.bindDrops.end() ? 0 : it->second;
 }
 
 bool vx_model_last_blit(vx_model_blit *out)

@@ -52,7 +52,8 @@ hi_s32 hi_mpi_vi_set_frame_depth(hi_vi_pipe vi_pipe, hi_vi_chn vi_chn, hi_u32 de
         return HI_ERR_VI_INVALID_CHN_ID;
     if (depth > OT_VI_MAX_FRAME_DEPTH)
         return HI_ERR_VI_ILLEGAL_PARAM;
-    s.viDepth[vi_pipe][vi_chn] = depth;
+    // The user queue's depth, as the channel attribute's depth field sets it.
+    s.viPipe[vi_pipe].chn[vi_chn].attr.depth = depth;
     return HI_SUCCESS;
 }
 

@@ -36,6 +36,14 @@ static_assert(sizeof(hi_venc_h264_vui) == 28 && offsetof(hi_venc_h264_vui, vui_v
 static_assert(sizeof(hi_venc_h265_vui) == 32 && offsetof(hi_venc_h265_vui, vui_video_signal) == 24, "h265 vui");
 static_assert(sizeof(hi_venc_chn_param) == 44 && offsetof(hi_venc_chn_param, max_stream_cnt) == 8, "venc chn param");
 static_assert(sizeof(hi_venc_mod_param) == 28, "venc mod param");
+static_assert(sizeof(hi_venc_attr) == 60 && sizeof(hi_venc_rc_attr) == 40 && sizeof(hi_venc_gop_attr) == 16
+                  && sizeof(hi_venc_chn_attr) == 116 && offsetof(hi_venc_chn_attr, rc_attr.h264_cbr.bit_rate) == 80
+                  && offsetof(hi_venc_chn_attr, gop_attr) == 100,
+              "venc channel attribute");
+static_assert(!kU64Aligned8 || (sizeof(hi_venc_chn_status) == 120 && offsetof(hi_venc_chn_status, release_pic_pts) == 32
+                  && offsetof(hi_venc_chn_status, stream_info.psnr_val) == 104
+                  && offsetof(hi_venc_chn_status, discard_pics) == 112),
+              "venc channel status");
 static_assert(sizeof(hi_vdec_mod_param) == 44, "vdec mod param");
 static_assert(sizeof(hi_vo_bt_param) == 12 && sizeof(hi_vo_video_layer_attr) == 56
                   && offsetof(hi_vo_video_layer_attr, display_buf_len) == 44,
@@ -54,4 +62,10 @@ static_assert(!kU64Aligned8 || (offsetof(hi_video_frame_info, pool_id) == 176 &&
               "frame info");
 static_assert(!kU64Aligned8 || (sizeof(hi_vdec_stream) == 40 && offsetof(hi_vdec_stream, addr) == 36), "vdec stream");
 static_assert(sizeof(hi_tde_double_src) == 24, "tde double source");
+static_assert(!kU64Aligned8 || (sizeof(hi_venc_pack) == 136 && offsetof(hi_venc_pack, pts) == 16
+                  && offsetof(hi_venc_pack, data_type) == 28 && offsetof(hi_venc_pack, pack_info) == 40),
+              "venc pack");
+static_assert(!kU64Aligned8 || (sizeof(hi_venc_stream) == 464 && offsetof(hi_venc_stream, h264_info) == 12
+                  && offsetof(hi_venc_stream, h264_adv_info) == 72),
+              "venc stream");
 #endif

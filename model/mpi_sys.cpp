@@ -89,13 +89,7 @@ hi_s32 hi_mpi_sys_get_cur_pts(hi_u64 *cur_pts)
     VX_CALL(vxStatus, "%s", "");
     if (!cur_pts)
         return HI_ERR_SYS_NULL_PTR;
-    if (s.ptsFixed) {
-        *cur_pts = s.pts;
-    } else {
-        timespec ts;
-        clock_gettime(CLOCK_MONOTONIC, &ts);
-        *cur_pts = static_cast<hi_u64>(ts.tv_sec) * 1000000u + static_cast<hi_u64>(ts.tv_nsec / 1000);
-    }
+    *cur_pts = vxNow(s);
     return HI_SUCCESS;
 }
 
@@ -103,7 +97,7 @@ static hi_void *mapRegion(VxState &s, hi_phys_addr_t phys_addr, hi_u32 size)
 {
     hi_u32 offset = 0;
     VxRegion *region = size ? vxRegionAt(s, phys_addr, size, &offset) : nullptr;
-    return region ? region->mem.data() + offset : nullptr;
+    return region ? region->data() + offset : nullptr;
 }
 
 hi_void *hi_mpi_sys_mmap(hi_phys_addr_t phys_addr, hi_u32 size)
@@ -125,8 +119,8 @@ hi_s32 hi_mpi_sys_munmap(const hi_void *virt_addr, hi_u32 size)
         return HI_ERR_SYS_NULL_PTR;
     const unsigned char *p = static_cast<const unsigned char *>(virt_addr);
     for (const auto &r : s.regions) {
-        const unsigned char *begin = r.second.mem.data();
-        if (p >= begin && p + size <= begin + r.second.mem.size())
+        const unsigned char *begin = r.second.data();
+        if (p >= begin && p + size <= begin + r.second.size())
             return HI_SUCCESS;
     }
     return HI_ERR_SYS_ILLEGAL_PARAM;
@@ -142,7 +136,7 @@ static hi_s32 mmzAlloc(VxState &s, hi_phys_addr_t *phys_addr, hi_void **virt_add
         return HI_ERR_SYS_ILLEGAL_PARAM;
     VxRegion region;
     try {
-        region.mem.assign(len, 0);
+        region.mem->assign(len, 0);
     } catch (const std::bad_alloc &) {
         return HI_ERR_SYS_NO_MEM; // the host ran out where the board's zone would
     }
@@ -150,7 +144,7 @@ static hi_s32 mmzAlloc(VxState &s, hi_phys_addr_t *phys_addr, hi_void **virt_add
     const hi_phys_addr_t phys = vxReserve(s, len);
     s.regions[phys] = std::move(region);
     *phys_addr = phys;
-    *virt_addr = s.regions[phys].mem.data();
+    *virt_addr = s.regions[phys].data();
     return HI_SUCCESS;
 }
 
@@ -175,7 +169,7 @@ hi_s32 hi_mpi_sys_mmz_free(hi_phys_addr_t phys_addr, const hi_void *virt_addr)
     if (it == s.regions.end() || !it->second.mmz)
         return HI_ERR_SYS_ILLEGAL_PARAM;
     // A virtual address, when given, must be the one handed out with the block.
-    if (virt_addr && virt_addr != it->second.mem.data())
+    if (virt_addr && virt_addr != it->second.data())
         return HI_ERR_SYS_ILLEGAL_PARAM;
     s.regions.erase(it);
     return HI_SUCCESS;

@@ -1,9 +1,15 @@
 // VPSS module of the software model: groups with their attributes, crop,
-// parameters and delay, and four physical channels per group.
+// parameters and delay, and four physical channels per group. A started
+// group runs a thread that takes frames from its input queue (sent or bound
+// frames), crops them and makes each enabled channel's picture in a new VB
+// block: to the channel's user queue (its depth) and to every receiver
+// bound to the channel.
 
 #include "hi_mpi_vpss.h"
 
-#include "model_p.h"
+#include <algorithm>
+
+#include "model_pixels_p.h"
 
 // Largest picture the VPSS of the board handles, and the smallest.
 static const hi_u32 kMaxSize = 8192;
@@ -73,13 +79,100 @@ static hi_s32 onChannel(VxState &s, hi_vpss_grp grp, hi_vpss_chn chn, Fn fn)
     return c ? fn(*c) : status;
 }
 
-// Starts or stops group @p grp.
-static hi_s32 runGroup(VxState &s, hi_vpss_grp grp, bool started)
+// The group's crop window on a @p w x @p h picture.
+static hi_rect cropWindow(const hi_vpss_crop_info &crop, hi_u32 w, hi_u32 h)
 {
-    return onGroup(s, grp, [started](VxVpssGrp &g) -> hi_s32 {
-        g.started = started;
-        return HI_SUCCESS;
-    });
+    hi_rect r = {0, 0, w, h};
+    if (vxInt(crop.enable) != HI_TRUE)
+        return r;
+    const hi_rect &c = crop.crop_rect;
+    if (vxInt(crop.crop_mode) == HI_COORD_RATIO) {
+        // Per-mille of the picture.
+        r.x = static_cast<hi_s32>(static_cast<hi_u64>(c.x) * w / 1000);
+        r.y = static_cast<hi_s32>(static_cast<hi_u64>(c.y) * h / 1000);
+        r.width = static_cast<hi_u32>(static_cast<hi_u64>(c.width) * w / 1000);
+        r.height = static_cast<hi_u32>(static_cast<hi_u64>(c.height) * h / 1000);
+    } else {
+        r = c;
+    }
+    // What lies outside the picture is left out.
+    r.x = std::min<hi_s32>(std::max<hi_s32>(r.x, 0), static_cast<hi_s32>(w) - 2);
+    r.y = std::min<hi_s32>(std::max<hi_s32>(r.y, 0), static_cast<hi_s32>(h) - 2);
+    r.width = std::max<hi_u32>(std::min<hi_u32>(r.width, w - static_cast<hi_u32>(r.x)), 2);
+    r.height = std::max<hi_u32>(std::min<hi_u32>(r.height, h - static_cast<hi_u32>(r.y)), 2);
+    return r;
+}
+
+// The thread of a started group: one input frame at a time.
+static void groupThread(hi_vpss_grp grp, VxWorker *worker)
+{
+    struct Job {
+        hi_vpss_chn chn;
+        VxFrameRef frame;
+        std::shared_ptr<VxBytes> keep;
+        unsigned char *data;
+        hi_aspect_ratio aspect;
+        bool mirror, flip;
+    };
+    VxScaler scalers[HI_VPSS_MAX_PHYS_CHN_NUM];
+    std::unique_lock<std::mutex> lock(vxModel().mutex);
+    VxState &s = vxModel().s;
+    VxVpssGrp &g = s.vpss[grp];
+    for (;;) {
+        vxModel().changed.wait(lock, [worker, &g] { return worker->stop || (!g.paused && !g.input.frames.empty()); });
+        if (worker->stop)
+            break;
+        const VxFrameRef in = g.input.frames.front();
+        g.input.frames.pop_front();
+        vxModel().changed.notify_all(); // room for a waiting sender
+        if (!g.rate.pass(g.attr.frame_rate)) {
+            vxUnref(s, in.blk);
+            continue;
+        }
+        unsigned char *inData = nullptr;
+        std::shared_ptr<VxBytes> inKeep = vxFrameBytesOf(s, in, &inData);
+        const hi_video_frame &src = in.info.video_frame;
+        const hi_rect crop = cropWindow(g.crop, src.width, src.height);
+        std::vector<Job> jobs;
+        for (hi_vpss_chn c = 0; c < HI_VPSS_MAX_PHYS_CHN_NUM && inData; ++c) {
+            VxVpssChn &chn = g.chn[c];
+            if (!chn.enabled || !chn.rate.pass(chn.attr.frame_rate))
+                continue;
+            bool mirror = chn.attr.mirror_en == HI_TRUE, flip = chn.attr.flip_en == HI_TRUE;
+            // A half turn is a mirror and a flip.
+            if (vxInt(chn.rotation.enable) == HI_TRUE && vxInt(chn.rotation.rotation_type) == HI_ROTATION_ANG_FIXED
+                && vxInt(chn.rotation.rotation_fixed) == HI_ROTATION_180) {
+                mirror = !mirror;
+                flip = !flip;
+            }
+            Job job{c, VxFrameRef(), nullptr, nullptr, chn.attr.aspect_ratio, mirror, flip};
+            if (!vxCanProcess(vxInt(chn.attr.pixel_format))
+                || !vxNewFrame(s, chn.attr.width, chn.attr.height, vxInt(chn.attr.pixel_format), HI_ID_VPSS,
+                               &job.frame)) {
+                ++chn.vbFail;
+                continue;
+            }
+            job.frame.info.video_frame.pts = src.pts;
+            job.frame.info.video_frame.time_ref = src.time_ref;
+            job.keep = vxFrameBytesOf(s, job.frame, &job.data);
+            jobs.push_back(job);
+        }
+        lock.unlock();
+        const VxPicture srcPic = vxPictureOf(src, inData);
+        for (const Job &job : jobs)
+            vxProcess(scalers[job.chn], srcPic, crop, vxPictureOf(job.frame.info.video_frame, job.data), job.aspect,
+                      job.mirror, job.flip);
+        lock.lock();
+        for (const Job &job : jobs) {
+            VxVpssChn &chn = g.chn[job.chn];
+            if (!worker->stop && chn.enabled) {
+                vxKeepNewest(s, chn.user, chn.attr.depth, job.frame);
+                vxDeliver(s, hi_mpp_chn{HI_ID_VPSS, grp, job.chn}, job.frame);
+            }
+            vxUnref(s, job.frame.blk);
+        }
+        vxUnref(s, in.blk);
+    }
 }
 
 // Copies @p member of group @p grp out to the caller.
@@ -132,18 +225,25 @@ hi_s32 hi_mpi_vpss_create_grp(hi_vpss_grp grp, const hi_vpss_grp_attr *grp_attr)
         chn.attr.frame_rate.dst_frame_rate = -1;
         chn.attr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
     }
-    s.vpss[grp] = fresh;
+    s.vpss[grp] = std::move(fresh);
     return HI_SUCCESS;
 }
 
 hi_s32 hi_mpi_vpss_destroy_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
-    return onGroup(s, grp, [](VxVpssGrp &g) -> hi_s32 {
+    return onGroup(s, grp, [&s](VxVpssGrp &g) -> hi_s32 {
         // A running group must be stopped before it can go.
         if (g.started)
             return HI_ERR_VPSS_NOT_PERM;
+        // Frames still queued or held by the user go back to their pools.
+        vxUnrefAll(s, g.input.frames);
+        for (VxVpssChn &chn : g.chn) {
+            vxUnrefAll(s, chn.user.frames);
+            vxUnrefAll(s, chn.held);
+        }
         g = VxVpssGrp();
+        vxModel().changed.notify_all();
         return HI_SUCCESS;
     });
 }
@@ -151,13 +251,29 @@ hi_s32 hi_mpi_vpss_destroy_grp(hi_vpss_grp grp)
 hi_s32 hi_mpi_vpss_start_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
-    return runGroup(s, grp, true);
+    return onGroup(s, grp, [grp](VxVpssGrp &g) -> hi_s32 {
+        if (!g.started) {
+            g.started = true;
+            g.worker.reset(new VxWorker);
+            g.worker->thread = std::thread(groupThread, grp, g.worker.get());
+        }
+        return HI_SUCCESS;
+    });
 }
 
 hi_s32 hi_mpi_vpss_stop_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
-    return runGroup(s, grp, false);
+    hi_s32 status = HI_SUCCESS;
+    VxVpssGrp *g = group(s, grp, &status);
+    if (!g)
+        return status;
+    g->started = false;
+    vxStopWorker(vxLock, g->worker);
+    // What waited at the input is not processed any more.
+    vxUnrefAll(s, s.vpss[grp].input.frames);
+    vxModel().changed.notify_all();
+    return HI_SUCCESS;
 }
 
 hi_s32 hi_mpi_vpss_get_grp_attr(hi_vpss_grp grp, hi_vpss_grp_attr *grp_attr)
@@ -283,8 +399,10 @@ hi_s32 hi_mpi_vpss_enable_chn(hi_vpss_grp grp, hi_vpss_chn chn)
 hi_s32 hi_mpi_vpss_disable_chn(hi_vpss_grp grp, hi_vpss_chn chn)
 {
     VX_CALL(vxStatus, "%d,%d", grp, chn);
-    return onChannel(s, grp, chn, [](VxVpssChn &c) -> hi_s32 {
+    return onChannel(s, grp, chn, [&s](VxVpssChn &c) -> hi_s32 {
         c.enabled = false;
+        vxUnrefAll(s, c.user.frames);
+        vxModel().changed.notify_all();
         return HI_SUCCESS;
     });
 }
@@ -309,4 +427,86 @@ hi_s32 hi_mpi_vpss_get_chn_rotation(hi_vpss_grp grp, hi_vpss_chn chn, hi_rotatio
 {
     VX_CALL(vxStatus, "%d,%d", grp, chn);
     return getChn(s, grp, chn, &VxVpssChn::rotation, rotation_attr);
+}
+
+hi_s32 hi_mpi_vpss_send_frame(hi_vpss_grp grp, const hi_video_frame_info *frame_info, hi_s32 milli_sec)
+{
+    VX_CALL(vxStatus, "%d,0x%x,%d", grp, frame_info ? frame_info->video_frame.phys_addr[0] : 0, milli_sec);
+    hi_s32 status = HI_SUCCESS;
+    VxVpssGrp *g = group(s, grp, &status);
+    if (!g)
+        return status;
+    if (!frame_info)
+        return HI_ERR_VPSS_NULL_PTR;
+    if (!g->started)
+        return HI_ERR_VPSS_NOT_PERM;
+    const hi_video_frame &f = frame_info->video_frame;
+    if (f.width < kMinSize || f.height < kMinSize || f.width > g->attr.max_width || f.height > g->attr.max_height
+        || f.stride[0] < f.width)
+        return HI_ERR_VPSS_ILLEGAL_PARAM;
+    if (!vxCanProcess(vxInt(f.pixel_format)) || vxInt(f.compress_mode) != HI_COMPRESS_MODE_NONE)
+        return HI_ERR_VPSS_NOT_SUPPORT;
+    // The frame must lie in one VB block, both planes whole, as its strides say.
+    const hi_vb_blk blk = vxBlockAt(s, f.phys_addr[0]);
+    if (!vxFrameInBlock(s, blk, f))
+        return HI_ERR_VPSS_ILLEGAL_PARAM;
+    auto room = [&s, grp] {
+        const VxVpssGrp &now = s.vpss[grp];
+        return !now.started || now.input.frames.size() < 4;
+    };
+    if (!vxWait(vxLock, milli_sec, room))
+        return HI_ERR_VPSS_BUSY;
+    g = group(s, grp, &status);
+    if (!g)
+        return status;
+    if (!g->started)
+        return HI_ERR_VPSS_NOT_PERM;
+    if (!vxRef(s, blk))
+        return HI_ERR_VPSS_ILLEGAL_PARAM; // released while the call waited
+    VxFrameRef frame;
+    frame.info = *frame_info;
+    frame.blk = blk;
+    g->input.frames.push_back(frame);
+    vxModel().changed.notify_all();
+    return HI_SUCCESS;
+}
+
+hi_s32 hi_mpi_vpss_get_chn_frame(hi_vpss_grp grp, hi_vpss_chn chn, hi_video_frame_info *frame_info,
+                                 hi_s32 milli_sec)
+{
+    VX_CALL(vxStatus, "%d,%d,%d", grp, chn, milli_sec);
+    hi_s32 status = HI_SUCCESS;
+    VxVpssChn *c = channel(s, grp, chn, &status);
+    if (!c)
+        return status;
+    if (!frame_info)
+        return HI_ERR_VPSS_NULL_PTR;
+    if (!c->enabled || c->attr.depth == 0)
+        return HI_ERR_VPSS_NOT_PERM; // nothing is kept for the user
+    // The channel may go while the call waits: look it up again each time.
+    auto ready = [&s, grp, chn] {
+        const VxVpssGrp &g = s.vpss[grp];
+        return !g.exists || !g.chn[chn].enabled || !g.chn[chn].user.frames.empty();
+    };
+    if (!vxWait(vxLock, milli_sec, ready))
+        return HI_ERR_VPSS_BUF_EMPTY;
+    c = channel(s, grp, chn, &status);
+    if (!c)
+        return status;
+    if (!c->enabled)
+        return HI_ERR_VPSS_NOT_PERM;
+    vxHandOut(c->user, c->held, frame_info);
+    return HI_SUCCESS;
+}
+
+hi_s32 hi_mpi_vpss_release_chn_frame(hi_vpss_grp grp, hi_vpss_chn chn, const hi_video_frame_info *frame_info)
+{
+    VX_CALL(vxStatus, "%d,%d,0x%x", grp, chn, frame_info ? frame_info->video_frame.phys_addr[0] : 0);
+    hi_s32 status = HI_SUCCESS;
+    VxVpssChn *c = channel(s, grp, chn, &status);
+    if (!c)
+        return status;
+    if (!frame_info)
+        return HI_ERR_VPSS_NULL_PTR;
+    return vxTakeBack(s, c->held, frame_info) ? HI_SUCCESS : HI_ERR_VPSS_ILLEGAL_PARAM;
 }

@@ -12,7 +12,7 @@ else
         g++ cmake make pkg-config
         qtbase5-dev qtbase5-dev-tools
         qtbase5-private-dev   # QMetaCallEvent for the ThreadSanitizer annotations (instruments/tsan)
-        libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
+        libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev libswscale-dev
         ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
         graphviz    # dot: pipeline graphs as SVG
         time        # /usr/bin/time: CPU time and peak memory in bench/remux.sh

@@ -19,6 +19,8 @@ typedef ot_mpp_chn hi_mpp_chn;
 
 #define HI_MAX_COLOR_COMPONENT OT_MAX_COLOR_COMPONENT
 #define HI_MAX_MMZ_NAME_LEN OT_MAX_MMZ_NAME_LEN
+#define HI_DEFAULT_ALIGN OT_DEFAULT_ALIGN
+#define HI_MAX_ALIGN OT_MAX_ALIGN
 
 #define HI_ID_CMPI OT_ID_CMPI
 #define HI_ID_VB OT_ID_VB
@@ -102,5 +104,25 @@ typedef ot_mpp_chn hi_mpp_chn;
 #define HI_ID_UVC OT_ID_UVC
 #define HI_ID_FISHEYE_CALIBRATION OT_ID_FISHEYE_CALIBRATION
 #define HI_ID_BUTT OT_ID_BUTT
+
+typedef ot_payload_type hi_payload_type;
+#define HI_PT_PCMU OT_PT_PCMU
+#define HI_PT_PCMA OT_PT_PCMA
+#define HI_PT_G711A OT_PT_G711A
+#define HI_PT_G711U OT_PT_G711U
+#define HI_PT_G726 OT_PT_G726
+#define HI_PT_LPCM OT_PT_LPCM
+#define HI_PT_JPEG OT_PT_JPEG
+#define HI_PT_AAC OT_PT_AAC
+#define HI_PT_MP3 OT_PT_MP3
+#define HI_PT_ADPCMA OT_PT_ADPCMA
+#define HI_PT_H264 OT_PT_H264
+#define HI_PT_MP4VIDEO OT_PT_MP4VIDEO
+#define HI_PT_H265 OT_PT_H265
+#define HI_PT_AMR OT_PT_AMR
+#define HI_PT_MJPEG OT_PT_MJPEG
+#define HI_PT_AMRWB OT_PT_AMRWB
+#define HI_PT_PRORES OT_PT_PRORES
+#define HI_PT_OPUS OT_PT_OPUS
 
 #endif /* HI_COMMON_H */

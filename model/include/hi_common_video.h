@@ -14,6 +14,7 @@ typedef ot_aspect_ratio_type hi_aspect_ratio_type;
 typedef ot_rotation hi_rotation;
 typedef ot_rotation_type hi_rotation_type;
 typedef ot_coord hi_coord;
+typedef ot_data_bit_width hi_data_bit_width;
 typedef ot_rect hi_rect;
 typedef ot_size hi_size;
 typedef ot_frame_rate_ctrl hi_frame_rate_ctrl;
@@ -25,6 +26,11 @@ typedef ot_video_supplement hi_video_supplement;
 typedef ot_video_frame hi_video_frame;
 typedef ot_video_frame_info hi_video_frame_info;
 
+#define HI_DATA_BIT_WIDTH_8 OT_DATA_BIT_WIDTH_8
+#define HI_DATA_BIT_WIDTH_10 OT_DATA_BIT_WIDTH_10
+#define HI_DATA_BIT_WIDTH_12 OT_DATA_BIT_WIDTH_12
+#define HI_DATA_BIT_WIDTH_14 OT_DATA_BIT_WIDTH_14
+#define HI_DATA_BIT_WIDTH_16 OT_DATA_BIT_WIDTH_16
 #define HI_PIXEL_FORMAT_RGB_444 OT_PIXEL_FORMAT_RGB_444
 #define HI_PIXEL_FORMAT_RGB_555 OT_PIXEL_FORMAT_RGB_555
 #define HI_PIXEL_FORMAT_RGB_565 OT_PIXEL_FORMAT_RGB_565

@@ -23,6 +23,18 @@ hi_s32 hi_mpi_venc_stop_chn(hi_venc_chn chn);
 
 hi_s32 hi_mpi_venc_get_chn_param(hi_venc_chn chn, hi_venc_chn_param *chn_param);
 hi_s32 hi_mpi_venc_set_chn_param(hi_venc_chn chn, const hi_venc_chn_param *chn_param);
+hi_s32 hi_mpi_venc_create_chn(hi_venc_chn chn, const hi_venc_chn_attr *attr);
+hi_s32 hi_mpi_venc_destroy_chn(hi_venc_chn chn);
+hi_s32 hi_mpi_venc_reset_chn(hi_venc_chn chn);
+hi_s32 hi_mpi_venc_set_chn_attr(hi_venc_chn chn, const hi_venc_chn_attr *chn_attr);
+hi_s32 hi_mpi_venc_get_chn_attr(hi_venc_chn chn, hi_venc_chn_attr *chn_attr);
+hi_s32 hi_mpi_venc_query_status(hi_venc_chn chn, hi_venc_chn_status *status);
+hi_s32 hi_mpi_venc_get_stream(hi_venc_chn chn, hi_venc_stream *stream, hi_s32 milli_sec);
+hi_s32 hi_mpi_venc_release_stream(hi_venc_chn chn, const hi_venc_stream *stream);
+hi_s32 hi_mpi_venc_send_frame(hi_venc_chn chn, const hi_video_frame_info *frame, hi_s32 milli_sec);
+hi_s32 hi_mpi_venc_request_idr(hi_venc_chn chn, hi_bool instant);
+hi_s32 hi_mpi_venc_get_fd(hi_venc_chn chn);
+hi_s32 hi_mpi_venc_close_fd(hi_venc_chn chn);
 
 #ifdef __cplusplus
 }

@@ -16,6 +16,9 @@ extern "C" {
 #define OT_MAX_USER_DATA_NUM 2
 #define OT_MAX_PRIVATE_DATA_NUM 2
 #define OT_MAX_MMZ_NAME_LEN 32
+/* Line alignment of frames the platform lays out (strides). */
+#define OT_DEFAULT_ALIGN 32
+#define OT_MAX_ALIGN 1024
 
 typedef td_s32 ot_vi_dev;
 typedef td_s32 ot_vi_pipe;
@@ -118,6 +121,28 @@ typedef struct {
     td_s32 dev_id;
     td_s32 chn_id;
 } ot_mpp_chn;
+
+/* Payload types, numbered as RTP numbers them. */
+typedef enum {
+    OT_PT_PCMU = 0,
+    OT_PT_PCMA = 8,
+    OT_PT_G711A = 19,
+    OT_PT_G711U = 20,
+    OT_PT_G726 = 21,
+    OT_PT_LPCM = 23,
+    OT_PT_JPEG = 26,
+    OT_PT_AAC = 37,
+    OT_PT_MP3 = 43,
+    OT_PT_ADPCMA = 49,
+    OT_PT_H264 = 96,
+    OT_PT_MP4VIDEO = 230,
+    OT_PT_H265 = 265,
+    OT_PT_AMR = 1001,
+    OT_PT_MJPEG = 1002,
+    OT_PT_AMRWB = 1003,
+    OT_PT_PRORES = 1006,
+    OT_PT_OPUS = 1007
+} ot_payload_type;
 
 #ifdef __cplusplus
 }

@@ -98,6 +98,140 @@ typedef struct {
     ot_venc_rc_qpmap_mode qpmap_mode;
 } ot_venc_h265_avbr_param;
 
+typedef enum {
+    OT_VENC_RC_MODE_H264_CBR = 1,
+    OT_VENC_RC_MODE_H264_VBR,
+    OT_VENC_RC_MODE_H264_AVBR,
+    OT_VENC_RC_MODE_H264_QVBR,
+    OT_VENC_RC_MODE_H264_CVBR,
+    OT_VENC_RC_MODE_H264_FIXQP,
+    OT_VENC_RC_MODE_H264_QPMAP,
+    OT_VENC_RC_MODE_MJPEG_CBR,
+    OT_VENC_RC_MODE_MJPEG_VBR,
+    OT_VENC_RC_MODE_MJPEG_FIXQP,
+    OT_VENC_RC_MODE_H265_CBR,
+    OT_VENC_RC_MODE_H265_VBR,
+    OT_VENC_RC_MODE_H265_AVBR,
+    OT_VENC_RC_MODE_H265_QVBR,
+    OT_VENC_RC_MODE_H265_CVBR,
+    OT_VENC_RC_MODE_H265_FIXQP,
+    OT_VENC_RC_MODE_H265_QPMAP,
+    OT_VENC_RC_MODE_BUTT
+} ot_venc_rc_mode;
+
+/* Bit rates in kbit/s; stats_time in seconds. */
+typedef struct {
+    td_u32 gop;
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 bit_rate;
+} ot_venc_h264_cbr;
+
+typedef struct {
+    td_u32 gop;
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 max_bit_rate;
+} ot_venc_h264_vbr;
+
+typedef ot_venc_h264_vbr ot_venc_h264_avbr;
+
+typedef struct {
+    td_u32 gop;
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 target_bit_rate;
+} ot_venc_h264_qvbr;
+
+typedef struct {
+    td_u32 gop;
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 max_bit_rate;
+    td_u32 short_term_stats_time;
+    td_u32 long_term_stats_time;
+    td_u32 long_term_max_bit_rate;
+    td_u32 long_term_min_bit_rate;
+} ot_venc_h264_cvbr;
+
+typedef struct {
+    td_u32 gop;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 i_qp;
+    td_u32 p_qp;
+    td_u32 b_qp;
+} ot_venc_h264_fixqp;
+
+typedef struct {
+    td_u32 gop;
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+} ot_venc_h264_qpmap;
+
+typedef ot_venc_h264_cbr ot_venc_h265_cbr;
+typedef ot_venc_h264_vbr ot_venc_h265_vbr;
+typedef ot_venc_h264_avbr ot_venc_h265_avbr;
+typedef ot_venc_h264_qvbr ot_venc_h265_qvbr;
+typedef ot_venc_h264_cvbr ot_venc_h265_cvbr;
+typedef ot_venc_h264_fixqp ot_venc_h265_fixqp;
+
+typedef struct {
+    td_u32 gop;
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    ot_venc_rc_qpmap_mode qpmap_mode;
+} ot_venc_h265_qpmap;
+
+typedef struct {
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 bit_rate;
+} ot_venc_mjpeg_cbr;
+
+typedef struct {
+    td_u32 stats_time;
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 max_bit_rate;
+} ot_venc_mjpeg_vbr;
+
+typedef struct {
+    td_u32 src_frame_rate;
+    td_u32 dst_frame_rate;
+    td_u32 qfactor;
+} ot_venc_mjpeg_fixqp;
+
+typedef struct {
+    ot_venc_rc_mode rc_mode;
+    union {
+        ot_venc_h264_cbr h264_cbr;
+        ot_venc_h264_vbr h264_vbr;
+        ot_venc_h264_avbr h264_avbr;
+        ot_venc_h264_qvbr h264_qvbr;
+        ot_venc_h264_cvbr h264_cvbr;
+        ot_venc_h264_fixqp h264_fixqp;
+        ot_venc_h264_qpmap h264_qpmap;
+        ot_venc_mjpeg_cbr mjpeg_cbr;
+        ot_venc_mjpeg_vbr mjpeg_vbr;
+        ot_venc_mjpeg_fixqp mjpeg_fixqp;
+        ot_venc_h265_cbr h265_cbr;
+        ot_venc_h265_vbr h265_vbr;
+        ot_venc_h265_avbr h265_avbr;
+        ot_venc_h265_qvbr h265_qvbr;
+        ot_venc_h265_cvbr h265_cvbr;
+        ot_venc_h265_fixqp h265_fixqp;
+        ot_venc_h265_qpmap h265_qpmap;
+    };
+} ot_venc_rc_attr;
+
 typedef struct {
     td_bool detect_en;
     td_bool adapt_insert_idr_frame_en;

@@ -148,6 +148,15 @@ typedef enum {
     OT_COORD_BUTT
 } ot_coord;
 
+typedef enum {
+    OT_DATA_BIT_WIDTH_8 = 0,
+    OT_DATA_BIT_WIDTH_10,
+    OT_DATA_BIT_WIDTH_12,
+    OT_DATA_BIT_WIDTH_14,
+    OT_DATA_BIT_WIDTH_16,
+    OT_DATA_BIT_WIDTH_BUTT
+} ot_data_bit_width;
+
 typedef struct {
     td_s32 x;
     td_s32 y;

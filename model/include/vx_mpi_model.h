@@ -27,6 +27,7 @@
 #include "hi_common_tde.h"
 #include "hi_common_vb.h"
 #include "hi_common_venc.h"
+#include "hi_common_vi.h"
 #include "hi_common_vpss.h"
 
 /** Back to power-on: nothing initialised, no memory, empty log, no faults. */
@@ -65,6 +66,38 @@ bool vx_model_vpss_chn_enabled(hi_vpss_grp grp, hi_vpss_chn chn);
 int vx_model_vb_free_blocks(hi_vb_pool pool);
 /** Media-memory blocks allocated with mmz_alloc and not yet freed. */
 int vx_model_mmz_count();
+
+/**
+ * Picks the picture source of the virtual sensor behind VI device @p dev,
+ * read when the device is enabled: "pattern" (the default) or
+ * "pattern@<fps>" (1 to 240 frames per second; 30 without). Without a
+ * choice here the environment variable VEXA_TWIN_VI<dev> (VEXA_TWIN_VI0...)
+ * is read. An unknown source makes hi_mpi_vi_enable_dev fail with
+ * HI_ERR_VI_NOT_SUPPORT after a message on stderr. A null or empty
+ * @p source goes back to the default.
+ *
+ * The test pattern: the top eighth of the picture is a strip of 18 equal
+ * cells, white, then the frame number's 16 low bits (most significant
+ * first, white 1, black 0), then black; below it a white bar a sixteenth of
+ * the width wide moves a 64th of the width per frame over a horizontal
+ * ramp, and the bottom quarter is red. Mirrored and flipped channels show it
+ * mirrored and flipped.
+ */
+void vx_model_vi_source(hi_vi_dev dev, const char *source);
+
+/**
+ * Frames a bound receiver lost because its input queue was full (VPSS
+ * groups keep four), counted per receiver @p dst as bound (module, device,
+ * channel) since the last reset.
+ */
+unsigned long long vx_model_bind_drops(const hi_mpp_chn *dst);
+
+/**
+ * Holds (@p paused true) or lets go the thread of VPSS group @p grp: a held
+ * group takes no frame from its input queue, as a consumer that cannot keep
+ * up. False when there is no such group.
+ */
+bool vx_model_vpss_pause(hi_vpss_grp grp, bool paused);
 
 /** True while channel @p chn receives pictures; its receive count in @p recvPicNum. */
 bool vx_model_venc_started(hi_venc_chn chn, hi_s32 *recvPicNum = nullptr);
