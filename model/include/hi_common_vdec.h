@@ -3,6 +3,7 @@
 
 #include "hi_common.h"
 #include "hi_common_vb.h"
+#include "hi_common_video.h"
 #include "ot_common_vdec.h"
 
 typedef ot_vdec_video_mod_param hi_vdec_video_mod_param;

@@ -123,10 +123,35 @@ static hi_s32 take_stream(void)
     return hi_mpi_venc_release_stream(0, &stream);
 }
 
-int board_program_main(void)
+/* A playback channel: one access unit in, one picture out. */
+static hi_s32 decode_one(hi_u8 *unit, hi_u32 len)
+{
+    hi_vdec_chn_attr attr;
+    hi_vdec_stream stream;
+    hi_video_frame_info frame;
+    hi_vdec_supplement_info supplement;
+    memset(&attr, 0, sizeof(attr));
+    memset(&stream, 0, sizeof(stream));
+    attr.type = HI_PT_H265;
+    attr.mode = HI_VDEC_SEND_MODE_FRAME;
+    attr.pic_width = WIDTH;
+    attr.pic_height = HEIGHT;
+    attr.stream_buf_size = WIDTH * HEIGHT;
+    attr.frame_buf_cnt = 4;
+    stream.addr = unit;
+    stream.len = len;
+    stream.end_of_frame = HI_TRUE;
+    if (hi_mpi_vdec_create_chn(0, &attr) != HI_SUCCESS || hi_mpi_vdec_start_recv_stream(0) != HI_SUCCESS
+        || hi_mpi_vdec_send_stream(0, &stream, -1) != HI_SUCCESS
+        || hi_mpi_vdec_get_frame(0, &frame, &supplement, 1000) != HI_SUCCESS)
+        return HI_FAILURE;
+    return hi_mpi_vdec_release_frame(0, &frame);
+}
+
+int board_program_main(hi_u8 *unit, hi_u32 len)
 {
     if (start_vb() != HI_SUCCESS || start_vi() != HI_SUCCESS || start_vpss() != HI_SUCCESS
         || start_venc() != HI_SUCCESS || hi_mpi_vi_start_pipe(0) != HI_SUCCESS)
         return 1;
-    return take_stream() == HI_SUCCESS ? 0 : 1;
+    return take_stream() == HI_SUCCESS && decode_one(unit, len) == HI_SUCCESS ? 0 : 1;
 }
