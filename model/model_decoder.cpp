@@ -106,12 +106,13 @@ int VxDecoder::decode(const unsigned char *data, size_t len, hi_u64 pts, bool en
         return 0;
     int failed = 0;
     // The parser cuts whole pictures out of the bytes as they come; a
-    // picture's timestamp is the one sent with its first byte.
-    while (len > 0 || end) {
+    // picture's timestamp is the one sent with its first byte. At the end
+    // of the stream, empty input makes it give up the picture it still holds.
+    for (;;) {
         uint8_t *piece = nullptr;
         int pieceLen = 0;
-        const int used = av_parser_parse2(parser_, ctx_, &piece, &pieceLen, data, static_cast<int>(len),
-                                          static_cast<int64_t>(pts), AV_NOPTS_VALUE, 0);
+        const int used = av_parser_parse2(parser_, ctx_, &piece, &pieceLen, len ? data : nullptr,
+                                          static_cast<int>(len), static_cast<int64_t>(pts), AV_NOPTS_VALUE, 0);
         if (used < 0)
             return failed + 1;
         data += used;
@@ -122,17 +123,16 @@ int VxDecoder::decode(const unsigned char *data, size_t len, hi_u64 pts, bool en
             packet_->pts = parser_->pts;
             failed += send(packet_, out);
             av_packet_unref(packet_);
+        } else if (len == 0 && (!end || used == 0)) {
+            break;
         }
-        if (len == 0) {
-            if (!end)
-                break;
-            if (pieceLen == 0) {
-                // The parser is empty: drain the decoder and be ready for a new stream.
-                failed += send(nullptr, out);
-                avcodec_flush_buffers(ctx_);
-                break;
-            }
-        }
+        if (len == 0 && !end)
+            break;
+    }
+    if (end) {
+        // Drain the decoder; the next piece starts a new stream.
+        failed += send(nullptr, out);
+        avcodec_flush_buffers(ctx_);
     }
     return failed;
 }

@@ -5,6 +5,7 @@
 #include "hi_mpi_sys.h"
 #include "hi_mpi_vb.h"
 #include "hi_mpi_vdec.h"
+#include "hi_mpi_vpss.h"
 #include "mediaprobe.h"
 #include "vexatest.h"
 #include "vx_mpi.h"
@@ -162,6 +163,72 @@ private slots:
         QCOMPARE(hi_mpi_vdec_destroy_chn(0), 0);
         QCOMPARE(hi_mpi_vdec_destroy_chn(0), HI_ERR_VDEC_UNEXIST);
         QCOMPARE(hi_mpi_vdec_send_stream(64, &end, 0), HI_ERR_VDEC_INVALID_CHN_ID);
+        QCOMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+    }
+
+    // Bound to a VPSS group, the decoder's pictures reach the group's channel
+    // (scaled down) and not the decoder's own queue.
+    void bindsToVpss()
+    {
+        QTemporaryDir dir;
+        const QString es = dir.filePath("in.h264");
+        QVERIFY(MediaProbe::ffmpeg({"-f", "lavfi", "-i", QString("testsrc=size=%1x%2:rate=25").arg(kW).arg(kH),
+                                    "-frames:v", "3", "-pix_fmt", "yuv420p", "-c:v", "libx264", "-f", "h264", es}));
+        QFile esFile(es);
+        QVERIFY(esFile.open(QIODevice::ReadOnly));
+        QByteArray bytes = esFile.readAll();
+
+        hi_vb_cfg cfg = {};
+        cfg.max_pool_cnt = 1;
+        cfg.common_pool[0].blk_size = 256 * kH * 3 / 2;
+        cfg.common_pool[0].blk_cnt = 8;
+        QCOMPARE(vx_model_boot(&cfg), 0);
+        const int freeAtStart = vx_model_vb_free_blocks(0);
+        hi_vpss_grp_attr grp = {};
+        grp.max_width = kW;
+        grp.max_height = kH;
+        grp.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+        grp.frame_rate = {-1, -1};
+        QCOMPARE(hi_mpi_vpss_create_grp(0, &grp), 0);
+        hi_vpss_chn_attr chn = {};
+        QCOMPARE(hi_mpi_vpss_get_chn_attr(0, 0, &chn), 0);
+        chn.width = 128;
+        chn.height = 96;
+        chn.chn_mode = HI_VPSS_CHN_MODE_USER;
+        chn.depth = 4;
+        QCOMPARE(hi_mpi_vpss_set_chn_attr(0, 0, &chn), 0);
+        QCOMPARE(hi_mpi_vpss_enable_chn(0, 0), 0);
+        QCOMPARE(hi_mpi_vpss_start_grp(0), 0);
+        hi_vdec_chn_attr attr = {};
+        attr.type = HI_PT_H264;
+        attr.pic_width = kW;
+        attr.pic_height = kH;
+        attr.stream_buf_size = 1 << 20;
+        attr.frame_buf_cnt = 4;
+        QCOMPARE(hi_mpi_vdec_create_chn(1, &attr), 0);
+        const hi_mpp_chn vdec = {HI_ID_VDEC, 0, 1}, vpss = {HI_ID_VPSS, 0, 0};
+        QCOMPARE(hi_mpi_sys_bind(&vdec, &vpss), 0);
+        QCOMPARE(hi_mpi_vdec_start_recv_stream(1), 0);
+        // The whole byte stream in one piece, then its end.
+        hi_vdec_stream stream = {};
+        stream.addr = reinterpret_cast<hi_u8 *>(bytes.data());
+        stream.len = hi_u32(bytes.size());
+        stream.end_of_frame = HI_TRUE;
+        stream.end_of_stream = HI_TRUE;
+        QCOMPARE(hi_mpi_vdec_send_stream(1, &stream, -1), 0);
+        for (int i = 0; i < 3; ++i) {
+            hi_video_frame_info info = {};
+            QCOMPARE(hi_mpi_vpss_get_chn_frame(0, 0, &info, 10000), 0);
+            QCOMPARE(info.video_frame.width, 128u);
+            QCOMPARE(hi_mpi_vpss_release_chn_frame(0, 0, &info), 0);
+        }
+        hi_video_frame_info info = {};
+        QCOMPARE(hi_mpi_vdec_get_frame(1, &info, nullptr, 0), HI_ERR_VDEC_BUF_EMPTY);
+        QCOMPARE(hi_mpi_vdec_stop_recv_stream(1), 0);
+        QCOMPARE(hi_mpi_vdec_destroy_chn(1), 0);
+        QCOMPARE(hi_mpi_sys_unbind(&vdec, &vpss), 0);
+        QCOMPARE(hi_mpi_vpss_stop_grp(0), 0);
+        QCOMPARE(hi_mpi_vpss_destroy_grp(0), 0);
         QCOMPARE(vx_model_vb_free_blocks(0), freeAtStart);
     }
 };
