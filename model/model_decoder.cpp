@@ -105,6 +105,11 @@ int VxDecoder::decode(const unsigned char *data, size_t len, hi_u64 pts, bool en
     if (!ctx_)
         return 0;
     int failed = 0;
+    // The parser reads a little past the end of its input: give it a copy
+    // with zeroed padding.
+    padded_.assign(data, data + len);
+    padded_.resize(len + AV_INPUT_BUFFER_PADDING_SIZE, 0);
+    data = padded_.data();
     // The parser cuts whole pictures out of the bytes as they come; a
     // picture's timestamp is the one sent with its first byte. At the end
     // of the stream, empty input makes it give up the picture it still holds.

@@ -51,6 +51,7 @@ private:
     AVCodecParserContext *parser_ = nullptr;
     AVFrame *frame_ = nullptr;
     AVPacket *packet_ = nullptr;
+    std::vector<unsigned char> padded_;
 };
 
 #endif // MODEL_DECODER_P_H
