@@ -196,6 +196,7 @@ hi_s32 hi_mpi_vdec_destroy_chn(hi_vdec_chn chn)
         return status;
     stopAndDrop(vxLock, s, chn);
     s.vdec[chn] = VxVdecChn();
+    vxModel().changed.notify_all(); // a get_frame waiting on the channel returns
     return HI_SUCCESS;
 }
 
