@@ -77,7 +77,20 @@ void VexaRtspServer::onStart()
         QMutexLocker locker(&gate);
         running = true;
     }
+    if (inInfoV.type != 0 && !videoServable(inInfoV))
+        return;
     serveWhenDescribed();
+}
+
+bool VexaRtspServer::videoServable(const StreamInfo &info)
+{
+    // Checked as soon as described: a camera's wrong codec is an error at
+    // once, not when the first viewer asks.
+    QString error;
+    if (VexaRtspService::canServe(info.params, true, &error))
+        return true;
+    fail(error);
+    return false;
 }
 
 void VexaRtspServer::onStop()
@@ -101,18 +114,22 @@ void VexaRtspServer::onStop()
 
 void VexaRtspServer::described(const StreamInfo &info, bool video)
 {
+    bool check = false;
     {
         QMutexLocker locker(&gate);
+        if (served && info.type != 0) {
+            // Viewers have the stream as first described.
+            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2 description (%3) after the stream is served: ignored")
+                                             .arg(name(), video ? "video" : "audio", info.params.value("codecName").toString());
+            return;
+        }
         descriptions[video ? 1 : 0] = info;
         if (video)
             keyFlags = info.params.value("packetFlags").toString() == QLatin1String("tag");
-        if (served && info.type != 0) {
-            const QString codec = info.params.value("codecName").toString();
-            if (debugLevel > 0 || !serving[video ? 1 : 0])
-                qCDebug(lcExamples).noquote() << QStringLiteral("[%1] %2 description (%3) after the stream is served: ignored")
-                                                 .arg(name(), video ? "video" : "audio", codec);
-        }
+        check = running && video && info.type != 0;
     }
+    if (check && !videoServable(info))
+        return;
     serveWhenDescribed();
 }
 

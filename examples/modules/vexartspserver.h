@@ -75,6 +75,7 @@ private:
     void accept(const Packet &pkt, bool video) override;
     void described(const StreamInfo &info, bool video) override;
     void serveWhenDescribed();
+    bool videoServable(const StreamInfo &info);
     void fail(const QString &message);
 
     // Shared by the senders and the worker; guarded by gate.

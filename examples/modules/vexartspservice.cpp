@@ -213,6 +213,15 @@ bool VexaRtspService::streamFor(const QVariantMap &params, bool video, int paylo
     return true;
 }
 
+bool VexaRtspService::canServe(const QVariantMap &params, bool video, QString *error)
+{
+    Stream s;
+    const bool ok = streamFor(params, video, 0, &s, error);
+    if (s.caps)
+        gst_caps_unref(s.caps);
+    return ok;
+}
+
 bool VexaRtspService::open(const QString &address, int port, const QString &path, int maxViewers, const QString &name, QString *error)
 {
     close();

@@ -58,6 +58,9 @@ public:
      */
     static bool streamFor(const QVariantMap &params, bool video, int payloader, Stream *stream, QString *error);
 
+    /** True when a stream described by @p params can be served, else false with the reason in @p error. */
+    static bool canServe(const QVariantMap &params, bool video, QString *error);
+
     /** Listens on @p address, @p port; false with the reason in @p error. */
     bool open(const QString &address, int port, const QString &path, int maxViewers, const QString &name, QString *error);
     /** Serves @p streams (one or two) at the path; viewers before that get "404 Not Found". Takes the caps. */
