@@ -30,8 +30,8 @@ class VexaRtspService;
  * late starts with the latest group of pictures, which the module keeps,
  * then goes on live. Each viewer has a sending pipeline of its own, fed the
  * same payload buffers (no copy per viewer), so a viewer that leaves, or
- * reads slowly, changes nothing for the others; a slow viewer loses its
- * oldest packets. The path is served once the streams are described (both
+ * reads slowly, changes nothing for the others; a slow viewer loses
+ * packets of its own. The path is served once the streams are described (both
  * kinds, or one kind and some of its packets); until then a viewer is
  * answered "404 Not Found".
  *
