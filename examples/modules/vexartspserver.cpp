@@ -18,6 +18,7 @@ const qint32 keyFlag = 1;
 
 VexaRtspServer::VexaRtspServer(QObject *parent)
     : VexaMediaSink(parent)
+    , service(new VexaRtspService)
 {
     // Slow viewers lose packets: drops are expected, not a failure.
     counts->setDropping(true);
@@ -25,22 +26,20 @@ VexaRtspServer::VexaRtspServer(QObject *parent)
 
 VexaRtspServer::~VexaRtspServer()
 {
-    if (service)
-        service->close();
+    service->close();
 }
 
 QVariant VexaRtspServer::stats()
 {
     QVariantMap m = counts->toMap();
     QMutexLocker locker(&gate);
-    m["viewers"] = service && running ? service->viewers() : 0;
+    m["viewers"] = running ? service->viewers() : 0;
     return m;
 }
 
 void VexaRtspServer::onStart()
 {
-    if (service)
-        service->close();
+    service->close();
     counts->resetLines();
     QString address, path, error;
     int port = 0;
@@ -65,8 +64,6 @@ void VexaRtspServer::onStart()
         fail(error);
         return;
     }
-    if (!service)
-        service.reset(new VexaRtspService);
     if (!service->open(address, port, path, maxViewers, name(), &error)) {
         fail(error);
         return;
@@ -99,10 +96,9 @@ void VexaRtspServer::onStop()
         QMutexLocker locker(&gate);
         running = false;
     }
-    // Packets being handed over finish first: the service stays until the
-    // module goes, and close() waits for nothing of theirs.
-    if (service)
-        service->close();
+    // A packet still being handed over finds the service closed and is
+    // counted as dropped.
+    service->close();
     const QVariantMap s = counts->toMap();
     if (debugLevel > 0)
         qCDebug(lcExamples).noquote() << QStringLiteral("[%1] served %2 audio and %3 video packets, dropped %4")
@@ -222,8 +218,7 @@ void VexaRtspServer::fail(const QString &message)
         QMutexLocker locker(&gate);
         running = false;
     }
-    if (service)
-        service->close();
+    service->close();
     // Whoever receives the module's events (vexa-launch) reports the error
     // itself; the log has it only when no one does, so it shows once.
     if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))

@@ -88,7 +88,7 @@ private:
     bool keyFlags = false;          // video packets carry the key flag in their tag
     qint64 firstTime = 0;           // of the first packet served, for the media time
 
-    std::unique_ptr<VexaRtspService> service;   // created by onStart, ended by onStop
+    const std::unique_ptr<VexaRtspService> service;   // opened by onStart, closed by onStop
 };
 
 #endif // VEXARTSPSERVER_H

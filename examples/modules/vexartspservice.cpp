@@ -31,6 +31,10 @@ const int maxHeldPackets = 1500;
 // What each viewer's source may queue before its oldest buffers go: a
 // viewer that reads slowly loses packets instead of holding anyone back.
 const guint64 viewerQueueBytes = 8 * 1024 * 1024;
+// A time this far behind a viewer's latest means that the source started
+// again (a publisher that came back, say): the viewer's times go on from
+// where they were.
+const int64_t backJumpUs = 1000000;
 // How long close() waits for the viewers' pipelines to end.
 const int closeWaitMs = 5000;
 // The RTSP port when the URL names none.
@@ -366,9 +370,15 @@ void VexaRtspService::feed(Viewer &v, GstBuffer *buffer, bool video, bool key, i
             return;
         v.started = true;
         v.base = t;
+        v.latest = 0;
     }
-    if (t != VexaMedia::NoPts && t < v.base)
-        return;     // audio from before the viewer's first picture
+    if (t != VexaMedia::NoPts) {
+        if (t - v.base < v.latest - backJumpUs)
+            v.base = t - v.latest - 1;
+        if (t < v.base)
+            return;     // audio from before the viewer's first picture
+        v.latest = qMax(v.latest, t - v.base);
+    }
     GstBuffer *b = gst_buffer_copy(buffer);     // the same memory, times of this viewer's own
     GST_BUFFER_PTS(b) = pts == VexaMedia::NoPts ? GST_CLOCK_TIME_NONE : toClock(qMax<int64_t>(0, pts - v.base));
     GST_BUFFER_DTS(b) = dts == VexaMedia::NoPts ? GST_CLOCK_TIME_NONE : toClock(dts - v.base);

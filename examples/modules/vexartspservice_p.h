@@ -83,6 +83,7 @@ private:
         bool ready = false;     // its pipeline asked for data
         bool started = false;   // fed from a keyframe on
         int64_t base = 0;       // the time that is 0 in this viewer's pipeline, microseconds
+        int64_t latest = 0;     // the latest time fed, from base
     };
     struct Held {
         GstBuffer *buffer;      // referenced
