@@ -23,6 +23,7 @@
 #include <cstdio>
 #include <cstring>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <QCoreApplication>
@@ -58,6 +59,26 @@ public:
         threadName = QStringLiteral("main");
     }
     void onNewPacketV(Packet p) override { sendPacketV(p); }
+};
+
+// The same module relay emitting its signal without sendPacketV's delivery
+// record: what a module hop costs without the tracking that lets links be
+// broken and receivers destroyed while packets flow (instruction counts
+// only; such a chain is not safe to change while it runs).
+class VexaBenchBareRelay : public VexaObject
+{
+    Q_OBJECT
+public:
+    Q_INVOKABLE explicit VexaBenchBareRelay(QObject *parent = nullptr)
+        : VexaObject(parent)
+    {
+        threadName = QStringLiteral("main");
+    }
+    void onNewPacketV(Packet p) override
+    {
+        p.sender = this;
+        emit newPacketV(p);
+    }
 };
 
 // The same relay as a plain QObject: same signature, same work.
@@ -169,15 +190,18 @@ static void loopEnded()
         CALLGRIND_DUMP_STATS_AT(dumpLabel);
 }
 
-// ns per packet per hop through K module relays.
+// ns per packet per hop through K module relays (Relay: VexaBenchRelay, or
+// VexaBenchBareRelay with a source that emits directly too).
+template <typename Relay = VexaBenchRelay>
 static double runVexa(int k, int packets)
 {
-    std::vector<VexaBenchRelay *> chain;
+    constexpr bool bare = std::is_same_v<Relay, VexaBenchBareRelay>;
+    std::vector<Relay *> chain;
     VexaBenchSource source;
     source.start();
     VexaObject *prev = &source;
     for (int i = 0; i < k; ++i) {
-        chain.push_back(new VexaBenchRelay);
+        chain.push_back(new Relay);
         prev = prev->linkV(chain.back());
         chain.back()->start();
     }
@@ -187,11 +211,16 @@ static double runVexa(int k, int packets)
     const qint64 t0 = nowNs();
     for (int i = 0; i < packets; ++i) {
         p.pts = i;
-        source.sendPacketV(p);
+        if constexpr (bare) {
+            p.sender = &source;
+            emit source.newPacketV(p);
+        } else {
+            source.sendPacketV(p);
+        }
     }
     const qint64 t1 = nowNs();
     loopEnded();
-    for (VexaBenchRelay *r : chain)
+    for (Relay *r : chain)
         delete r;
     return double(t1 - t0) / packets / k;
 }
@@ -291,6 +320,11 @@ int main(int argc, char **argv)
             runVexa(k, packets);
             std::snprintf(label, sizeof label, "plain K=%d packets=%d", k, packets);
             runRaw(k, packets);
+            dumpLabel = "";
+            runVexa<VexaBenchBareRelay>(k, packets / 10);
+            std::snprintf(label, sizeof label, "untracked K=%d packets=%d", k, packets);
+            dumpLabel = label;
+            runVexa<VexaBenchBareRelay>(k, packets);
             dumpLabel = "";
         }
         return 0;

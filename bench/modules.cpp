@@ -1,9 +1,9 @@
 // Example-module benchmark (not a test).
 //
 // 1. Hand-over latency the way the example modules take packets: the
-//    sending thread queues with bufferPacketV (bound 20) and posts one
-//    wake-up when none is pending; the module's thread swaps the whole queue
-//    out in one short critical section. A producer paces 10,000 packets per
+//    sending thread pushes into a VexaPacketQueue (drop-oldest, bound 20),
+//    which posts one drain per batch to the module's thread; the drain
+//    takes the whole queue at once. A producer paces 10,000 packets per
 //    second; printed are drops and the latency from sendPacketV to the
 //    drained packet (p50, p99, max). Targets: no drops, p50 <= 50 us,
 //    p99 <= 150 us.
@@ -31,6 +31,7 @@
 
 #include <Vexa>
 #include <VexaObject>
+#include <VexaPacketQueue>
 
 #include "vexaexamplemodules.h"
 
@@ -53,8 +54,9 @@ public:
     }
 };
 
-// A sink with the example modules' hand-over: queue, one pending wake-up,
-// swap the queue out in the module's own thread.
+// A sink with the example modules' hand-over: a VexaPacketQueue dropping
+// its oldest packet beyond 20, a drain posted to the module's own thread
+// once per batch, the whole queue taken there at once.
 class VexaBenchSink : public VexaObject
 {
     Q_OBJECT
@@ -62,35 +64,27 @@ public:
     Q_INVOKABLE explicit VexaBenchSink(QObject *parent = nullptr)
         : VexaObject(parent)
     {
+        queue.setOverflow(VexaPacketQueue::DropOldest);
+        queue.setLimits(VexaPacketQueue::Video, {20, -1, -1});
+        queue.setWakeHandler([this] { QMetaObject::invokeMethod(this, [this] { drain(); }, Qt::QueuedConnection); });
     }
 
-    std::atomic<int> drops{0};
+    qint64 drops() const { return queue.dropped(VexaPacketQueue::Video); }
     std::vector<qint64> latencies; // the sink's thread only
 
-    void onNewPacketV(Packet p) override
-    {
-        if (!bufferPacketV(p))
-            drops.fetch_add(1);
-        if (!wakePending.exchange(true))
-            QMetaObject::invokeMethod(this, [this] { drain(); }, Qt::QueuedConnection);
-    }
+    void onNewPacketV(Packet p) override { queue.push(p, VexaPacketQueue::Video); }
 
 private:
     void drain()
     {
-        // Cleared before the swap: a packet queued after it posts a new wake-up.
-        wakePending.store(false);
-        QList<Packet> batch;
-        lockV.lockForWrite();
-        batch.swap(packetsV);
-        packetsV.setSharable(false);
-        lockV.unlock();
+        queue.take(&batch);
         const qint64 now = nowNs();
-        for (const Packet &p : qAsConst(batch))
+        for (const Packet &p : qAsConst(batch.video))
             latencies.push_back(now - p.pts);
     }
 
-    std::atomic<bool> wakePending{false};
+    VexaPacketQueue queue{this};
+    VexaPacketQueue::Batch batch;
 };
 
 static double cpuSeconds()
@@ -105,7 +99,7 @@ static void latency(double seconds)
     auto *source = static_cast<VexaBenchSource *>(Vexa::create("BenchSource"));
     auto *sink = static_cast<VexaBenchSink *>(Vexa::create("BenchSink"));
     source->linkV(sink);
-    sink->start(QVariantMap{{"bufLenV", 20}});
+    sink->start();
     source->start();
 
     const int rate = 10000;
@@ -126,13 +120,13 @@ static void latency(double seconds)
     std::vector<qint64> lat;
     QThread::msleep(100);
     QMetaObject::invokeMethod(sink, [&] { lat = sink->latencies; }, Qt::BlockingQueuedConnection);
-    const int drops = sink->drops.load();
+    const qint64 drops = sink->drops();
     lat.erase(lat.begin(), lat.begin() + std::min<size_t>(lat.size(), warmup));
     std::sort(lat.begin(), lat.end());
     const auto pct = [&](double q) { return lat.empty() ? 0.0 : lat[size_t(q * (lat.size() - 1))] / 1000.0; };
-    std::printf("hand-over at %d packets/s, bound 20, %d packets: drops %d, latency p50 %.1f us, p99 %.1f us, max %.1f us"
+    std::printf("hand-over at %d packets/s, bound 20, %d packets: drops %lld, latency p50 %.1f us, p99 %.1f us, max %.1f us"
                 " (targets: 0 drops, p50 <= 50 us, p99 <= 150 us)\n",
-                rate, total, drops, pct(0.5), pct(0.99), pct(1.0));
+                rate, total, static_cast<long long>(drops), pct(0.5), pct(0.99), pct(1.0));
     source->stop(true);
     sink->stop(true);
 }

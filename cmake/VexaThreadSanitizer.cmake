@@ -1,5 +1,5 @@
 # ThreadSanitizer build (VEXA_TSAN): every executable gets the library that
-# annotates Qt's locks and event hand-over (tests/tsan) as its first
+# annotates Qt's locks and event hand-over (instruments/tsan) as its first
 # dependency, so that the dynamic linker binds Qt's lock calls to it.
 
 # Executables defined in @p dir and the folders below it.

@@ -11,13 +11,14 @@ else
     packages=(
         g++ cmake make pkg-config
         qtbase5-dev qtbase5-dev-tools
-        qtbase5-private-dev   # QMetaCallEvent for the ThreadSanitizer annotations (tests/tsan)
+        qtbase5-private-dev   # QMetaCallEvent for the ThreadSanitizer annotations (instruments/tsan)
         libavformat-dev libavdevice-dev libavcodec-dev libavutil-dev
         ffmpeg      # ffmpeg/ffprobe: sample media and the remux checks
         graphviz    # dot: pipeline graphs as SVG
         time        # /usr/bin/time: CPU time and peak memory in bench/remux.sh
         clang-14 libclang-rt-14-dev   # libFuzzer for the fuzz targets (scripts/fuzz.sh)
         libnginx-mod-rtmp   # nginx with its RTMP module: a real media server in the network tests
+        gstreamer1.0-tools  # gst-launch-1.0: the baseline of bench/queue.cpp (not used by the tests)
         # The RtspServer example module (built only when these are found):
         libgstrtspserver-1.0-dev libgstreamer-plugins-base1.0-dev   # RTSP server library, application source
         gstreamer1.0-plugins-base   # appsrc

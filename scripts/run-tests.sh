@@ -3,7 +3,7 @@
 # suite through CTest.
 #   scripts/run-tests.sh            native build in build/
 #   scripts/run-tests.sh --asan     AddressSanitizer + UndefinedBehaviorSanitizer + LeakSanitizer build in build-asan/
-#   scripts/run-tests.sh --tsan     ThreadSanitizer build in build-tsan/, Qt's locks annotated (tests/tsan)
+#   scripts/run-tests.sh --tsan     ThreadSanitizer build in build-tsan/, Qt's locks annotated (instruments/tsan)
 # Any sanitizer report fails the test that made it; tests/lsan.supp and
 # tests/tsan.supp list the reports inside Qt that are let through, each with
 # its reason. Extra arguments after the mode go to ctest (e.g. -R tst_json).

@@ -55,11 +55,17 @@ VexaDemuxer::~VexaDemuxer()
     av_packet_free(&pkt);
 }
 
-bool VexaDemuxer::findStreams(const QString &source, QString *error)
+bool VexaDemuxer::findStreams(const QString &source, QString *error, bool all)
 {
     videoIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     audioIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    if (videoIndex < 0 && audioIndex < 0) {
+    extraNumber.fill(-1, int(fmt->nb_streams));
+    extraCount = 0;
+    for (int i = 0; all && i < int(fmt->nb_streams); ++i) {
+        if (i != videoIndex && i != audioIndex)
+            extraNumber[i] = extraCount++;
+    }
+    if (videoIndex < 0 && audioIndex < 0 && extraCount == 0) {
         *error = QStringLiteral("%1 holds no audio or video stream").arg(source);
         return false;
     }
@@ -79,6 +85,23 @@ VexaObject::StreamInfo VexaDemuxer::describe(bool video, VexaObject *sender) con
         VexaMedia::describeContainer(fmt, fmt->start_time != AV_NOPTS_VALUE ? -fmt->start_time : 0, &info.params);
         info.sender = sender;
     }
+    if (!video && extraCount > 0) {
+        QVariantList extras;
+        for (int i = 0; i < extraNumber.size(); ++i) {
+            if (extraNumber.at(i) < 0)
+                continue;
+            QVariantMap p = VexaMedia::describe(fmt->streams[i]);
+            p["stream"] = extraNumber.at(i);
+            extras << p;
+        }
+        if (info.type == 0) {
+            info.type = VexaMedia::CompressedStream;
+            info.params["kind"] = QStringLiteral("none");
+            VexaMedia::describeContainer(fmt, fmt->start_time != AV_NOPTS_VALUE ? -fmt->start_time : 0, &info.params);
+            info.sender = sender;
+        }
+        info.params["extraStreams"] = extras;
+    }
     return info;
 }
 
@@ -90,6 +113,8 @@ void VexaDemuxer::close()
     if (fmt)
         avformat_close_input(&fmt);
     videoIndex = audioIndex = -1;
+    extraNumber.clear();
+    extraCount = 0;
 }
 
 int VexaDemuxer::readNext()
@@ -98,7 +123,8 @@ int VexaDemuxer::readNext()
         const int r = av_read_frame(fmt, pkt);
         if (r < 0)
             return r;
-        if (pkt->stream_index == videoIndex || pkt->stream_index == audioIndex)
+        if (pkt->stream_index == videoIndex || pkt->stream_index == audioIndex
+            || extraNumber.value(pkt->stream_index, -1) >= 0)
             holding = true;
         else
             av_packet_unref(pkt);
@@ -121,6 +147,11 @@ void VexaDemuxer::unpark(AVPacket *from)
 const AVStream *VexaDemuxer::stream() const
 {
     return fmt->streams[pkt->stream_index];
+}
+
+int VexaDemuxer::extraStream() const
+{
+    return holding ? extraNumber.value(pkt->stream_index, -1) : -1;
 }
 
 bool VexaDemuxer::isVideo() const
@@ -149,9 +180,11 @@ VexaObject::Packet VexaDemuxer::packet(bool markSideData) const
     out.data = reinterpret_cast<char *>(pkt->data);
     out.len = pkt->size;
     // Flags in the low byte, the duration in stream ticks above (see VexaMedia).
-    out.tag = pkt->flags & VexaMedia::TagFlagsMask & ~VexaMedia::TagSideData;
+    out.tag = pkt->flags & VexaMedia::TagFlagsMask & ~(VexaMedia::TagSideData | VexaMedia::TagExtraStream);
     if (markSideData && pkt->side_data_elems > 0)
         out.tag |= VexaMedia::TagSideData;
+    if (extraStream() >= 0)
+        out.tag |= VexaMedia::TagExtraStream;
     if (pkt->duration > 0 && pkt->duration <= maxTagDuration)
         out.tag = qint32(quint32(out.tag) | (quint32(pkt->duration) << VexaMedia::TagDurationShift));
     return out;
@@ -160,7 +193,7 @@ VexaObject::Packet VexaDemuxer::packet(bool markSideData) const
 void VexaDemuxer::send(const VexaObject::Packet &out)
 {
     // Receivers in this thread keep the payload by reference, not by copy.
-    const VexaMedia::Lend lend(pkt->buf);
+    const VexaPayloadLend lend = VexaMedia::lend(pkt->buf);
     if (isVideo()) {
         sentPacketsV.fetchAndAddRelaxed(1);
         bytesV.fetchAndAddRelaxed(pkt->size);

@@ -7,6 +7,8 @@
 #include <QElapsedTimer>
 #include <QVariantMap>
 
+#include <QVector>
+
 #include <functional>
 
 #include "vexaobject.h"
@@ -46,12 +48,18 @@ public:
     void cancelRead();
 
     /**
-     * After the owner opened fmt: picks the best video and audio streams.
-     * False, with *error saying why in terms of @p source, when there is
-     * neither.
+     * After the owner opened fmt: picks the best video and audio streams,
+     * and with @p all every other stream as an extra stream (sent on A, see
+     * VexaMedia::TagExtraStream). False, with *error saying why in terms of
+     * @p source, when there is no stream to send.
      */
-    bool findStreams(const QString &source, QString *error);
-    /** The description of the chosen video or audio stream, sent by @p sender; type 0 when none. */
+    bool findStreams(const QString &source, QString *error, bool all = false);
+    /**
+     * The description of the chosen video or audio stream, sent by
+     * @p sender; type 0 when none. The audio one lists the extra streams in
+     * "extraStreams" (each description with its "stream" number); with
+     * extra streams but no audio its "kind" is "none".
+     */
     VexaObject::StreamInfo describe(bool video, VexaObject *sender) const;
     /** Drops the packet held and closes fmt. */
     void close();
@@ -70,6 +78,8 @@ public:
     /** The stream of the packet held. */
     const AVStream *stream() const;
     bool isVideo() const;
+    /** The extra stream number of the packet held, -1 when it is of the chosen video or audio stream. */
+    int extraStream() const;
 
     /** Pacing starts again from the next packet (realtime sources). */
     void restartPace() { paceStarted = false; }
@@ -101,6 +111,8 @@ public:
     AVPacket *pkt = nullptr;
     int videoIndex = -1;
     int audioIndex = -1;
+    QVector<int> extraNumber;       // by stream index: extra stream number, or -1
+    int extraCount = 0;
 
 private:
     VexaObject *module;

@@ -28,7 +28,7 @@ VexaInputFile::VexaInputFile(QObject *parent)
     : VexaObject(parent)
     , demux(new VexaDemuxer(this, [this] { readSome(); }))
 {
-    directInvokeNames << QStringLiteral("stats") << QStringLiteral("packetSideData");
+    directInvokeNames << QStringLiteral("stats") << QStringLiteral("packetSideData") << QStringLiteral("packetStream");
 }
 
 VexaInputFile::~VexaInputFile()
@@ -56,6 +56,11 @@ QVariant VexaInputFile::packetSideData()
     return m;
 }
 
+QVariant VexaInputFile::packetStream()
+{
+    return demux->extraStream();
+}
+
 void VexaInputFile::onSetData(QVariantMap data)
 {
     if (data.contains("loop"))
@@ -72,6 +77,7 @@ void VexaInputFile::onStart()
     loop = settings.value("loop").toBool();
     realtime = settings.value("realtime").toBool();
     copyTimestamps = settings.value("copyTimestamps").toBool();
+    allStreams = settings.value("streams").toString() == QLatin1String("all");
     closeFile();
     if (!openFile())
         return;
@@ -106,7 +112,7 @@ bool VexaInputFile::openFile()
         return false;
     }
     QString error;
-    if (!demux->findStreams(path, &error)) {
+    if (!demux->findStreams(path, &error, allStreams)) {
         fail(error);
         closeFile();
         return false;
@@ -135,7 +141,7 @@ bool VexaInputFile::openFile()
         sendInfoA(outInfoA);
     if (debugLevel > 0)
         qCDebug(lcExamples).noquote() << name() << "opened" << path << "video" << demux->videoIndex
-                                      << "audio" << demux->audioIndex;
+                                      << "audio" << demux->audioIndex << "extra streams" << demux->extraCount;
     return true;
 }
 
@@ -264,7 +270,8 @@ void VexaInputFile::sendCurrent()
         pts = av_rescale_q(pkt->pts, st->time_base, usTimeBase) + shift;
     if (pkt->dts != AV_NOPTS_VALUE)
         dts = av_rescale_q(pkt->dts, st->time_base, usTimeBase) + shift;
-    if (dts != VexaMedia::NoPts)
+    // Extra streams keep their own times (moved as the others are).
+    if (dts != VexaMedia::NoPts && demux->extraStream() < 0)
         followDecodeTime(video, st, &pts, &dts);
     out.pts = pts;
     // altPts stays -1 when decode and presentation time agree; a missing

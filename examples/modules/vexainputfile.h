@@ -14,7 +14,11 @@ class VexaDemuxer;
 
 /**
  * Source module: demuxes a media file with libavformat and sends the best
- * video stream on V and the best audio stream on A. Other streams are skipped.
+ * video stream on V and the best audio stream on A. Other streams are
+ * skipped, unless "streams" is "all": then they are sent on A too, as the
+ * "extraStreams" of the A description, each packet marked with
+ * VexaMedia::TagExtraStream (what `ffmpeg -map 0 -c copy` carries; an
+ * output that takes them writes them, other receivers skip them).
  *
  * Settings: "path" (file to read), "loop" (restart at the end, timestamps keep
  * counting up; default false), "realtime" (pace packets by their decode
@@ -42,6 +46,7 @@ class VEXAEXAMPLEMODULES_EXPORT VexaInputFile : public VexaObject
     Q_CLASSINFO("setting:loop", "bool=false; restart at the end of the file, timestamps keep counting up")
     Q_CLASSINFO("setting:realtime", "bool=false; pace packets by their timestamps (live-source behaviour)")
     Q_CLASSINFO("setting:copyTimestamps", "bool=false; send the file's own timestamps (default: start at 0, restarts taken out)")
+    Q_CLASSINFO("setting:streams", "enum(best|all)=best; best: the best video on V and audio on A; all: every other stream of the file too, on A")
     Q_CLASSINFO("sends", "audio video events")
     Q_CLASSINFO("accepts", "none")
     Q_CLASSINFO("platform", "unused")
@@ -64,6 +69,13 @@ public:
      * thread while sendPacketA/V runs (called directly through invoke()).
      */
     Q_INVOKABLE QVariant packetSideData();
+    /**
+     * The extra stream number of the packet being sent (see
+     * VexaMedia::TagExtraStream), -1 for the best audio or video stream.
+     * Thread: only in the sending thread while sendPacketA runs (called
+     * directly through invoke()).
+     */
+    Q_INVOKABLE QVariant packetStream();
 
 protected:
     void onStart() override;
@@ -84,6 +96,7 @@ private:
     bool loop = false;
     bool realtime = false;
     bool copyTimestamps = false;
+    bool allStreams = false;
 
     // Timestamps sent = the file's + startShift + discontShift + loopOffset, us.
     qint64 startShift = 0;          // minus the file's start time

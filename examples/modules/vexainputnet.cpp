@@ -1,4 +1,5 @@
 #include "vexainputnet.h"
+#include "vexa.h"
 
 #include <QMetaMethod>
 #include <QMutex>
@@ -16,17 +17,18 @@ extern "C" {
 #include <libavutil/error.h>
 }
 
-// Default visibility (the class is exported): the framework's SIGINT
-// handler finds it by name in a library opened with global symbols.
 QThread VexaInputNet::timerThread;
 
 namespace {
-// Destroyed before timerThread (defined after it): a program that ends
-// without destroying its last VexaInputNet still stops the thread first
-// instead of destroying it while it runs.
+// Registers timerThread with the framework's SIGINT handler, which stops it
+// before the process exits. Destroyed before timerThread (defined after it):
+// a program that ends without destroying its last VexaInputNet still stops
+// the thread first instead of destroying it while it runs.
 struct TimerThreadGuard {
+    TimerThreadGuard() { Vexa::addInterruptThread(&VexaInputNet::timerThread); }
     ~TimerThreadGuard()
     {
+        Vexa::removeInterruptThread(&VexaInputNet::timerThread);
         // The thread only runs timers and ends at once on a real board; an
         // emulator on a loaded machine may take seconds.
         if (VexaInputNet::timerThread.isRunning()) {

@@ -15,8 +15,6 @@ extern "C" {
 
 namespace {
 const AVRational usTimeBase{1, int(VexaMedia::TimeBase)};
-// The buffer a source lends while it sends a packet from this thread.
-thread_local const AVBufferRef *lentBuffer = nullptr;
 }
 
 namespace {
@@ -45,6 +43,7 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
     const QVariantMap tags = tagsOf(stream->metadata);
     if (!tags.isEmpty())
         p["tags"] = tags;
+    p["index"] = stream->index;
     p["codecId"] = int(par->codec_id);
     p["codecName"] = QString::fromLatin1(avcodec_get_name(par->codec_id));
     p["timeBaseNum"] = stream->time_base.num;
@@ -94,7 +93,7 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
         p["colorTrc"] = int(par->color_trc);
         p["colorSpace"] = int(par->color_space);
         p["chromaLocation"] = int(par->chroma_location);
-    } else {
+    } else if (par->codec_type == AVMEDIA_TYPE_AUDIO) {
         p["kind"] = QStringLiteral("audio");
         p["sampleRate"] = par->sample_rate;
         p["channels"] = par->ch_layout.nb_channels;
@@ -106,8 +105,35 @@ QVariantMap VexaMedia::describe(const AVStream *stream)
         p["trailingPadding"] = par->trailing_padding;
         p["seekPreroll"] = par->seek_preroll;
         p["blockAlign"] = par->block_align;
+    } else {
+        const char *type = av_get_media_type_string(par->codec_type);
+        p["kind"] = QString::fromLatin1(type ? type : "data");
+        // Bitmap subtitles have a size.
+        if (par->width > 0 && par->height > 0) {
+            p["width"] = par->width;
+            p["height"] = par->height;
+        }
     }
     return p;
+}
+
+int VexaMedia::extraStream(const VexaObject::Packet &p)
+{
+    if (!(p.tag & TagExtraStream) || !p.sender)
+        return -1;
+    // Asked of the one sender that may set the flag, in its own thread.
+    static thread_local const QMetaObject *lastClass = nullptr;
+    static thread_local bool offers = false;
+    const QMetaObject *mo = p.sender->metaObject();
+    if (mo != lastClass) {
+        lastClass = mo;
+        offers = mo->indexOfMethod("packetStream()") >= 0;
+    }
+    if (!offers)
+        return -1;
+    bool ok = false;
+    const int stream = p.sender->invoke(QStringLiteral("packetStream")).toInt(&ok);
+    return ok && stream >= 0 ? stream : UnknownExtraStream;
 }
 
 bool VexaMedia::toCodecParameters(const QVariantMap &p, AVCodecParameters *par)
@@ -148,6 +174,9 @@ bool VexaMedia::toCodecParameters(const QVariantMap &p, AVCodecParameters *par)
         par->color_trc = AVColorTransferCharacteristic(p.value("colorTrc", AVCOL_TRC_UNSPECIFIED).toInt());
         par->color_space = AVColorSpace(p.value("colorSpace", AVCOL_SPC_UNSPECIFIED).toInt());
         par->chroma_location = AVChromaLocation(p.value("chromaLocation").toInt());
+    } else if (par->codec_type == AVMEDIA_TYPE_SUBTITLE) {
+        par->width = p.value("width").toInt();
+        par->height = p.value("height").toInt();
     } else if (par->codec_type == AVMEDIA_TYPE_AUDIO) {
         par->sample_rate = p.value("sampleRate").toInt();
         par->format = p.value("sampleFormat", -1).toInt();
@@ -330,24 +359,27 @@ QString VexaMedia::errorText(int error)
     return QString::fromLocal8Bit(text);
 }
 
-VexaMedia::Lend::Lend(const AVBufferRef *buffer)
-    : previous(lentBuffer)
+namespace {
+
+void *refBuffer(void *owner)
 {
-    lentBuffer = buffer;
+    return av_buffer_ref(static_cast<const AVBufferRef *>(owner));
 }
 
-VexaMedia::Lend::~Lend()
+void unrefBuffer(void *reference)
 {
-    lentBuffer = previous;
+    auto *ref = static_cast<AVBufferRef *>(reference);
+    av_buffer_unref(&ref);
 }
 
-AVBufferRef *VexaMedia::borrow(const char *data, int len, int padding)
+} // namespace
+
+const VexaPayloadLend::Lender VexaMedia::bufferLender{&refBuffer, &unrefBuffer};
+
+VexaPayloadLend VexaMedia::lend(const AVBufferRef *buffer)
 {
-    const AVBufferRef *buf = lentBuffer;
-    if (!buf || !data || len < 0 || padding < 0)
-        return nullptr;
-    const auto *begin = reinterpret_cast<const uint8_t *>(data);
-    if (begin < buf->data || begin + qint64(len) + padding > buf->data + buf->size)
-        return nullptr;
-    return av_buffer_ref(buf);
+    // The buffer is not written through: owner is only handed back to refBuffer.
+    return VexaPayloadLend(buffer ? &bufferLender : nullptr, const_cast<AVBufferRef *>(buffer),
+                           buffer ? reinterpret_cast<const char *>(buffer->data) : nullptr,
+                           buffer ? qint64(buffer->size) : 0);
 }

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "vexaobject.h"
+#include "vexapayloadlend.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVBufferRef;
@@ -58,6 +59,17 @@ public:
      * AVPacketSideDataType number.
      */
     static constexpr qint32 TagSideData = 0x80;
+    /**
+     * Flag in the low byte of Packet::tag, on A only: the packet is not of
+     * the audio stream described but of one of the "extraStreams" of the A
+     * description (a source told to send every stream of its input:
+     * subtitles, data, further audio and video tracks). While sendPacketA
+     * runs, the sender's invokable packetStream() (listed in its
+     * directInvokeNames) says which: its "stream" number in that list.
+     * Receivers that do not take extra streams skip these packets
+     * (extraStream() tells them apart).
+     */
+    static constexpr qint32 TagExtraStream = 0x40;
     /** Where the packet duration starts in Packet::tag (24 bits, unsigned). */
     static constexpr int TagDurationShift = 8;
     /** The duration carried in @p tag, in stream ticks; 0 when none. */
@@ -126,6 +138,16 @@ public:
      */
     static int64_t toStreamTime(qint64 us, AVRational source, AVRational stream);
 
+    /**
+     * The extra stream @p p belongs to (see TagExtraStream), -1 when it is
+     * a packet of the stream described, or UnknownExtraStream when the
+     * sender marked it but could not say of which. Call it in the sending thread
+     * while the sender's sendPacketA runs; the flag is believed only of
+     * senders that offer packetStream(), as other senders need not set tag.
+     */
+    static int extraStream(const VexaObject::Packet &p);
+    static constexpr int UnknownExtraStream = std::numeric_limits<int>::max();
+
     /** The decode time of @p p: altPts when set, else pts. */
     static qint64 decodeTime(const VexaObject::Packet &p) { return p.altPts != -1 ? p.altPts : p.pts; }
     /** Decode time where known, else presentation time: the order of writing. */
@@ -153,32 +175,15 @@ public:
     static bool setLibraryLogLevel(const QString &level);
 
     /**
-     * Lending a payload. A packet's payload is valid only while
-     * sendPacketA/V runs, so a receiver that keeps it copies it. A source
-     * whose payload lies in an FFmpeg reference-counted buffer lends the
-     * buffer for the call instead, with a Lend on the stack around
-     * sendPacketA/V; a receiver running in the sending thread during the
-     * call then keeps the payload by taking a reference with borrow(), no
-     * copy made. Receivers must not write into a borrowed payload.
-     *
-     * Thread: a Lend holds for the thread that made it, until it ends.
+     * Lending FFmpeg's reference-counted buffers (see VexaPayloadLend): a
+     * source puts `const VexaPayloadLend lend = VexaMedia::lend(pkt->buf);`
+     * around sendPacketA/V, and a receiver keeps the payload with
+     * VexaPayloadPool::keep(). A receiver that hands it to FFmpeg gets the
+     * AVBufferRef itself with `pool.disown(block, &VexaMedia::bufferLender)`.
      */
-    class VEXAEXAMPLEMODULES_EXPORT Lend
-    {
-    public:
-        explicit Lend(const AVBufferRef *buffer);
-        ~Lend();
-
-    private:
-        const AVBufferRef *previous;
-        Q_DISABLE_COPY(Lend)
-    };
-    /**
-     * A new reference to the buffer lent in this thread when it holds
-     * @p len bytes at @p data followed by @p padding bytes, else null (the
-     * receiver copies then). The caller unreferences it (av_buffer_unref).
-     */
-    static AVBufferRef *borrow(const char *data, int len, int padding);
+    static const VexaPayloadLend::Lender bufferLender;
+    /** A lend of the whole of @p buffer (nothing is lent when it is null). */
+    static VexaPayloadLend lend(const AVBufferRef *buffer);
 };
 
 #endif // VEXAMEDIA_H

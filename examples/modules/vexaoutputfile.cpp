@@ -6,6 +6,7 @@
 #include <QMutexLocker>
 #include <QThread>
 
+#include <algorithm>
 #include <cstring>
 
 #include "vexaexamples_p.h"
@@ -31,6 +32,9 @@ const int headerWaitPackets = 64;
 // it by default (-muxdelay 0.7): MPEG-TS packs audio frames into PES
 // packets up to this delay and starts its timestamps at twice it.
 const int muxDelayUs = 700000;
+// The key of a packet's extra stream number among its side data (which is
+// keyed by AVPacketSideDataType numbers).
+const QString extraStreamKey = QStringLiteral("stream");
 // Zeroed bytes behind each payload copy, as FFmpeg expects of packet buffers.
 const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
 
@@ -38,6 +42,7 @@ const int padding = AV_INPUT_BUFFER_PADDING_SIZE;
 
 VexaOutputFile::VexaOutputFile(QObject *parent)
     : VexaMediaSink(parent)
+    , queue(this)
 {
     // Parked until start; a "memSize" given later replaces it.
     setData(QVariantMap{{QStringLiteral("memSize"), defaultMemSize}});
@@ -47,6 +52,20 @@ VexaOutputFile::VexaOutputFile(QObject *parent)
         ringStarved.storeRelease(1);
         wake();
     });
+    // The queue wakes the worker; a sender in the worker's own thread (both
+    // started with one thread name) writes the batch itself.
+    queue.setWakeHandler([this] {
+        if (QThread::currentThread() == thread())
+            drain();
+        else
+            wake();
+    });
+    queue.setPayloadPool(&pool);
+    queue.setDropHandler([this](const Packet &p, VexaPacketQueue::Kind kind) {
+        dropped(p, kind == VexaPacketQueue::Video);
+    });
+    queue.setLimits(VexaPacketQueue::Audio, {19, -1, -1});
+    queue.setLimits(VexaPacketQueue::Video, {19, -1, -1});
 }
 
 VexaOutputFile::~VexaOutputFile()
@@ -69,35 +88,30 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     // A sender running in this module's own worker thread (modules started
     // with one thread name) cannot wait for the worker: it drains in its place.
     const bool own = QThread::currentThread() == thread();
-    QMutexLocker locker(&gate);
-    if (!waitUntilAccepting(own) || (!dropMode && !waitForQueueRoom(locker, video, own))) {
-        c.dropped.fetchAndAddRelaxed(1);
-        return;
+    bool drop;
+    {
+        QMutexLocker locker(&gate);
+        if (!waitUntilAccepting(own)) {
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        drop = dropMode;
     }
-    const bool drop = dropMode;
-    locker.unlock();
 
     // The copy: from the pool's ring, or a block of its own when larger than
     // the ring. A full ring holds the sender back (or drops, when told to),
-    // without gate, so that the worker can write and release meanwhile.
+    // so that the worker can write and release meanwhile.
     Packet p = in;
     p.data = nullptr;
     if (in.len > 0) {
         // A source that lends its buffer is kept by reference.
-        if (AVBufferRef *ref = VexaMedia::borrow(in.data, in.len, padding)) {
-            p.data = pool.adopt(in.data, &VexaOutputFile::unrefBuffer, ref);
-            if (!p.data)
-                av_buffer_unref(&ref);
-        } else {
-            p.data = pool.acquire(in.data, in.len, padding,
-                                  drop || own ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
-            if (!p.data && own && !drop) {
-                // The ring is full of blocks queued here or kept by the muxer:
-                // write them (making the muxer let go) and try again.
-                ringStarved.storeRelease(1);
-                drain();
-                p.data = pool.acquire(in.data, in.len, padding, VexaPayloadPool::NoWait);
-            }
+        p.data = pool.keep(in.data, in.len, padding, drop || own ? VexaPayloadPool::NoWait : VexaPayloadPool::WaitForRoom);
+        if (!p.data && own && !drop) {
+            // The ring is full of blocks queued here or kept by the muxer:
+            // write them (making the muxer let go) and try again.
+            ringStarved.storeRelease(1);
+            drain();
+            p.data = pool.keep(in.data, in.len, padding, VexaPayloadPool::NoWait);
         }
         if (!p.data) {
             c.dropped.fetchAndAddRelaxed(1);
@@ -111,72 +125,29 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     QVariantMap side;
     if (p.data && in.sender && (in.tag & VexaMedia::TagSideData) && offersSideData(in.sender))
         side = in.sender->invoke(QStringLiteral("packetSideData")).toMap();
-
-    locker.relock();
-    // Another sender of the same kind may have filled the queue meanwhile.
-    if (phase.loadAcquire() != Accepting || (!dropMode && !waitForQueueRoom(locker, video, own))) {
-        locker.unlock();
-        pool.release(p.data);
-        c.dropped.fetchAndAddRelaxed(1);
-        return;
+    // A packet of one of the source's extra streams remembers which, beside
+    // its side data; one that cannot (no payload to remember it by, or the
+    // sender could not say) is not written into the audio stream.
+    if (!video) {
+        const int extra = VexaMedia::extraStream(in);
+        if (extra == VexaMedia::UnknownExtraStream || (extra >= 0 && !p.data)) {
+            pool.release(p.data);
+            c.dropped.fetchAndAddRelaxed(1);
+            return;
+        }
+        if (extra >= 0)
+            side.insert(extraStreamKey, extra);
     }
     if (!side.isEmpty()) {
+        QMutexLocker locker(&gate);
         sideData.insert(p.data, side);
         sideDataCount.storeRelease(sideData.size());
     }
-    QReadWriteLock &lock = video ? lockV : lockA;
-    QList<Packet> &queue = video ? packetsV : packetsA;
-    const qint32 bound = video ? bufLenV : bufLenA;
-    if (dropMode && bound >= 0) {
-        // Drop the oldest packet here rather than in bufferPacket, so that its
-        // block goes back to the pool with it.
-        QList<Packet> old;
-        lock.lockForWrite();
-        while (!queue.isEmpty() && queue.size() >= bound - 1)
-            old.append(queue.takeFirst());
-        video ? bufferPacketV(p) : bufferPacketA(p);
-        lock.unlock();
-        c.dropped.fetchAndAddRelaxed(old.size());
-        locker.unlock();
-        release(old);
-    } else {
-        video ? bufferPacketV(p) : bufferPacketA(p);
-        locker.unlock();
-    }
-    // Lossless: the worker is woken once a batch has queued, not for every
-    // packet (each wake-up is a thread switch), and always before a sender
-    // can find its queue full; a sender in the worker's thread writes the
-    // batch itself. Dropping (a live source): at once.
-    if (dropMode)
-        wake();
-    else if (queuedSinceDrain.fetchAndAddRelaxed(1) + 1 >= wakeBatch.loadRelaxed())
-        own ? drain() : wake();
-}
 
-// With gate held (by @p locker): back-pressure, waits until the queue takes
-// one more packet without dropping its oldest one (the bound counts the new
-// packet); in the worker's own thread (@p own) it drains instead of waiting.
-// False when the module stops taking packets meanwhile.
-// The queue is read without its lock: this module queues and takes packets
-// only with gate held, so its size cannot change meanwhile.
-bool VexaOutputFile::waitForQueueRoom(QMutexLocker &locker, bool video, bool own)
-{
-    const QList<Packet> &queue = video ? packetsV : packetsA;
-    while (phase.loadAcquire() == Accepting) {
-        const qint32 bound = video ? bufLenV : bufLenA;
-        if (bound < 0)
-            return true;
-        if (queue.size() < bound - 1)
-            return true;
-        if (own) {
-            locker.unlock();
-            drain();
-            locker.relock();
-        } else {
-            changed.wait(&gate);
-        }
-    }
-    return false;
+    // The queue owns the copy from here: a packet it drops ("drop": the
+    // oldest of a full queue; any once the module stops) is counted and its
+    // block released by the drop handler and the pool.
+    queue.push(p, video ? VexaPacketQueue::Video : VexaPacketQueue::Audio);
 }
 
 // With gate held: waits while the module is started but its worker has not
@@ -192,18 +163,12 @@ bool VexaOutputFile::waitUntilAccepting(bool own)
     return phase.loadAcquire() == Accepting;
 }
 
-void VexaOutputFile::unrefBuffer(void *opaque)
-{
-    auto *ref = static_cast<AVBufferRef *>(opaque);
-    av_buffer_unref(&ref);
-}
-
 void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)
 {
     static_cast<VexaOutputFile *>(opaque)->pool.release(reinterpret_cast<char *>(data));
 }
 
-void VexaOutputFile::release(const QList<Packet> &packets)
+void VexaOutputFile::release(const QVector<Packet> &packets)
 {
     if (sideDataCount.loadAcquire() > 0) {
         QMutexLocker locker(&gate);
@@ -213,6 +178,18 @@ void VexaOutputFile::release(const QList<Packet> &packets)
     }
     for (const Packet &p : packets)
         pool.release(p.data);
+}
+
+// A packet the queue dropped: counted, its side data forgotten (the queue
+// then releases its block to the pool).
+void VexaOutputFile::dropped(const Packet &p, bool video)
+{
+    counts->of(video).dropped.fetchAndAddRelaxed(1);
+    if (p.data && sideDataCount.loadAcquire() > 0) {
+        QMutexLocker locker(&gate);
+        sideData.remove(p.data);
+        sideDataCount.storeRelease(sideData.size());
+    }
 }
 
 // Whether @p sender offers packetSideData(); remembered for the last sender.
@@ -242,19 +219,25 @@ void VexaOutputFile::onStart()
         avpkt = av_packet_alloc();
     {
         QMutexLocker locker(&gate);
-        // A bound of 0 or 1 would drop every packet in bufferPacket.
-        if (bufLenA >= 0 && bufLenA < 2)
-            bufLenA = 2;
-        if (bufLenV >= 0 && bufLenV < 2)
-            bufLenV = 2;
         dropMode = settings.value("overflow").toString() == QLatin1String("drop");
         counts->setDropping(dropMode);
-        // Half of the smaller queue: a sender waits for room at bound - 1
-        // packets of its kind, by which time a wake-up has been asked for.
-        const qint32 least = bufLenA < 0 ? (bufLenV < 0 ? 33 : bufLenV) : (bufLenV < 0 ? bufLenA : qMin(bufLenA, bufLenV));
-        wakeBatch.storeRelaxed(qMax(1, (least - 1) / 2));
-        queuedSinceDrain.storeRelaxed(0);
     }
+    // "bufLenA"/"bufLenV" count the incoming packet, as the base class's
+    // bound does: a queue holds one packet fewer, and at least one.
+    const auto held = [this](const char *key) {
+        const int bound = settings.value(QLatin1String(key), 20).toInt();
+        return bound < 0 ? -1 : qMax(1, bound - 1);
+    };
+    const qint32 heldA = held("bufLenA");
+    const qint32 heldV = held("bufLenV");
+    queue.setLimits(VexaPacketQueue::Audio, {heldA, -1, -1});
+    queue.setLimits(VexaPacketQueue::Video, {heldV, -1, -1});
+    queue.setOverflow(dropMode ? VexaPacketQueue::DropOldest : VexaPacketQueue::HoldBack);
+    // Lossless: woken once half the smaller queue has arrived, not for every
+    // packet (each wake-up is a thread switch); a full queue wakes it anyway.
+    // Dropping (a live source): at once.
+    const qint32 least = heldA < 0 ? (heldV < 0 ? 32 : heldV) : (heldV < 0 ? heldA : qMin(heldA, heldV));
+    queue.setWakeThreshold(dropMode ? 1 : qMax(1, least / 2));
     const int memSize = settings.value("memSize").toInt();
     // Sized once; a pool with blocks still out keeps its size.
     if (memSize > 0 && pool.size() != memSize)
@@ -311,29 +294,17 @@ void VexaOutputFile::described(const StreamInfo &, bool video)
 void VexaOutputFile::drain()
 {
     wakePending.storeRelease(0);
-    queuedSinceDrain.storeRelaxed(0);
-    // One short critical section per queue for the whole batch, under gate
-    // as senders queue under it too: bufferPacketA/V, which polls for the
-    // queue lock with a sleep, then never finds it taken.
-    QList<Packet> a;
-    QList<Packet> v;
-    {
-        QMutexLocker locker(&gate);
-        a = takePacketsA();
-        v = takePacketsV();
-        // Senders held back by a full queue may go on.
-        if (!a.isEmpty() || !v.isEmpty())
-            changed.wakeAll();
-    }
+    // The whole batch at once; senders held back by a full queue go on.
+    queue.take(&batch);
     const bool starved = ringStarved.fetchAndStoreAcquire(0) != 0;
     if (pendingA.isEmpty())
-        pendingA.swap(a);
+        pendingA.swap(batch.audio);
     else
-        pendingA += a;
+        pendingA += batch.audio;
     if (pendingV.isEmpty())
-        pendingV.swap(v);
+        pendingV.swap(batch.video);
     else
-        pendingV += v;
+        pendingV += batch.video;
 
     if (!oc) {
         // Failed or not open: nothing can be written.
@@ -364,24 +335,69 @@ bool VexaOutputFile::tryWriteHeader(bool force)
     if (!go)
         return false;
 
-    const QVariantMap params[2] = {haveV ? inInfoV.params : QVariantMap(), haveA ? inInfoA.params : QVariantMap()};
-    int *index[2] = {&streamV, &streamA};
-    for (int k = 0; k < 2; ++k) {
-        if (params[k].isEmpty())
-            continue;
-        const AVStream *st = VexaMedia::addStream(oc, params[k]);
+    // The streams in the order of the source's input when it sends extra
+    // streams (as `ffmpeg -map 0` keeps them), else video, then audio.
+    struct Wanted {
+        QVariantMap params;
+        int kind;                   // 1: video, 0: audio, 2: extra
+        int extra;                  // extra stream number
+    };
+    QList<Wanted> wanted;
+    if (haveV)
+        wanted.append({inInfoV.params, 1, -1});
+    if (haveA && inInfoA.params.value("kind").toString() != QLatin1String("none"))
+        wanted.append({inInfoA.params, 0, -1});
+    const QVariantList extras = haveA ? inInfoA.params.value("extraStreams").toList() : QVariantList();
+    for (const QVariant &e : extras) {
+        const QVariantMap m = e.toMap();
+        wanted.append({m, 2, m.value("stream").toInt()});
+    }
+    if (!extras.isEmpty()) {
+        std::stable_sort(wanted.begin(), wanted.end(), [](const Wanted &a, const Wanted &b) {
+            return a.params.value("index").toInt() < b.params.value("index").toInt();
+        });
+    }
+    extraTracks.clear();
+    for (const Wanted &w : qAsConst(wanted)) {
+        const QVariantMap &params = w.params;
+        const QString kind = params.value("kind").toString();
+        if (w.kind == 2) {
+            // A stream the container cannot hold is left out, and said,
+            // rather than have the whole header refused.
+            const auto id = AVCodecID(params.value("codecId").toInt());
+            if (w.extra < 0 || w.extra > 1024 || avformat_query_codec(oc->oformat, id, FF_COMPLIANCE_NORMAL) == 0) {
+                qCWarning(lcExamples).noquote() << QStringLiteral("[%1] %2 stream %3 (%4) left out: %5 cannot hold it")
+                                                   .arg(name(), kind, params.value("index").toString(),
+                                                        params.value("codecName").toString(), QString::fromLatin1(oc->oformat->name));
+                continue;
+            }
+        }
+        const AVStream *st = VexaMedia::addStream(oc, params);
         if (!st) {
-            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
-                                  .arg(name(), k == 0 ? "video" : "audio", params[k].value("codecName").toString());
+            if (w.kind == 2)
+                qCWarning(lcExamples).noquote() << QStringLiteral("[%1] %2 stream %3 (%4) left out: no codec to describe it")
+                                                   .arg(name(), kind, params.value("index").toString(), params.value("codecName").toString());
+            else
+                qCDebug(lcExamples).noquote() << QStringLiteral("[%1] cannot describe %2 stream (codec %3); left out")
+                                      .arg(name(), w.kind == 1 ? "video" : "audio", params.value("codecName").toString());
             continue;
         }
-        Track &t = tracks[k == 0 ? 1 : 0];
-        t = Track();
-        t.sourceTimeBase = st->time_base;
-        t.flagsInTag = params[k].value("packetFlags").toString() == QLatin1String("tag");
-        t.durationInTag = params[k].value("packetDuration").toString() == QLatin1String("tag");
-        t.sampleRate = k == 1 ? params[k].value("sampleRate").toInt() : 0;
-        *index[k] = st->index;
+        Track fresh;
+        fresh.sourceTimeBase = st->time_base;
+        fresh.flagsInTag = params.value("packetFlags").toString() == QLatin1String("tag");
+        fresh.durationInTag = params.value("packetDuration").toString() == QLatin1String("tag");
+        fresh.sampleRate = kind == QLatin1String("audio") ? params.value("sampleRate").toInt() : 0;
+        fresh.videoDelay = params.value("videoDelay").toInt();
+        fresh.frameRate = AVRational{params.value("frameRateNum").toInt(), params.value("frameRateDen").toInt()};
+        fresh.index = st->index;
+        if (w.kind == 2) {
+            if (extraTracks.size() <= size_t(w.extra))
+                extraTracks.resize(size_t(w.extra) + 1);
+            extraTracks[size_t(w.extra)] = fresh;
+        } else {
+            tracks[w.kind] = fresh;
+            (w.kind == 1 ? streamV : streamA) = st->index;
+        }
     }
     if (oc->nb_streams == 0) {
         fail(QStringLiteral("no usable stream description received for %1").arg(settings.value("path").toString()));
@@ -418,7 +434,7 @@ bool VexaOutputFile::tryWriteHeader(bool force)
 void VexaOutputFile::writePending()
 {
     // Packets the muxer took are released by it (releaseBlock); the others here.
-    QList<Packet> unwritten;
+    QVector<Packet> unwritten;
     int ia = 0;
     int iv = 0;
     // Merge by decode time; the muxer's own interleaving does the rest.
@@ -453,11 +469,26 @@ void VexaOutputFile::writePending()
 bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
 {
     VexaSinkCounters::Kind &c = counts->of(video);
-    const int index = video ? streamV : streamA;
+    // Side data, and the extra stream of a packet that came on A marked as one.
+    QVariantMap side;
+    if (pkt.data && sideDataCount.loadAcquire() > 0) {
+        QMutexLocker locker(&gate);
+        side = sideData.take(pkt.data);
+        sideDataCount.storeRelease(sideData.size());
+    }
+    Track *track = &tracks[video ? 1 : 0];
+    int index = video ? streamV : streamA;
+    const QVariant extra = side.take(extraStreamKey);
+    if (extra.isValid()) {
+        const int n = extra.toInt();
+        track = n >= 0 && size_t(n) < extraTracks.size() ? &extraTracks[size_t(n)] : nullptr;
+        index = track ? track->index : -1;
+    }
     if (index < 0) {
         c.dropped.fetchAndAddRelaxed(1);
         return false;
     }
+    Track &t = *track;
     const AVStream *st = oc->streams[index];
 
     // The muxer gets a reference instead of a copy: the source's own buffer
@@ -465,7 +496,7 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     // ring block, released when the muxer lets go of it (it may keep
     // packets to interleave them).
     if (pkt.data) {
-        if (void *lent = pool.disown(pkt.data))
+        if (void *lent = pool.disown(pkt.data, &VexaMedia::bufferLender))
             avpkt->buf = static_cast<AVBufferRef *>(lent);
         else
             avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(pkt.data), pkt.len + padding,
@@ -475,14 +506,21 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             return false;
         }
     }
-    Track &t = tracks[video ? 1 : 0];
     avpkt->data = reinterpret_cast<uint8_t *>(pkt.data);
     avpkt->size = pkt.len;
     avpkt->stream_index = index;
     avpkt->pts = VexaMedia::toStreamTime(pkt.pts, t.sourceTimeBase, st->time_base);
-    const qint64 dts = VexaMedia::decodeTime(pkt);
+    qint64 dts = VexaMedia::decodeTime(pkt);
     avpkt->dts = VexaMedia::toStreamTime(dts, t.sourceTimeBase, st->time_base);
-    if (!video && dts != VexaMedia::NoPts && t.sampleRate > 0 && t.sourceTimeBase.num > 0) {
+    if (video || (extra.isValid() && st->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)) {
+        const bool known = dts != VexaMedia::NoPts;
+        dts = followDecodeTime(t, pkt, dts);
+        // A predicted time is not on the source's ticks: straight from
+        // microseconds, as `ffmpeg` converts its own prediction.
+        if (!known && dts != VexaMedia::NoPts)
+            avpkt->dts = av_rescale_q(dts, usTimeBase, st->time_base);
+    }
+    if (t.sampleRate > 0 && dts != VexaMedia::NoPts && t.sourceTimeBase.num > 0) {
         // Audio times follow the samples, not the rounding of a coarse
         // source time base (milliseconds in Matroska and FLV), as `ffmpeg
         // -c copy` writes them; presentation time is the decode time.
@@ -501,19 +539,11 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
             ? av_rescale_q(VexaMedia::tagDuration(pkt.tag), t.sourceTimeBase, st->time_base) : 0;
     avpkt->pos = -1;
     keepDecodeOrder(t, oc->oformat->flags);
-    if (pkt.data && sideDataCount.loadAcquire() > 0) {
-        QVariantMap side;
-        {
-            QMutexLocker locker(&gate);
-            side = sideData.take(pkt.data);
-            sideDataCount.storeRelease(sideData.size());
-        }
-        for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
-            const QByteArray bytes = it.value().toByteArray();
-            uint8_t *d = av_packet_new_side_data(avpkt, AVPacketSideDataType(it.key().toInt()), size_t(bytes.size()));
-            if (d)
-                memcpy(d, bytes.constData(), size_t(bytes.size()));
-        }
+    for (auto it = side.constBegin(); it != side.constEnd(); ++it) {
+        const QByteArray bytes = it.value().toByteArray();
+        uint8_t *d = av_packet_new_side_data(avpkt, AVPacketSideDataType(it.key().toInt()), size_t(bytes.size()));
+        if (d)
+            memcpy(d, bytes.constData(), size_t(bytes.size()));
     }
     if (dts != VexaMedia::NoPts) {
         counts->reachedMedia(dts - (t.firstUs == VexaMedia::NoPts ? (t.firstUs = dts) : t.firstUs));
@@ -528,6 +558,32 @@ bool VexaOutputFile::writeOne(const Packet &pkt, bool video)
     }
     counts->wrote(video, pkt.len);
     return true;
+}
+
+// The decode time of the video packet @p pkt, @p dts when it has one, else the one predicted
+// from the packets before it as `ffmpeg -c copy` predicts it; remembers what
+// the next packet's would be. Microseconds; NoPts when nothing is known yet.
+qint64 VexaOutputFile::followDecodeTime(Track &t, const Packet &pkt, qint64 dts)
+{
+    if (!t.predicting) {
+        t.predicting = true;
+        // Before the first packet: the reorder delay in frames of the average
+        // rate ahead of its presentation time.
+        qint64 start = 0;
+        if (t.frameRate.num > 0 && t.frameRate.den > 0)
+            start = qint64(-t.videoDelay * double(VexaMedia::TimeBase) / av_q2d(t.frameRate));
+        if (pkt.pts != VexaMedia::NoPts)
+            start += pkt.pts;
+        t.nextDtsUs = start;
+    }
+    if (dts == VexaMedia::NoPts)
+        dts = t.nextDtsUs;
+    const qint64 duration = t.flagsInTag && t.durationInTag ? VexaMedia::tagDuration(pkt.tag) : 0;
+    if (dts != VexaMedia::NoPts && duration > 0)
+        t.nextDtsUs = dts + av_rescale_q(duration, t.sourceTimeBase, usTimeBase);
+    else
+        t.nextDtsUs = dts;
+    return dts;
 }
 
 // As `ffmpeg` does before the muxer: a decode time after the presentation
@@ -630,8 +686,10 @@ void VexaOutputFile::fail(const QString &message)
         phase.storeRelease(Closing);
         changed.wakeAll();
     }
-    // Senders waiting for ring room give up; what is queued is still written.
+    // Senders waiting for ring or queue room give up, and later packets are
+    // dropped until the module starts again.
     pool.close();
+    queue.close();
     sendEvent(QStringLiteral("error"), message);
 }
 

@@ -9,12 +9,14 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <vector>
 
 extern "C" {
 #include <libavutil/rational.h>
 }
 
 #include "vexamediasink.h"
+#include "vexapacketqueue.h"
 #include "vexapayloadpool.h"
 #include "vexaexamplemodules_export.h"
 
@@ -42,7 +44,10 @@ struct AVStream;
  * behind when the source cannot open its input.
  *
  * One output stream is created per incoming description (VexaMedia
- * parameters). The header is written once both kinds are described, or once
+ * parameters), and one per extra stream that a source sends on A (see
+ * VexaMedia::TagExtraStream; in the source's input order then, as `ffmpeg
+ * -map 0` keeps them; an extra stream the container cannot hold is left
+ * out with a warning and its packets counted as dropped). The header is written once both kinds are described, or once
  * one kind is described and enough of its packets wait (the other kind is
  * then left out), or at stop. Packets are written interleaved by decode time;
  * the trailer is written on stop, after every queued packet. The muxer gets
@@ -55,7 +60,10 @@ struct AVStream;
  * time base is coarse), packet durations and side data (asked of the sender,
  * see VexaMedia::TagSideData), the source codec tag where the
  * container takes it, stream side data and disposition, and ffmpeg's muxing
- * delay (0.7 s). A decode time that would go backwards is moved, as ffmpeg
+ * delay (0.7 s). A packet without a decode time (the first frames of a
+ * Matroska stream with B-frames) gets the one `ffmpeg` predicts: the first
+ * presentation time less the reorder delay at the average frame rate, then
+ * each packet's duration on. A decode time that would go backwards is moved, as ffmpeg
  * moves it, rather than have the muxer refuse the packet; a packet the
  * muxer still refuses is counted in "rejected".
  *
@@ -63,16 +71,17 @@ struct AVStream;
  * (value: a message) when the file cannot be created or written.
  *
  * Thread: onNewPacketA/V copy the payload into a VexaPayloadPool (which
- * knows which copies are still queued or held by the muxer) and queue the
- * packet in the sending thread; the file is written in the module's worker
- * thread, woken by a posted call per batch, which takes each whole queue at
- * once (takePacketsA/V). In "wait" mode the worker is woken once half a
- * queue bound of packets has arrived (or a sender finds the ring full), so
- * a source that pauses leaves up to that many packets queued until it goes
- * on or the module stops; in "drop" mode at every packet. A sender that runs
- * in the module's own worker thread (both started with one thread name)
- * never waits for the worker: it writes the batch, or makes room, itself.
- * A payload the sender lends (VexaMedia::Lend) is kept by reference.
+ * knows which copies are still queued or held by the muxer) and hand the
+ * packet over in the sending thread through a VexaPacketQueue; the file is
+ * written in the module's worker thread, woken by a posted call per batch,
+ * which takes both whole queues at once. In "wait" mode the worker is woken
+ * once half a queue bound of packets of one kind has arrived (or a queue or
+ * the ring is full), so a source that pauses leaves up to that many packets
+ * queued until it goes on or the module stops; in "drop" mode at every
+ * batch. A sender that runs in the module's own worker thread (both started
+ * with one thread name) never waits for the worker: it writes the batch, or
+ * makes room, itself. A payload the sender lends (VexaPayloadLend) is kept
+ * by reference.
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputFile : public VexaMediaSink
 {
@@ -107,15 +116,20 @@ private:
         int64_t rescaleLast = INT64_MIN;
         int64_t lastDts = INT64_MIN;    // last decode time given to the muxer; INT64_MIN (AV_NOPTS_VALUE): none
         qint64 firstUs = std::numeric_limits<qint64>::min();
+        // Decode times for packets that come without one, in microseconds.
+        bool predicting = false;        // a packet has been seen
+        qint64 nextDtsUs = std::numeric_limits<qint64>::min();
+        int videoDelay = 0;             // frames of reordering
+        AVRational frameRate{0, 1};     // average
+        int index = -1;                 // output stream
     };
 
     void accept(const Packet &pkt, bool video) override;
     void described(const StreamInfo &info, bool video) override;
     bool waitUntilAccepting(bool own);
-    bool waitForQueueRoom(QMutexLocker &locker, bool video, bool own);
-    void release(const QList<Packet> &packets);
+    void release(const QVector<Packet> &packets);
+    void dropped(const Packet &p, bool video);
     static void releaseBlock(void *opaque, uint8_t *data);
-    static void unrefBuffer(void *opaque);
     void wake();
     void drain();
     bool tryWriteHeader(bool force);
@@ -126,10 +140,11 @@ private:
     void closeMuxer();
     bool offersSideData(VexaObject *sender);
     void keepDecodeOrder(Track &t, int formatFlags);
+    qint64 followDecodeTime(Track &t, const Packet &pkt, qint64 dts);
 
     // Shared by the producers and the worker; guarded by gate.
     QMutex gate;
-    QWaitCondition changed;         // room in a queue or the ring, or a phase change
+    QWaitCondition changed;         // a phase change
     QAtomicInt phase = Idle;        // written under gate
     bool dropMode = false;
     QAtomicInt ringStarved = 0;     // a sender found the ring full since the last drain
@@ -140,10 +155,11 @@ private:
 
     // Payload copies of every queued packet and of those the muxer holds.
     VexaPayloadPool pool;
+    // From the senders' threads to the worker; owns the copies it holds.
+    // Declared after what its drop handler uses, so that it goes first.
+    VexaPacketQueue queue;
 
     QAtomicInt wakePending = 0;
-    QAtomicInt queuedSinceDrain = 0;  // packets queued since the worker last took the queues
-    QAtomicInt wakeBatch = 1;         // lossless: packets that make a wake-up worth it
 
     // Worker thread only.
     AVFormatContext *oc = nullptr;
@@ -151,9 +167,11 @@ private:
     bool headerWritten = false;
     int streamA = -1;
     int streamV = -1;
-    QList<Packet> pendingA;
-    QList<Packet> pendingV;
+    VexaPacketQueue::Batch batch;
+    QVector<Packet> pendingA;
+    QVector<Packet> pendingV;
     Track tracks[2];                // audio, video
+    std::vector<Track> extraTracks;     // by the source's extra stream number; index -1: left out
 };
 
 #endif // VEXAOUTPUTFILE_H

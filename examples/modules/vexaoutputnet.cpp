@@ -50,9 +50,21 @@ const char *formatForScheme(const QString &scheme)
 
 VexaOutputNet::VexaOutputNet(QObject *parent)
     : VexaMediaSink(parent)
+    , queue(this)
     , io(new VexaIoDeadline)
 {
     counts->setDropping(true);
+    // The sending thread is the consumer. It sleeps in waitAndTake() while
+    // streaming; before the header it waits on gate for the descriptions
+    // too, so a batch of packets also wakes it there.
+    queue.setPayloadPool(&pool);
+    queue.setDropHandler([this](const Packet &, VexaPacketQueue::Kind kind) {
+        counts->of(kind == VexaPacketQueue::Video).dropped.fetchAndAddRelaxed(1);
+    });
+    queue.setWakeHandler([this] {
+        QMutexLocker locker(&gate);
+        changed.wakeAll();
+    });
 }
 
 VexaOutputNet::~VexaOutputNet()
@@ -64,19 +76,25 @@ VexaOutputNet::~VexaOutputNet()
             phase = Closing;
             changed.wakeAll();
         }
+        queue.close();
         sender->wait();
         delete sender;
     }
     closeMuxer();
     av_packet_free(&avpkt);
-    unref(queues[0]);
-    unref(queues[1]);
+    queue.clear();
 }
 
-void VexaOutputNet::unref(QList<Queued> &list)
+void VexaOutputNet::releaseBlock(void *opaque, uint8_t *data)
 {
-    for (Queued &q : list)
-        av_buffer_unref(&q.buf);
+    static_cast<VexaOutputNet *>(opaque)->pool.release(reinterpret_cast<char *>(data));
+}
+
+void VexaOutputNet::dropList(QVector<Packet> &list, bool video)
+{
+    counts->of(video).dropped.fetchAndAddRelaxed(list.size());
+    for (const Packet &p : qAsConst(list))
+        pool.release(p.data);
     list.clear();
 }
 
@@ -84,119 +102,92 @@ void VexaOutputNet::unref(QList<Queued> &list)
 
 void VexaOutputNet::accept(const Packet &in, bool video)
 {
+    // The extra streams of a source that sends every stream of its input
+    // are not carried over the network: the stream keeps its best audio and
+    // video, as a live peer expects.
+    if (!video && VexaMedia::extraStream(in) != -1) {
+        if (extraSkipped.fetchAndAddRelaxed(1) == 0)
+            qCWarning(lcExamples).noquote() << QStringLiteral("[%1] the source's extra streams are not sent (only its best audio and video)").arg(name());
+        return;
+    }
     VexaSinkCounters::Kind &c = counts->of(video);
     c.received.fetchAndAddRelaxed(1);
     if (in.len < 0 || (in.len > 0 && !in.data)) {
         c.dropped.fetchAndAddRelaxed(1);
         return;
     }
-    // A reference to the source's buffer where it lends one, else a copy
-    // made outside the lock; the muxer takes either as it is.
-    Queued q;
-    q.meta = in;
-    q.video = video;
-    q.buf = VexaMedia::borrow(in.data, in.len, AV_INPUT_BUFFER_PADDING_SIZE);
-    if (!q.buf) {
-        q.buf = av_buffer_alloc(size_t(in.len) + AV_INPUT_BUFFER_PADDING_SIZE);
-        if (!q.buf) {
-            c.dropped.fetchAndAddRelaxed(1);
-            return;
-        }
-        if (in.len > 0)
-            memcpy(q.buf->data, in.data, size_t(in.len));
-        memset(q.buf->data + in.len, 0, AV_INPUT_BUFFER_PADDING_SIZE);
-        q.meta.data = reinterpret_cast<char *>(q.buf->data);
-    }
-
-    QList<Queued> old;
     {
         QMutexLocker locker(&gate);
-        QList<Queued> &queue = queues[video ? 1 : 0];
-        const int bound = bounds[video ? 1 : 0];
-        if (!dropMode) {
-            // Held back while the network is slower than the stream; gives up
-            // once the module is stopped (the state changes before onStop
-            // runs, so it is looked at too) or the destination failed.
-            while (phase == Running && queue.size() >= bound && getState() == QLatin1String("started"))
-                changed.wait(&gate, holdBackSliceMs);
-        }
         if (phase != Running) {
-            locker.unlock();
-            av_buffer_unref(&q.buf);
             c.dropped.fetchAndAddRelaxed(1);
             return;
         }
-        if (dropMode && !opened) {
-            // Held until the destination is open, from a keyframe on.
-            const bool key = isKey(q);
-            if (video && !key && needKey) {
-                locker.unlock();
-                av_buffer_unref(&q.buf);
-                c.dropped.fetchAndAddRelaxed(1);
-                return;
-            }
-            if (video && key)
-                needKey = false;
-            queue.append(q);
-            if (video && key && listening) {
-                // A receiver yet to come starts at the latest keyframe.
-                trimToKeyframe(&old);
-            }
-            while (queue.size() > holdPackets) {
-                old.append(queue.takeFirst());
-                // Video goes a whole group of pictures at a time.
-                while (video && !queue.isEmpty() && !isKey(queue.first()))
-                    old.append(queue.takeFirst());
-            }
-            changed.wakeAll();
-        } else {
-            while (queue.size() >= bound)
-                old.append(queue.takeFirst());
-            queue.append(q);
-            changed.wakeAll();
-        }
     }
-    if (!old.isEmpty())
-        dropList(old);
-}
-
-void VexaOutputNet::dropList(QList<Queued> &list)
-{
-    for (const Queued &o : qAsConst(list))
-        counts->of(o.video).dropped.fetchAndAddRelaxed(1);
-    unref(list);
-}
-
-bool VexaOutputNet::isKey(const Queued &q) const
-{
-    // Called with gate held. Without key flags every packet counts as one:
-    // nothing waits for them.
-    return !keyFlags || (q.meta.tag & AV_PKT_FLAG_KEY) != 0;
-}
-
-void VexaOutputNet::trimToKeyframe(QList<Queued> *old)
-{
-    // Called with gate held. The video from its latest keyframe on, and the
-    // audio from that time on; without a keyframe, nothing.
-    QList<Queued> &video = queues[1];
-    int key = video.size() - 1;
-    while (key >= 0 && !isKey(video.at(key)))
-        --key;
-    if (key < 0) {
-        old->append(video);
-        video.clear();
-        old->append(queues[0]);
-        queues[0].clear();
-        needKey = descriptions[1].type != 0;
+    // A reference to the source's buffer where it lends one, else a copy
+    // (with the padding the muxer expects); the muxer takes either as it is.
+    Packet p = in;
+    p.data = pool.keep(in.data, in.len, AV_INPUT_BUFFER_PADDING_SIZE);
+    if (!p.data) {
+        c.dropped.fetchAndAddRelaxed(1);
         return;
     }
-    for (int i = 0; i < key; ++i)
-        old->append(video.takeFirst());
-    const qint64 start = VexaMedia::orderTime(video.first().meta);
-    QList<Queued> &audio = queues[0];
-    while (!audio.isEmpty() && VexaMedia::orderTime(audio.first().meta) < start)
-        old->append(audio.takeFirst());
-    needKey = false;
+    // "drop": a full queue drops its oldest packet; "wait": the sender is
+    // held back until there is room, and gives up once the module is
+    // stopped or the destination failed. Either way the queue counts it.
+    queue.push(p, video ? VexaPacketQueue::Video : VexaPacketQueue::Audio);
+}
+
+bool VexaOutputNet::isKey(const Packet &p) const
+{
+    // Sending thread. Without key flags every packet counts as one: nothing
+    // waits for them.
+    return !keyFlagsAtOpen || (p.tag & AV_PKT_FLAG_KEY) != 0;
+}
+
+// Sending thread: what a destination that was not open held, made to start
+// at a keyframe (drop mode). A listening output's next receiver starts at
+// the latest keyframe, with the audio from that time on; others start at
+// the first. Without a keyframe yet, the video waits for one.
+void VexaOutputNet::startAtKeyframe(QVector<Packet> *batch, bool latest)
+{
+    QVector<Packet> &video = batch[1];
+    QVector<Packet> &audio = batch[0];
+    QVector<Packet> old[2];
+    int key = -1;
+    if (latest) {
+        key = video.size() - 1;
+        while (key >= 0 && !isKey(video.at(key)))
+            --key;
+    } else {
+        key = 0;
+        while (key < video.size() && !isKey(video.at(key)))
+            ++key;
+        if (key == video.size())
+            key = -1;
+    }
+    if (key < 0) {
+        old[1] = video;
+        video.clear();
+        if (latest) {
+            old[0] = audio;
+            audio.clear();
+        }
+        waitKey = true;
+    } else {
+        old[1] = video.mid(0, key);
+        video.remove(0, key);
+        waitKey = false;
+        if (latest) {
+            const qint64 start = VexaMedia::orderTime(video.first());
+            int a = 0;
+            while (a < audio.size() && VexaMedia::orderTime(audio.at(a)) < start)
+                ++a;
+            old[0] = audio.mid(0, a);
+            audio.remove(0, a);
+        }
+    }
+    dropList(old[0], false);
+    dropList(old[1], true);
 }
 
 // Worker side -------------------------------------------------------------------
@@ -220,20 +211,28 @@ void VexaOutputNet::onStart()
         QMutexLocker locker(&gate);
         dropMode = settings.value("overflow", QStringLiteral("drop")).toString() != QLatin1String("wait");
         counts->setDropping(dropMode);
-        bounds[0] = bufLenA < 0 ? std::numeric_limits<int>::max() : qMax(2, int(bufLenA));
-        bounds[1] = bufLenV < 0 ? std::numeric_limits<int>::max() : qMax(2, int(bufLenV));
+        for (int k = 0; k < 2; ++k) {
+            const int bound = settings.value(QLatin1String(k ? "bufLenV" : "bufLenA"), 20).toInt();
+            bounds[k] = bound < 0 ? -1 : qMax(2, bound);
+        }
         descriptions[0] = inInfoA;
         descriptions[1] = inInfoV;
         keyFlags = inInfoV.params.value("packetFlags").toString() == QLatin1String("tag");
         const QString scheme = url.section(QLatin1String("://"), 0, 0).toLower();
         listening = settings.value("listen").toBool() && (scheme == QLatin1String("tcp") || scheme == QLatin1String("srt"));
-        opened = false;
-        needKey = true;
         phase = Running;
         changed.wakeAll();
     }
+    queue.setOverflow(dropMode ? VexaPacketQueue::DropOldest : VexaPacketQueue::HoldBack);
+    setQueueBounds(false);
+    // Before the header the sending thread is woken when a kind has nearly
+    // filled its queue (then the header goes without the other kind).
+    queue.setWakeThreshold(qMax(1, qMin(headerWaitPackets, qMin(bounds[0] < 0 ? headerWaitPackets : bounds[0],
+                                                                 bounds[1] < 0 ? headerWaitPackets : bounds[1])) - 1));
     io->reset();
     sender = QThread::create([this] { run(); });
+    // A sender in the module's worker thread may wait for the sending thread.
+    queue.setConsumerThread(sender);
     sender->setObjectName(name() + QStringLiteral("-send"));
     sender->start();
 }
@@ -270,6 +269,17 @@ void VexaOutputNet::onStop()
                                          .arg(s.value("droppedV").toLongLong());
 }
 
+// The queue's bounds: "bufLenA"/"bufLenV" while the destination is open
+// (@p open) or in "wait" mode; until it opens, "drop" holds up to
+// holdPackets of each kind.
+void VexaOutputNet::setQueueBounds(bool open)
+{
+    for (int k = 0; k < 2; ++k) {
+        const int bound = dropMode && !open ? holdPackets : bounds[k];
+        queue.setLimits(k ? VexaPacketQueue::Video : VexaPacketQueue::Audio, {bound, -1, -1});
+    }
+}
+
 void VexaOutputNet::described(const StreamInfo &info, bool video)
 {
     QMutexLocker locker(&gate);
@@ -292,22 +302,19 @@ void VexaOutputNet::run()
             const bool haveV = descriptions[1].type != 0;
             // One kind described: go without the other once its packets
             // would soon fill their queue.
-            const bool enough = queues[0].size() >= qMin(headerWaitPackets, bounds[0]) - 1
-                    || queues[1].size() >= qMin(headerWaitPackets, bounds[1]) - 1;
+            bool enough = false;
+            for (int k = 0; k < 2; ++k) {
+                const int least = bounds[k] < 0 ? headerWaitPackets : qMin(headerWaitPackets, bounds[k]);
+                enough |= queue.count(k ? VexaPacketQueue::Video : VexaPacketQueue::Audio) >= least - 1;
+            }
             if ((haveA && haveV) || ((haveA || haveV) && enough))
                 break;
             if (phase != Running) {
                 if (haveA || haveV)
                     break;
                 // Nothing was described: nothing to publish.
-                QList<Queued> rest[2] = {queues[0], queues[1]};
-                queues[0].clear();
-                queues[1].clear();
                 locker.unlock();
-                for (int k = 0; k < 2; ++k) {
-                    counts->of(k == 1).dropped.fetchAndAddRelaxed(rest[k].size());
-                    unref(rest[k]);
-                }
+                queue.clear();
                 return;
             }
             changed.wait(&gate);
@@ -342,7 +349,7 @@ void VexaOutputNet::run()
             }
             if (stopped && listening) {
                 // Stopped before a receiver came: nothing to finish.
-                dropQueued();
+                queue.clear();
                 return;
             }
             if (again)
@@ -353,28 +360,32 @@ void VexaOutputNet::run()
         {
             QMutexLocker locker(&gate);
             opened = true;
+            keyFlagsAtOpen = keyFlags;
         }
-        const int r = writeQueued();
+        // From here on packets go out as they come: the usual bounds, and a
+        // wake-up per batch.
+        setQueueBounds(true);
+        queue.setWakeThreshold(1);
+        // What was held starts at a keyframe ("drop"): the latest one for
+        // a listening output's receiver.
+        waitKey = dropMode && keyFlagsAtOpen;
+        const int r = writeQueued(dropMode && listening);
         if (r == 0)
             break;
         const bool gone = r == AVERROR(EPIPE) || r == AVERROR(ECONNRESET) || r == AVERROR(EIO);
         if (listening && gone) {
             closeMuxer();
-            QList<Queued> old;
+            setQueueBounds(false);
             bool stopped;
             {
                 QMutexLocker locker(&gate);
                 opened = false;
                 stopped = phase != Running;
-                if (!stopped) {
-                    if (dropMode)
-                        trimToKeyframe(&old);
+                if (!stopped)
                     io->reset();
-                }
             }
-            dropList(old);
             if (stopped) {
-                dropQueued();
+                queue.clear();
                 return;
             }
             qCDebug(lcExamples).noquote() << QStringLiteral("[%1] the receiver of %2 went away (%3); listening again")
@@ -390,21 +401,28 @@ void VexaOutputNet::run()
     finish();
 }
 
-int VexaOutputNet::writeQueued()
+// Writes batches as they come until the module stops (then what is still
+// queued, within writeTimeout) or a write fails (its error). The first batch
+// starts at the latest keyframe when @p latestKey, else at the first while
+// waitKey is set.
+int VexaOutputNet::writeQueued(bool latestKey)
 {
     bool closing = false;
+    bool first = true;
     qint64 flushDeadline = 0;
+    VexaPacketQueue::Batch taken;
     while (oc) {
-        QList<Queued> batch[2];
+        queue.waitAndTake(&taken);
         {
             QMutexLocker locker(&gate);
-            while (phase == Running && queues[0].isEmpty() && queues[1].isEmpty())
-                changed.wait(&gate);
-            batch[0].swap(queues[0]);
-            batch[1].swap(queues[1]);
-            closing = phase != Running;
-            // Senders held back may go on.
-            changed.wakeAll();
+            closing = phase != Running || !queue.isOpen();
+        }
+        QVector<Packet> batch[2] = {taken.audio, taken.video};
+        if (first && latestKey && !batch[1].isEmpty()) {
+            startAtKeyframe(batch, true);
+            first = false;
+        } else if (waitKey) {
+            startAtKeyframe(batch, false);
         }
         if (closing && flushDeadline == 0)
             flushDeadline = VexaIoDeadline::nowMs() + writeTimeoutMs;
@@ -417,7 +435,7 @@ int VexaOutputNet::writeQueued()
             else if (i[1] >= batch[1].size())
                 k = 0;
             else
-                k = VexaMedia::orderTime(batch[1].at(i[1]).meta) <= VexaMedia::orderTime(batch[0].at(i[0]).meta) ? 1 : 0;
+                k = VexaMedia::orderTime(batch[1].at(i[1])) <= VexaMedia::orderTime(batch[0].at(i[0])) ? 1 : 0;
             if (closing)
                 io->armAt(flushDeadline);
             else
@@ -427,8 +445,8 @@ int VexaOutputNet::writeQueued()
                 io->disarm();
                 for (int j = 0; j < 2; ++j) {
                     // What the failure left unwritten.
-                    counts->of(j == 1).dropped.fetchAndAddRelaxed(batch[j].size() - i[j]);
-                    unref(batch[j]);
+                    QVector<Packet> rest = batch[j].mid(i[j]);
+                    dropList(rest, j == 1);
                 }
                 return r;
             }
@@ -436,16 +454,11 @@ int VexaOutputNet::writeQueued()
         io->disarm();
         for (int k = 0; k < 2; ++k) {
             // What a failure left unwritten.
-            counts->of(k == 1).dropped.fetchAndAddRelaxed(batch[k].size() - i[k]);
-            unref(batch[k]);
+            QVector<Packet> rest = batch[k].mid(i[k]);
+            dropList(rest, k == 1);
         }
-        if (closing && batch[0].isEmpty() && batch[1].isEmpty())
+        if (closing && queue.count(VexaPacketQueue::Audio) == 0 && queue.count(VexaPacketQueue::Video) == 0)
             break;
-        if (closing) {
-            QMutexLocker locker(&gate);
-            if (queues[0].isEmpty() && queues[1].isEmpty())
-                break;
-        }
     }
     return 0;
 }
@@ -545,18 +558,26 @@ bool VexaOutputNet::openDestination(QString *error)
     return true;
 }
 
-int VexaOutputNet::writeOne(const Queued &q, bool video)
+int VexaOutputNet::writeOne(const Packet &p, bool video)
 {
     VexaSinkCounters::Kind &c = counts->of(video);
     Track &t = tracks[video ? 1 : 0];
     if (t.index < 0) {
+        pool.release(p.data);
         c.dropped.fetchAndAddRelaxed(1);
         return 0;
     }
     const AVStream *st = oc->streams[t.index];
-    const Packet &p = q.meta;
-    avpkt->buf = av_buffer_ref(q.buf);
+    // The muxer gets a reference instead of a copy: the source's own buffer
+    // when it was lent (the pool hands its reference on), else one to the
+    // pool's block, released when the muxer lets go of it.
+    if (void *lent = pool.disown(p.data, &VexaMedia::bufferLender))
+        avpkt->buf = static_cast<AVBufferRef *>(lent);
+    else
+        avpkt->buf = av_buffer_create(reinterpret_cast<uint8_t *>(p.data), p.len + AV_INPUT_BUFFER_PADDING_SIZE,
+                                      &VexaOutputNet::releaseBlock, this, 0);
     if (!avpkt->buf) {
+        pool.release(p.data);
         c.dropped.fetchAndAddRelaxed(1);
         return 0;
     }
@@ -618,19 +639,14 @@ void VexaOutputNet::finish()
 void VexaOutputNet::fail(const QString &message)
 {
     closeMuxer();
-    QList<Queued> rest[2];
     {
-        // Senders stop waiting and drop until the module is stopped.
         QMutexLocker locker(&gate);
         phase = Closing;
-        rest[0].swap(queues[0]);
-        rest[1].swap(queues[1]);
         changed.wakeAll();
     }
-    for (int k = 0; k < 2; ++k) {
-        counts->of(k == 1).dropped.fetchAndAddRelaxed(rest[k].size());
-        unref(rest[k]);
-    }
+    // Senders stop waiting and drop until the module starts again.
+    queue.close();
+    queue.clear();
     // Whoever receives the module's events (vexa-launch) reports the error
     // itself; the log has it only when no one does, so it shows once.
     if (debugLevel > 0 || !isSignalConnected(QMetaMethod::fromSignal(&VexaObject::newEvent)))
@@ -638,18 +654,6 @@ void VexaOutputNet::fail(const QString &message)
     sendEvent(QStringLiteral("error"), message);
 }
 
-void VexaOutputNet::dropQueued()
-{
-    QList<Queued> rest[2];
-    {
-        QMutexLocker locker(&gate);
-        rest[0].swap(queues[0]);
-        rest[1].swap(queues[1]);
-        changed.wakeAll();
-    }
-    dropList(rest[0]);
-    dropList(rest[1]);
-}
 
 void VexaOutputNet::closeMuxer()
 {

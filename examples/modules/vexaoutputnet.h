@@ -14,6 +14,8 @@ extern "C" {
 }
 
 #include "vexamediasink.h"
+#include "vexapacketqueue.h"
+#include "vexapayloadpool.h"
 #include "vexaexamplemodules_export.h"
 
 struct AVBufferRef;
@@ -70,9 +72,11 @@ class VexaIoDeadline;
  * "error" (value: a message) when the destination cannot be reached or
  * written to.
  *
- * Thread: onNewPacketA/V copy the payload into a buffer of its own and queue
- * it in the sending thread; the destination is written in the module's
- * sending thread, started by onStart and joined by onStop.
+ * Thread: onNewPacketA/V copy the payload (or keep the buffer the sender
+ * lends, VexaPayloadLend) and hand the packet over in the sender's thread
+ * through a VexaPacketQueue; the destination is written in the module's
+ * sending thread, started by onStart and joined by onStop, which takes
+ * whole batches.
  */
 class VEXAEXAMPLEMODULES_EXPORT VexaOutputNet : public VexaMediaSink
 {
@@ -98,11 +102,6 @@ protected:
     void onStop() override;
 
 private:
-    struct Queued {
-        Packet meta;            // data: the payload, in buf
-        AVBufferRef *buf = nullptr;
-        bool video = false;
-    };
     struct Track {
         int index = -1;
         AVRational sourceTimeBase{0, 1};
@@ -116,34 +115,40 @@ private:
     void described(const StreamInfo &info, bool video) override;
     void run();
     bool openDestination(QString *error);
-    int writeOne(const Queued &q, bool video);
-    int writeQueued();
-    void trimToKeyframe(QList<Queued> *old);
-    bool isKey(const Queued &q) const;
+    int writeOne(const Packet &p, bool video);
+    int writeQueued(bool latestKey);
+    void setQueueBounds(bool open);
+    void startAtKeyframe(QVector<Packet> *batch, bool latest);
+    bool isKey(const Packet &p) const;
     void finish();
     void closeMuxer();
     void fail(const QString &message);
-    void dropQueued();
-    void dropList(QList<Queued> &list);
-    static void unref(QList<Queued> &list);
+    void dropList(QVector<Packet> &list, bool video);
+    static void releaseBlock(void *opaque, uint8_t *data);
 
     // Shared by the senders, the worker and the sending thread; guarded by gate.
     QMutex gate;
-    QWaitCondition changed;     // a packet, room, a description or a phase change
-    QList<Queued> queues[2];    // audio, video
+    QWaitCondition changed;     // a batch of packets, a description or a phase change
     StreamInfo descriptions[2];    // audio, video: copies of inInfoA/V
     int phase = Idle;
     bool dropMode = true;
-    int bounds[2] = {20, 20};
+    int bounds[2] = {20, 20};   // -1: none
     bool opened = false;        // the destination is open
-    bool needKey = true;        // video waits for a keyframe (nothing of it held)
     bool listening = false;     // "listen": wait for the receiver, again once it left
     bool keyFlags = false;      // video packets carry the key flag in their tag
+
+    // Payloads of the queued packets and of those the muxer holds: copies
+    // from the heap (no ring), or the sender's own buffers where it lends them.
+    VexaPayloadPool pool;
+    // From the senders' threads to the sending thread; owns what it holds.
+    VexaPacketQueue queue;
 
     const std::unique_ptr<VexaIoDeadline> io;     // when blocking calls give up
     QThread *sender = nullptr;  // worker thread only
 
     // Sending thread only.
+    bool keyFlagsAtOpen = false;
+    bool waitKey = false;       // video starts at its next keyframe
     AVFormatContext *oc = nullptr;
     AVPacket *avpkt = nullptr;
     Track tracks[2];
@@ -151,6 +156,7 @@ private:
     qint64 openTimeoutMs = 0;
     qint64 writeTimeoutMs = 0;
     QString url;
+    QAtomicInt extraSkipped = 0;     // packets of a source's extra streams, not sent
 };
 
 #endif // VEXAOUTPUTNET_H

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include "vexadelivery_p.h"
+#include "vexahop_p.h"
 #include "vexaobject.h"
 
 // Never destroyed: threads that ended without being joined may have used it
@@ -45,7 +46,7 @@ bool VexaLinkTable::link(VexaObject *src, VexaObject *dst, Kind kind)
 {
     // Without an application object no event loop runs: descriptions are
     // then delivered directly, like every other hop.
-    const Qt::ConnectionType hop = QCoreApplication::instance() ? Qt::QueuedConnection : Qt::DirectConnection;
+    const Qt::ConnectionType hop = VexaHop::queued();
     const Signatures &s = signatures(kind);
     Table &t = table();
     QMutexLocker locker(&t.mutex);

@@ -9,10 +9,12 @@
 #include <QMetaEnum>
 
 #include "vexa.h"
-#include "vexacorelog_p.h"
 #include "vexadelivery_p.h"
+#include "vexahop_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
+#include "vexalog_p.h"
+#include "vexapacketqueue.h"
 #include "vexathreaduses_p.h"
 
 namespace {
@@ -85,13 +87,6 @@ void storeBound(qint32 &bound, qint32 value)
     __atomic_store_n(&bound, value, __ATOMIC_RELAXED);
 }
 
-// True when a call from the current thread into @p obj must not wait for
-// obj's event loop: there is none (no application object) or the caller is
-// that loop's own thread.
-bool runsHere(const QObject *obj)
-{
-    return !QCoreApplication::instance() || obj->thread() == QThread::currentThread();
-}
 
 } // namespace
 
@@ -138,7 +133,7 @@ bool VexaObject::setData(QVariantMap data)
             pendingData.insert(it.key(), it.value());
         return true;
     }
-    if (QCoreApplication::instance())
+    if (VexaHop::hasEventLoop())
         QMetaObject::invokeMethod(this, "onSetDataPriv", Qt::QueuedConnection, Q_ARG(QVariantMap, data));
     else
         onSetDataPriv(data);
@@ -176,7 +171,7 @@ QVariantMap VexaObject::getData()
     QVariantMap result;
     // Without an application object nothing was moved and there is no event
     // loop to hop through: read in the caller, as in the object's own thread.
-    const bool hop = loadState() == started && !runsHere(this);
+    const bool hop = loadState() == started && !VexaHop::runsHere(this);
     QMetaObject::invokeMethod(this, "doGetData", hop ? Qt::BlockingQueuedConnection : Qt::DirectConnection,
                               Q_RETURN_ARG(QVariantMap, result));
     return result;
@@ -213,8 +208,10 @@ bool VexaObject::start()
 
     storeState(started);
     blockSignals(false);
+    // The module's packet queues take packets again.
+    VexaPacketQueue::ownerRunning(this, true);
 
-    const bool direct = !QCoreApplication::instance();
+    const bool direct = !VexaHop::hasEventLoop();
     if (direct) {
         if (!pendingData.isEmpty()) {
             onSetDataPriv(pendingData);
@@ -243,21 +240,13 @@ bool VexaObject::start()
     // Descriptions that arrived before the start reach the module after
     // onStart, once each (the last one of each kind); directly when there is
     // no event loop to post to.
-    if (pendingInfoA.type != 0) {
-        const StreamInfo parked = pendingInfoA;
-        pendingInfoA.type = 0;
-        if (direct)
-            onNewInfoAPriv(parked);
-        else
-            QMetaObject::invokeMethod(this, "onNewInfoAPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, parked));
-    }
-    if (pendingInfoV.type != 0) {
-        const StreamInfo parked = pendingInfoV;
-        pendingInfoV.type = 0;
-        if (direct)
-            onNewInfoVPriv(parked);
-        else
-            QMetaObject::invokeMethod(this, "onNewInfoVPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, parked));
+    for (const bool video : {false, true}) {
+        StreamInfo &pending = video ? pendingInfoV : pendingInfoA;
+        if (pending.type != 0) {
+            const StreamInfo parked = pending;
+            pending.type = 0;
+            postInfo(video, parked);
+        }
     }
     return true;
 }
@@ -277,15 +266,18 @@ bool VexaObject::stop(bool block)
     if (loadState() != started)
         return false;
     storeState(stoped);
-    if (!QCoreApplication::instance()) {
+    // Senders held back by the module's packet queues return now, not once
+    // onStop has run, and what they send from here on is dropped.
+    VexaPacketQueue::ownerRunning(this, false);
+    if (!VexaHop::hasEventLoop()) {
         onStop();
         return true;
     }
     // A blocking stop from the object's own thread runs onStop at once:
     // waiting for its own event loop would never end.
-    const Qt::ConnectionType type = !block ? Qt::QueuedConnection
-        : runsHere(this)                   ? Qt::DirectConnection
-                                           : Qt::BlockingQueuedConnection;
+    const Qt::ConnectionType type = !block                   ? Qt::QueuedConnection
+                                   : VexaHop::runsHere(this) ? Qt::DirectConnection
+                                                             : Qt::BlockingQueuedConnection;
     QMetaObject::invokeMethod(this, "onStop", type);
     return true;
 }
@@ -324,7 +316,7 @@ void VexaObject::destroy()
     // The payload ring goes with the object, after onStop: a module that
     // flushes queued payloads in onStop never reads freed memory.
     payloadArena.releaseOnDelete = true;
-    if (!QCoreApplication::instance()) {
+    if (!VexaHop::hasEventLoop()) {
         // onStop has run in stop(), and no event loop would ever run a
         // deferred delete.
         delete this;
@@ -375,7 +367,7 @@ QVariant VexaObject::invoke(QString name, QVariant arg)
         return result;
     // Called from the object's own thread, a blocking call would wait for
     // itself: it runs directly, as a listed name does.
-    const Qt::ConnectionType type = runsHere(this) || directInvokeNames.contains(name)
+    const Qt::ConnectionType type = VexaHop::runsHere(this) || directInvokeNames.contains(name)
         ? Qt::DirectConnection
         : Qt::BlockingQueuedConnection;
     const QByteArray method = name.toLatin1();
@@ -440,44 +432,49 @@ void VexaObject::sendInfoV(StreamInfo info)
     emit newInfoV(info);
 }
 
-// Without an application object there is no event loop to queue to: the
-// description is handled at once.
 bool VexaObject::invokeInfoA(StreamInfo info)
 {
-    if (!QCoreApplication::instance()) {
-        onNewInfoAPriv(info);
-        return true;
-    }
-    return QMetaObject::invokeMethod(this, "onNewInfoAPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, info));
+    return postInfo(false, info);
 }
 
 bool VexaObject::invokeInfoV(StreamInfo info)
 {
-    if (!QCoreApplication::instance()) {
-        onNewInfoVPriv(info);
+    return postInfo(true, info);
+}
+
+// Without an application object there is no event loop to queue to: the
+// description is handled at once.
+bool VexaObject::postInfo(bool video, const StreamInfo &info)
+{
+    if (!VexaHop::hasEventLoop()) {
+        takeInfo(video, info);
         return true;
     }
-    return QMetaObject::invokeMethod(this, "onNewInfoVPriv", Qt::QueuedConnection, Q_ARG(StreamInfo, info));
+    return QMetaObject::invokeMethod(this, video ? "onNewInfoVPriv" : "onNewInfoAPriv", Qt::QueuedConnection,
+                                     Q_ARG(StreamInfo, info));
 }
 
 void VexaObject::onNewInfoAPriv(StreamInfo info)
 {
-    if (loadState() != started) {
-        pendingInfoA = info;
-        return;
-    }
-    if (acceptInfo(inInfoA, info))
-        onNewInfoA(inInfoA);
+    takeInfo(false, info);
 }
 
 void VexaObject::onNewInfoVPriv(StreamInfo info)
 {
+    takeInfo(true, info);
+}
+
+// Parked until start; accepted once started, and handed to the module when
+// it is a change.
+void VexaObject::takeInfo(bool video, const StreamInfo &info)
+{
     if (loadState() != started) {
-        pendingInfoV = info;
+        (video ? pendingInfoV : pendingInfoA) = info;
         return;
     }
-    if (acceptInfo(inInfoV, info))
-        onNewInfoV(inInfoV);
+    StreamInfo &current = video ? inInfoV : inInfoA;
+    if (acceptInfo(current, info))
+        video ? onNewInfoV(current) : onNewInfoA(current);
 }
 
 VexaObject::StreamInfo VexaObject::getStreamInfoA()

@@ -219,6 +219,9 @@ private:
     // object and read by senders and callers in others: always through these.
     State loadState() const;
     void storeState(State s);
+    // The audio and video halves of the description path, by kind.
+    bool postInfo(bool video, const StreamInfo &info);
+    void takeInfo(bool video, const StreamInfo &info);
 
     State state = created;
 

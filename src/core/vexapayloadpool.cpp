@@ -110,8 +110,33 @@ char *VexaPayloadPool::adopt(char *data, void (*unref)(void *), void *opaque)
     QMutexLocker locker(&mutex);
     if (closed || !data)
         return nullptr;
-    lentBlocks.emplace(data, Lent{unref, opaque});
+    lentBlocks.emplace(data, Lent{unref, opaque, nullptr});
     return data;
+}
+
+char *VexaPayloadPool::adopt(char *data, const VexaPayloadLend::Lender *lender, void *reference)
+{
+    if (!lender)
+        return nullptr;
+    QMutexLocker locker(&mutex);
+    if (closed || !data)
+        return nullptr;
+    lentBlocks.emplace(data, Lent{lender->unref, reference, lender});
+    return data;
+}
+
+char *VexaPayloadPool::keep(const char *src, int len, int padding, Wait wait)
+{
+    const VexaPayloadLend::Lender *lender = nullptr;
+    if (void *reference = VexaPayloadLend::borrow(src, len, padding, &lender)) {
+        // Nothing is written into a borrowed payload: the block is the
+        // sender's bytes themselves.
+        char *block = adopt(const_cast<char *>(src), lender, reference);
+        if (!block)
+            lender->unref(reference);
+        return block;
+    }
+    return acquire(src, len, padding, wait);
 }
 
 void VexaPayloadPool::release(char *block)
@@ -148,13 +173,13 @@ void VexaPayloadPool::release(char *block)
     freed.wakeAll();
 }
 
-void *VexaPayloadPool::disown(char *block)
+void *VexaPayloadPool::disown(char *block, const VexaPayloadLend::Lender *by)
 {
     QMutexLocker locker(&mutex);
     if (!block || lentBlocks.empty())
         return nullptr;
     const auto it = lentBlocks.find(block);
-    if (it == lentBlocks.end())
+    if (it == lentBlocks.end() || (by && it->second.lender != by))
         return nullptr;
     void *opaque = it->second.opaque;
     lentBlocks.erase(it);

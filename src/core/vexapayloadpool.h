@@ -9,6 +9,7 @@
 #include <functional>
 #include <unordered_map>
 
+#include "vexapayloadlend.h"
 #include "vexabase_export.h"
 
 /**
@@ -17,7 +18,8 @@
  * still in use, so a new copy never lands on a payload that is still queued
  * or held by a muxer.
  *
- * A module copies a payload in with acquire() in the sending thread, queues
+ * A module copies a payload in with acquire() (or keeps a lent one with
+ * keep(), see VexaPayloadLend) in the sending thread, queues
  * the packet with the block's address, and gives the block back with
  * release() once it is done with it (in any order, from any thread). A
  * payload larger than the whole ring gets a block of its own from the heap,
@@ -71,6 +73,16 @@ public:
      * then still holds what @p opaque stands for.
      */
     char *adopt(char *data, void (*unref)(void *opaque), void *opaque);
+    /** adopt() of a reference that @p lender gave (VexaPayloadLend::borrow()). */
+    char *adopt(char *data, const VexaPayloadLend::Lender *lender, void *reference);
+    /**
+     * What a receiver keeps of a payload while sendPacketA/V runs: the
+     * sender's own buffer, adopted, when it lends one that holds @p len
+     * bytes at @p src and @p padding bytes behind them (VexaPayloadLend),
+     * else a copy as acquire() makes it (@p wait applies to the copy only).
+     * Null as acquire() and adopt() give it. Release it like any block.
+     */
+    char *keep(const char *src, int len, int padding = 0, Wait wait = WaitForRoom);
     /** Gives back a block from acquire() or adopt(); null is ignored. */
     void release(char *block);
     /**
@@ -78,9 +90,10 @@ public:
      * takes over what the opaque pointer stands for (hands the owner's
      * reference on to a muxer, for instance) and must not release() the
      * block. Returns that opaque pointer, or null (nothing changed) when
-     * @p block is not an adopted block.
+     * @p block is not an adopted block, or when @p by is given and the block
+     * is not a reference that lender gave (the caller knows only its kind).
      */
-    void *disown(char *block);
+    void *disown(char *block, const VexaPayloadLend::Lender *by = nullptr);
 
     /** Bytes of ring blocks in use. */
     qint64 usedBytes() const;
@@ -118,6 +131,7 @@ private:
     struct Lent {
         void (*unref)(void *);
         void *opaque;
+        const VexaPayloadLend::Lender *lender;   // null: adopted with an unref of its own
     };
     std::unordered_multimap<char *, Lent> lentBlocks;   // adopted; one entry per adopt()
     bool closed = false;

@@ -1,6 +1,7 @@
 #include "vexa.h"
 
 #include <csignal>
+#include <dlfcn.h>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -12,16 +13,17 @@
 #include <QMetaType>
 
 extern "C" {
-#include <libavdevice/avdevice.h>
+#include <libavdevice/version.h>
 #include <libavformat/avformat.h>
 }
 
 #include "vexabase_version.h"
-#include "vexaframeworklog_p.h"
 #include "vexahi.h"
-#include "vexainputnet_p.h"
+#include "vexahop_p.h"
+#include "vexainterruptthreads_p.h"
 #include "vexajson.h"
 #include "vexalinktable_p.h"
+#include "vexalog_p.h"
 #include "vexanames.h"
 #include "vexaobject.h"
 #include "vx_mpi_sys_p.h"
@@ -34,6 +36,9 @@ QMutex Vexa::lockThread;
 QVariantMap Vexa::Config;
 bool Vexa::debug = false;
 
+// Set before init(); read by init() in the same thread.
+static bool devicesOnDemand = false;
+
 namespace {
 
 // The slots take the record under its short registered name.
@@ -42,18 +47,11 @@ QGenericArgument streamInfoArg(const VexaObject::StreamInfo &info)
     return QArgument<VexaObject::StreamInfo>("StreamInfo", info);
 }
 
-// Queued into the receiver's thread, or a direct call when there is no
-// application object and so no event loop to queue to.
-Qt::ConnectionType hop()
-{
-    return QCoreApplication::instance() ? Qt::QueuedConnection : Qt::DirectConnection;
-}
-
 // The unlink notice reaches the receiver whether or not a link existed,
 // behind any description the same source queued before.
 void noticeUnlink(VexaObject *dst, const char *slot, const VexaObject::StreamInfo &info)
 {
-    QMetaObject::invokeMethod(dst, slot, hop(), streamInfoArg(info));
+    QMetaObject::invokeMethod(dst, slot, VexaHop::queued(), streamInfoArg(info));
 }
 
 // A source's outgoing description as a destination receives it.
@@ -95,7 +93,7 @@ VexaObject *Vexa::create(QString className, QString name)
     classCount.insert(className, count);
 
     if (name.isEmpty())
-        name = QString::asprintf("%s_%d", cls.constData(), count).remove(VexaNames::classPrefix());
+        name = VexaNames::generatedObjectName(cls, count);
 
     // Suffixes go on the base name, never on an already suffixed one.
     const QByteArray base = name.toLatin1();
@@ -142,7 +140,7 @@ QThread *Vexa::newThread(QString &name, QThread::Priority priority)
         QThread *thread = new QThread();
         // The thread object lives in the application thread, whose event loop
         // deletes it once it has finished, whichever thread released it last.
-        if (QCoreApplication::instance())
+        if (VexaHop::hasEventLoop())
             thread->moveToThread(QCoreApplication::instance()->thread());
         threadMap.insert(name, thread);
         thread->setObjectName(name);
@@ -165,7 +163,7 @@ void Vexa::delThread(QString name)
 
     QThread *thread = threadMap.value(name);
     thread->requestInterruption();
-    if (!QCoreApplication::instance()) {
+    if (!VexaHop::hasEventLoop()) {
         // No event loop delivers posted calls: quit at once, and free the
         // thread object from a helper that waits for the thread to end.
         thread->quit();
@@ -225,7 +223,7 @@ VexaObject *Vexa::linkV(VexaObject *src, VexaObject *dst)
 VexaObject *Vexa::linkE(VexaObject *src, VexaObject *dst)
 {
     QObject::connect(src, SIGNAL(newEvent(QString,QVariant)), dst, SLOT(onNewEvent(QString,QVariant)),
-                     Qt::ConnectionType(Qt::UniqueConnection | hop()));
+                     Qt::ConnectionType(Qt::UniqueConnection | VexaHop::queued()));
     return dst;
 }
 
@@ -281,8 +279,47 @@ bool Vexa::init(bool full)
     }
 
     avformat_network_init();
-    avdevice_register_all();
+    if (!devicesOnDemand)
+        initDevices();
     return true;
+}
+
+bool Vexa::addInterruptThread(QThread *thread)
+{
+    return vexaAddInterruptThread(thread);
+}
+
+void Vexa::removeInterruptThread(QThread *thread)
+{
+    vexaRemoveInterruptThread(thread);
+}
+
+void Vexa::setDevicesOnDemand(bool onDemand)
+{
+    devicesOnDemand = onDemand;
+}
+
+bool Vexa::initDevices()
+{
+    // Opened rather than linked, so that a program that never uses a device
+    // does not load the device layer's libraries. Never closed: libavformat
+    // keeps pointers to the devices it registers.
+    static bool loaded = false;
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const QByteArray soname = QByteArrayLiteral("libavdevice.so.") + QByteArray::number(LIBAVDEVICE_VERSION_MAJOR);
+        void *lib = dlopen(soname.constData(), RTLD_NOW | RTLD_LOCAL);
+        auto registerAll = lib ? reinterpret_cast<void (*)()>(dlsym(lib, "avdevice_register_all")) : nullptr;
+        if (!registerAll) {
+            const char *why = dlerror();
+            qCWarning(lcVexaFramework, "cannot load %s (%s): no capture or playback devices",
+                      soname.constData(), why ? why : "no avdevice_register_all");
+            return;
+        }
+        registerAll();
+        loaded = true;
+    });
+    return loaded;
 }
 
 bool Vexa::initSys()
@@ -320,7 +357,7 @@ QVariantMap Vexa::getVersion()
 
 void signalHandler(int)
 {
-    const bool timerStopped = vexaStopNetTimer();
+    const bool timerStopped = vexaStopInterruptThreads();
     VexaHi::mmzClear();
     if (!timerStopped) {
         // Destroying the still running static timer thread at exit would

@@ -113,7 +113,8 @@ public:
      * "/vexa/config/board.json" unless a configuration was set, and on the
      * full path brings up the media platform (fatal "init system failed" when
      * that fails) and installs the SIGINT handler; then initialises FFmpeg's
-     * network and device layers. Returns true.
+     * network and device layers (the devices later, see setDevicesOnDemand()).
+     * Returns true.
      * Thread: call once from the main thread before creating modules.
      */
     static bool init(bool full = true);
@@ -126,13 +127,42 @@ public:
     /** {"version": "3.5.1", "date": "20241031", "build": 29856}. */
     static QVariantMap getVersion();
 
+    /**
+     * A static thread of a module library that the SIGINT handler quits and
+     * waits for (up to about a second) before the process exits: a thread
+     * object destroyed at exit while its thread runs aborts the process.
+     * Up to 16 threads; false when none is left (or @p thread is null).
+     * Remove it before the thread object is destroyed.
+     * Thread: thread-safe.
+     */
+    static bool addInterruptThread(QThread *thread);
+    static void removeInterruptThread(QThread *thread);
+
+    /**
+     * FFmpeg's device layer (cameras, screens, sound cards) is a library of
+     * its own that brings about eighty more libraries with it; loading them
+     * is most of a short program's start-up. By default init() loads it and
+     * registers the devices. An application whose pipelines seldom use a
+     * device calls setDevicesOnDemand(true) before init(), and whatever
+     * opens a device calls initDevices() first.
+     * Thread: before init(), from the thread that calls it.
+     */
+    static void setDevicesOnDemand(bool onDemand);
+    /**
+     * Loads FFmpeg's device layer and registers its devices with libavformat,
+     * once per process; later calls return the first result. False, with a
+     * warning naming the library, when it cannot be loaded.
+     * Thread: thread-safe.
+     */
+    static bool initDevices();
+
     /** Board configuration (top-level object of the board file). No lock: set up at start-up. */
     static QVariantMap Config;
     /** Extra diagnostics of the packet queues ("bufA full"); off by default. */
     static bool debug;
 };
 
-/** SIGINT handler: stops the network-input timer thread, frees media memory, exit(0). */
+/** SIGINT handler: stops the network-input timer thread and the threads of addInterruptThread(), frees media memory, exit(0). */
 VEXABASE_EXPORT void signalHandler(int);
 
 #endif // VEXA_H

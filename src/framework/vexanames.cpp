@@ -17,6 +17,11 @@ QString VexaNames::shortClassName(const QString &fullName)
     return fullName.startsWith(prefix) ? fullName.mid(prefix.size()) : fullName;
 }
 
+QString VexaNames::generatedObjectName(const QByteArray &fullName, int count)
+{
+    return QString::asprintf("%s_%d", fullName.constData(), count).remove(classPrefix());
+}
+
 QString VexaNames::boardFile()
 {
     return QStringLiteral("/vexa/config/board.json");

@@ -1,6 +1,7 @@
 #ifndef VEXANAMES_H
 #define VEXANAMES_H
 
+#include <QByteArray>
 #include <QString>
 
 #include "vexabase_export.h"
@@ -29,6 +30,15 @@ public:
      * returned unchanged.
      */
     static QString shortClassName(const QString &fullName);
+    /**
+     * The name the factory generates for the @p count-th object of the
+     * class @p fullName: "%s_%d" with every "Vexa" taken out of it, not only
+     * the leading prefix ("VexaEncoder" gives "Encoder_1", "VexaVexaTest"
+     * gives "Test_1"). Object names have always been made this way and
+     * applications find objects by them, so it stays apart from
+     * shortClassName(), which the tools use to name classes.
+     */
+    static QString generatedObjectName(const QByteArray &fullName, int count);
     /** "/vexa/config/board.json": the board file Vexa::init loads when no configuration was set. */
     static QString boardFile();
 };

@@ -1,4 +1,4 @@
 # JSON helper.
 vexa_folder_files(
-    SOURCES vexajson.cpp vexajsonlog.cpp vexajsontext.cpp
+    SOURCES vexajson.cpp vexajsontext.cpp
     PUBLIC_HEADERS vexajson.h vexajsontext.h)

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "hi_mpi_vpss.h"
-#include "vexaplatformlog_p.h"
+#include "vexalog_p.h"
 #include "vx_mpi_vpss_p.h"
 
 namespace {
@@ -83,7 +83,7 @@ bool HiVpss::validChn(int chn, const char *method) const
 {
     if (chn >= 0 && chn < channelCount)
         return true;
-    qCDebug(lcVexaPlatform, "HiVpss::%s: no channel %d in group %d", method, chn, grp);
+    qCWarning(lcVexaPlatform, "HiVpss::%s: no channel %d in group %d", method, chn, grp);
     return false;
 }
 

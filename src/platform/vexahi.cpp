@@ -7,7 +7,7 @@
 #include "hi_mpi_sys.h"
 #include "hi_mpi_vb.h"
 #include "hivpss.h"
-#include "vexaplatformlog_p.h"
+#include "vexalog_p.h"
 #include "vexatee.h"
 #include "vexateechn.h"
 #include "vxenum_p.h"
@@ -67,7 +67,7 @@ bool VexaHi::bind(int srcMod, int srcDev, int srcChn, int dstMod, int dstDev, in
 bool VexaHi::bindFromTee(VexaTeeChn *chn, int dstMod, int dstDev, int dstChn)
 {
     if (!chn) {
-        qCDebug(lcVexaPlatform, "VexaHi::bindFromTee: no tee channel");
+        qCWarning(lcVexaPlatform, "VexaHi::bindFromTee: no tee channel");
         return false;
     }
     const vx_mpp_chn src = chn->getChn();
@@ -78,7 +78,7 @@ void VexaHi::getPTS(void *pts, bool withOffset)
 {
     hi_u64 *out = static_cast<hi_u64 *>(pts);
     if (!out) {
-        qCDebug(lcVexaPlatform, "VexaHi::getPTS: no output value");
+        qCWarning(lcVexaPlatform, "VexaHi::getPTS: no output value");
         return;
     }
     QMutexLocker locker(&lockPTS);
@@ -110,7 +110,7 @@ hi_video_frame_info VexaHi::makeFrame(int width, int height, unsigned int *blk)
     const qint64 luma = stride * height;
     const qint64 size = luma * 3 / 2;
     if (width <= 0 || height <= 0 || size > kMaxFrameBytes) {
-        qCDebug(lcVexaPlatform, "VexaHi::makeFrame: bad frame size %dx%d", width, height);
+        qCWarning(lcVexaPlatform, "VexaHi::makeFrame: bad frame size %dx%d", width, height);
         return info;
     }
 

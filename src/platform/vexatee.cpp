@@ -3,7 +3,7 @@
 #include <QMutexLocker>
 
 #include "vexahi.h"
-#include "vexaplatformlog_p.h"
+#include "vexalog_p.h"
 #include "vexateechn.h"
 
 QMutex VexaTee::mutex;

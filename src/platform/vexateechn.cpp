@@ -7,7 +7,7 @@
 
 #include "hi_mpi_vpss.h"
 #include "hivpss.h"
-#include "vexaplatformlog_p.h"
+#include "vexalog_p.h"
 #include "vexatee.h"
 #include "vx_mpi_vpss_p.h"
 
@@ -26,7 +26,7 @@ bool VexaTeeChn::hasGroup(const char *method) const
 {
     if (vpss)
         return true;
-    qCDebug(lcVexaPlatform, "VexaTeeChn::%s: channel %d has no VPSS group", method, chn);
+    qCWarning(lcVexaPlatform, "VexaTeeChn::%s: channel %d has no VPSS group", method, chn);
     return false;
 }
 

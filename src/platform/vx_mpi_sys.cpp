@@ -9,7 +9,7 @@
 #include "hi_mpi_vdec.h"
 #include "hi_mpi_venc.h"
 #include "hi_mpi_vi.h"
-#include "vexaplatformlog_p.h"
+#include "vexalog_p.h"
 
 namespace {
 

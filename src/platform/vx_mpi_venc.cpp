@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "hi_mpi_venc.h"
-#include "vexaplatformlog_p.h"
+#include "vexalog_p.h"
 
 // The floor under the QP in constant and adaptive bit-rate modes: those
 // modes always run with a minimum QP of 16, whatever the settings say.

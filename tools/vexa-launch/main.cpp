@@ -232,6 +232,9 @@ int main(int argc, char *argv[])
         board = QString::fromLatin1(pcBoard);
     if (!board.isEmpty() && (!Vexa::setConfig(board) || Vexa::Config.isEmpty()))
         return fail(ExitBadPipeline, QStringLiteral("board file %1 does not hold a JSON object").arg(board));
+    // No example module opens a device: the device layer's libraries would
+    // only lengthen the start.
+    Vexa::setDevicesOnDemand(true);
     Vexa::init(options.platform);
     // The framework's SIGINT handler ends the process at once; files being
     // written need an orderly stop instead.

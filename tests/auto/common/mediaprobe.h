@@ -116,10 +116,19 @@ inline bool probe(const QString &path, Streams *out, QString *error = nullptr)
         return false;
     }
     const QJsonObject doc = QJsonDocument::fromJson(p.readAllStandardOutput()).object();
-    QMap<int, QPair<QString, QString>> streams; // index -> kind, time base
-    for (const QJsonValue &s : doc.value("streams").toArray()) {
+    // Index -> name, time base. A stream is named by its kind ("video"),
+    // and by its kind and number ("audio 2") when the file has more than one of that kind.
+    QMap<int, QPair<QString, QString>> streams;
+    QMap<QString, int> kinds;
+    const QJsonArray list = doc.value("streams").toArray();
+    for (const QJsonValue &s : list)
+        ++kinds[s.toObject().value("codec_type").toString()];
+    for (const QJsonValue &s : list) {
         const QJsonObject o = s.toObject();
-        streams.insert(o.value("index").toInt(), {o.value("codec_type").toString(), o.value("time_base").toString()});
+        const QString kind = o.value("codec_type").toString();
+        const int index = o.value("index").toInt();
+        streams.insert(index, {kinds.value(kind) > 1 ? QStringLiteral("%1 %2").arg(kind).arg(index) : kind,
+                               o.value("time_base").toString()});
     }
     out->clear();
     for (const QJsonValue &v : doc.value("packets").toArray()) {

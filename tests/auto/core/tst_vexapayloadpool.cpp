@@ -1,7 +1,7 @@
 // VexaPayloadPool: copies never land on a block in use, larger-than-ring
 // payloads get blocks of their own, a full ring holds a sender back until a
-// release (or refuses at once), close() ends a wait; and the whole-queue
-// take of VexaObject.
+// release (or refuses at once), close() ends a wait, a lent payload is kept
+// without a copy; and the whole-queue take of VexaObject.
 
 #include <QAtomicInt>
 #include <QScopeGuard>
@@ -9,6 +9,7 @@
 #include <QtTest>
 
 #include "vexaobject.h"
+#include "vexapayloadlend.h"
 #include "vexapayloadpool.h"
 
 namespace {
@@ -186,6 +187,58 @@ private slots:
         }
         // The block adopted last and never released goes with the pool.
         QCOMPARE(unrefs.loadRelaxed(), first + 10);
+    }
+
+    // keep(): a payload the sending thread lends, with room for the padding
+    // behind it, is adopted as it is (and given back by disown() to its own
+    // lender only); anything else is copied. An inner lend of nothing hides
+    // the outer one.
+    void keepLent_data()
+    {
+        QTest::addColumn<int>("offset");   // into a 200-byte array; bytes 50 to 149 are lent
+        QTest::addColumn<int>("len");
+        QTest::addColumn<int>("padding");
+        QTest::addColumn<int>("lends");    // 0: none, 1: the lend, 2: a lend of nothing inside it
+        QTest::addColumn<bool>("adopted");
+        QTest::newRow("inside, padding to the end") << 60 << 50 << 40 << 1 << true;
+        QTest::newRow("no room for the padding") << 60 << 50 << 41 << 1 << false;
+        QTest::newRow("starts before the lent bytes") << 40 << 20 << 0 << 1 << false;
+        QTest::newRow("nothing lent") << 60 << 10 << 0 << 0 << false;
+        QTest::newRow("inner lend of nothing") << 60 << 10 << 0 << 2 << false;
+    }
+    void keepLent()
+    {
+        QFETCH(int, offset);
+        QFETCH(int, len);
+        QFETCH(int, padding);
+        QFETCH(int, lends);
+        QFETCH(bool, adopted);
+        static QAtomicInt refs;
+        static const VexaPayloadLend::Lender lender{[](void *owner) { refs.ref(); return owner; },
+                                                    [](void *) { refs.deref(); }};
+        static const VexaPayloadLend::Lender other{lender.ref, lender.unref};
+        refs.storeRelaxed(0);
+        QByteArray bytes = pattern(3, 200);
+        VexaPayloadPool pool(1000);
+        char *kept = nullptr;
+        {
+            QScopedPointer<VexaPayloadLend> outer(lends > 0 ? new VexaPayloadLend(&lender, &bytes, bytes.constData() + 50, 100) : nullptr);
+            QScopedPointer<VexaPayloadLend> inner(lends > 1 ? new VexaPayloadLend(nullptr, nullptr, nullptr, 0) : nullptr);
+            kept = pool.keep(bytes.constData() + offset, len, padding);
+        }
+        QVERIFY(kept);
+        QCOMPARE(kept == bytes.constData() + offset, adopted);
+        QCOMPARE(QByteArray(kept, len), bytes.mid(offset, len));
+        QCOMPARE(refs.loadRelaxed(), adopted ? 1 : 0);
+        QVERIFY(!pool.disown(kept, &other));
+        if (adopted) {
+            QCOMPARE(pool.disown(kept, &lender), static_cast<void *>(&bytes));
+            lender.unref(&bytes);
+        } else {
+            pool.release(kept);
+        }
+        QCOMPARE(refs.loadRelaxed(), 0);
+        QCOMPARE(pool.blockCount(), 0);
     }
 
     // The whole queue in one call, oldest first; the queue is left empty and

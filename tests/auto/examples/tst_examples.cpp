@@ -209,7 +209,7 @@ private slots:
                 memcpy(buf->data, payload(i, size).constData(), size_t(size));
                 p.data = reinterpret_cast<char *>(buf->data);
                 {
-                    const VexaMedia::Lend lent(buf);
+                    const VexaPayloadLend lent = VexaMedia::lend(buf);
                     src->sendPacketV(p);
                 }
                 if (lend == 2)

@@ -16,13 +16,15 @@ namespace {
 struct Line {
     QString category;
     QString text;
+    QString level;
 };
 QList<Line> captured;
 
 void capture(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    if (type == QtDebugMsg)
-        captured.append(Line{QString::fromLatin1(context.category), text});
+    if (type == QtDebugMsg || type == QtWarningMsg)
+        captured.append(Line{QString::fromLatin1(context.category), text,
+                             QLatin1String(type == QtDebugMsg ? "debug" : "warning")});
 }
 
 // Runs @p trigger with the filter @p rules and returns what was logged.
@@ -55,17 +57,20 @@ private slots:
         QTest::addColumn<QString>("trigger");
         QTest::addColumn<QString>("category");
         QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("level");
 
-        QTest::newRow("framework") << "initSys" << "vexa.framework" << "init done";
-        QTest::newRow("platform glue") << "bindFromTee" << "vexa.platform" << "VexaHi::bindFromTee: no tee channel";
-        QTest::newRow("platform bring-up") << "initSysFails" << "vexa.platform" << "HI_MPI_SYS_Init failed!";
-        QTest::newRow("core") << "queueFull" << "vexa.core" << "[log_probe] bufA full 1";
+        QTest::newRow("framework") << "initSys" << "vexa.framework" << "init done" << "debug";
+        // A call without the tee channel it needs is the caller's mistake: a warning.
+        QTest::newRow("platform glue misuse") << "bindFromTee" << "vexa.platform" << "VexaHi::bindFromTee: no tee channel" << "warning";
+        QTest::newRow("platform bring-up") << "initSysFails" << "vexa.platform" << "HI_MPI_SYS_Init failed!" << "debug";
+        QTest::newRow("core") << "queueFull" << "vexa.core" << "[log_probe] bufA full 1" << "debug";
     }
     void categories()
     {
         QFETCH(QString, trigger);
         QFETCH(QString, category);
         QFETCH(QString, text);
+        QFETCH(QString, level);
 
         const QMap<QString, std::function<void()>> triggers{
             {"initSys", [] { Vexa::initSys(); }},
@@ -92,8 +97,8 @@ private slots:
         // Rules (one a line, as setFilterRules takes them) and whether the
         // line shows under them: by default, with its layer silenced, with
         // its layer kept alone, with every layer silenced.
-        const QString own = category + QStringLiteral(".debug=");
-        const QString all = QStringLiteral("vexa.*.debug=false");
+        const QString own = category + QStringLiteral(".") + level + QStringLiteral("=");
+        const QString all = QStringLiteral("vexa.*.") + level + QStringLiteral("=false");
         const QList<QPair<QString, bool>> cases{
             {QString(), true},
             {own + QStringLiteral("false"), false},
@@ -106,6 +111,7 @@ private slots:
             for (const Line &line : lines) {
                 if (line.text == text) {
                     QCOMPARE(line.category, category);
+                    QCOMPARE(line.level, level);
                     ++found;
                 }
             }

@@ -1,7 +1,8 @@
 // A process that raises SIGINT with media memory allocated and, depending on
 // how it was built and the mode given, the network-input timer thread
 // running from a module library that is linked, opened through QLibrary with
-// global symbols, opened with dlopen(RTLD_GLOBAL), or absent.
+// global symbols, opened with dlopen(RTLD_GLOBAL), absent, or replaced by a
+// thread of the program's own registered with Vexa::addInterruptThread.
 // At exit it prints "mmz left N, timer stopped|running|absent" without
 // waiting for anything itself: the handler must have stopped the thread.
 //   sigint_child[_linked] MODE BOARD [LIBRARY]
@@ -24,6 +25,8 @@ extern "C" QThread *netInputTimer();
 #endif
 
 static QThread *timer = nullptr;
+// A module library's own static thread, registered with the handler.
+static QThread registeredThread;
 
 int main(int argc, char **argv)
 {
@@ -47,6 +50,8 @@ int main(int argc, char **argv)
                 timer = fn();
         }
     }
+    if (mode == "registered" && Vexa::addInterruptThread(&registeredThread))
+        timer = &registeredThread;
     if (mode != "none" && !timer)
         return 4; // the library did not load
 

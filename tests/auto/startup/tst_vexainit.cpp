@@ -20,6 +20,10 @@
 #include "hi_mpi_vi.h"
 #include "vx_mpi_model.h"
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 #include "vexatest.h"
 #include <Vexa>
 #include <VexaObject>
@@ -54,6 +58,17 @@ int childMode(const QString &mode, const QString &arg)
 {
     if (mode == QLatin1String("--config-empty")) {
         Vexa::getConfig();
+        return 0;
+    }
+    if (mode == QLatin1String("--devices")) {
+        // Whether FFmpeg's device layer is registered after init, and after
+        // initDevices() (lavfi is one of its inputs).
+        const bool onDemand = arg == QLatin1String("on-demand");
+        Vexa::setDevicesOnDemand(onDemand);
+        Vexa::init(false);
+        const bool atInit = av_find_input_format("lavfi") != nullptr;
+        const bool loaded = Vexa::initDevices();
+        std::printf("%d %d %d\n", int(atInit), int(loaded), int(av_find_input_format("lavfi") != nullptr));
         return 0;
     }
     if (mode == QLatin1String("--init-fails")) {
@@ -275,6 +290,24 @@ private slots:
             QVERIFY2(err.contains(m.toUtf8()), err.constData());
     }
 
+    // The device layer is registered at init, or later when asked for.
+    void devices_data()
+    {
+        QTest::addColumn<QString>("when");
+        QTest::addColumn<QByteArray>("output");
+        QTest::newRow("at init") << "default" << QByteArray("1 1 1");
+        QTest::newRow("on demand") << "on-demand" << QByteArray("0 1 1");
+    }
+    void devices()
+    {
+        QFETCH(QString, when);
+        QFETCH(QByteArray, output);
+        QProcess child;
+        QVERIFY(VexaTest::runSelf(child, {QStringLiteral("--devices"), when}));
+        QCOMPARE(child.exitCode(), 0);
+        QCOMPARE(child.readAllStandardOutput().trimmed(), output);
+    }
+
     // The interrupt handler stops the network-input timer thread, whichever
     // way its module library came in, frees the media memory and ends the
     // process with status 0.
@@ -288,6 +321,7 @@ private slots:
         QTest::newRow("QLibrary") << plain << "qlibrary" << QByteArray("mmz left 0, timer stopped");
         QTest::newRow("dlopen") << plain << "dlopen" << QByteArray("mmz left 0, timer stopped");
         QTest::newRow("no module") << plain << "none" << QByteArray("mmz left 0, timer absent");
+        QTest::newRow("registered thread") << plain << "registered" << QByteArray("mmz left 0, timer stopped");
     }
     void sigint()
     {
@@ -307,7 +341,7 @@ int main(int argc, char **argv)
 {
     if (argc >= 2 && QByteArray(argv[1]).startsWith("--") && QByteArray(argv[1]) != "--") {
         const QString mode = QString::fromLocal8Bit(argv[1]);
-        if (mode == "--config-empty" || mode == "--init-fails")
+        if (mode == "--config-empty" || mode == "--init-fails" || mode == "--devices")
             return childMode(mode, argc >= 3 ? QString::fromLocal8Bit(argv[2]) : QString());
     }
     QCoreApplication app(argc, argv);

@@ -4,6 +4,8 @@
 // declares nothing (whose settings and links are not checked).
 
 #include <QAtomicInteger>
+#include <QElapsedTimer>
+#include <QFileInfo>
 #include <QMetaType>
 #include <QThread>
 
@@ -14,7 +16,8 @@ class VexaLossySink : public VexaObject
     Q_OBJECT
     Q_CLASSINFO("setting:keepEvery", "int=2; keep one packet in this many, drop the others")
     Q_CLASSINFO("setting:dropping", "bool=false; report the drops as asked for")
-    Q_CLASSINFO("setting:stopDelayMs", "int=0; how long stopping takes, in milliseconds")
+    Q_CLASSINFO("setting:stopDelayMs", "int=0; how long stopping takes, in milliseconds (at most, with stopUntil)")
+    Q_CLASSINFO("setting:stopUntil", "string; stopping lasts until this file exists (or stopDelayMs has passed)")
     Q_CLASSINFO("sends", "events")
     Q_CLASSINFO("accepts", "audio video")
 
@@ -39,7 +42,15 @@ protected:
         every.storeRelease(qMax(1, settings.value("keepEvery", 2).toInt()));
         dropping.storeRelease(settings.value("dropping").toBool() ? 1 : 0);
     }
-    void onStop() override { QThread::msleep(qMax(0, settings.value("stopDelayMs").toInt())); }
+    void onStop() override
+    {
+        QElapsedTimer held;
+        held.start();
+        const qint64 limit = qMax(0, settings.value("stopDelayMs").toInt());
+        const QString until = settings.value("stopUntil").toString();
+        while (held.elapsed() < limit && (until.isEmpty() || !QFileInfo::exists(until)))
+            QThread::msleep(until.isEmpty() ? quint32(limit - held.elapsed()) : 10);
+    }
 
 private:
     void count(int k)

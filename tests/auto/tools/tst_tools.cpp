@@ -49,7 +49,10 @@ private slots:
             {"-f", "lavfi", "-i", "sine=sample_rate=44100", "-t", "0.5", "-c:a", "libmp3lame", dir.filePath("clip.mp3")},
             // Video only, B-frames, no decode times in the container.
             {"-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-t", "0.6", "-c:v", "libx264", "-preset", "ultrafast",
-             "-bf", "2", dir.filePath("video.mkv")}};
+             "-bf", "2", dir.filePath("video.mkv")},
+            // Variable frame rate: the predicted first decode times fall between milliseconds.
+            {"-f", "lavfi", "-i", "testsrc=size=160x120:rate=30", "-t", "0.6", "-vf", "setpts='(N*1001+if(mod(N,4),0,377))/30000/TB'",
+             "-fps_mode", "passthrough", "-c:v", "libx264", "-preset", "ultrafast", "-bf", "2", dir.filePath("vfr.mkv")}};
         for (const QStringList &args : shortClips)
             QVERIFY2(MediaProbe::ffmpeg(args, &error), qPrintable(error));
         // What a container holds beside the packets: its own aspect ratio
@@ -63,6 +66,12 @@ private slots:
         QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-i", dir.filePath("tags.txt"), "-map", "0", "-map_metadata", "1", "-map_chapters", "1",
                                     "-c", "copy", "-metadata:s:v:0", "language=eng", "-metadata:s:a:0", "language=fra",
                                     dir.filePath("tags.mkv")}));
+        // Every kind of stream: two audio tracks, one with a language, and subtitles.
+        VexaTest::writeFile(dir.filePath("subs.srt"), "1\n00:00:00,000 --> 00:00:00,800\nOne\n\n"
+                                                      "2\n00:00:01,000 --> 00:00:01,500\nTwo\n");
+        QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-f", "lavfi", "-i", "sine=frequency=880:duration=2", "-i", dir.filePath("subs.srt"),
+                                    "-map", "0", "-map", "1", "-map", "2", "-c:v", "copy", "-c:a", "aac", "-c:s", "srt",
+                                    "-metadata:s:a:1", "language=deu", dir.filePath("multi.mkv")}));
         // A rotated video: the display matrix is stream side data.
         QVERIFY(MediaProbe::ffmpeg({"-i", clip, "-c", "copy", "-metadata:s:v:0", "rotate=90", dir.filePath("rotated.mp4")}));
         // Raw video: every frame (28800 bytes) is larger than a 20000-byte ring.
@@ -112,6 +121,7 @@ private slots:
         // Packet side data (skip samples: the encoder delay and the end trim).
         QTest::newRow("mp3, audio only") << "clip.mp3" << "out.mp3" << QString() << false;
         QTest::newRow("video only, mkv to mp4") << "video.mkv" << "video-out.mp4" << QString() << false;
+        QTest::newRow("variable frame rate, mkv to mp4") << "vfr.mkv" << "vfr.mp4" << QString() << false;
         // The source's codec tag where the container takes it.
         QTest::newRow("raw video to mkv") << "raw.nut" << "raw.mkv" << QString() << false;
         QTest::newRow("rotated video") << "rotated.mp4" << "rotated-out.mp4" << QString() << false;
@@ -184,6 +194,44 @@ private slots:
             QVERIFY2(dotText.contains(edge), dotText.constData());
     }
 
+    // "streams": "all" carries every stream, as `ffmpeg -map 0 -c copy`; one
+    // the container cannot hold is left out and its packets counted as lost.
+    void allStreams_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QStringList>("referenceMaps");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("mkv to mkv") << "all.mkv" << QStringList{"-map", "0"} << 0;
+        QTest::newRow("mkv to mp4, no subtitles there") << "all.mp4" << QStringList{"-map", "0", "-map", "-0:s"} << 5;
+    }
+    void allStreams()
+    {
+        QFETCH(QString, target);
+        QFETCH(QStringList, referenceMaps);
+        QFETCH(int, exitCode);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed to make and read test media");
+        const QString in = dir.filePath("multi.mkv");
+        const QString out = dir.filePath(target);
+        QProcess proc;
+        const QByteArray pipeline = VexaTest::pipeline("InputFile", QStringLiteral("\"path\": \"%1\", \"streams\": \"all\"").arg(in),
+                                                       "OutputFile", QStringLiteral("\"path\": \"%1\"").arg(out));
+        QVERIFY(VexaTest::run(proc, VEXA_LAUNCH, {writePipeline(pipeline)}, 120000));
+        const QByteArray err = proc.readAllStandardError();
+        QCOMPARE(proc.exitCode(), exitCode);
+        if (exitCode != 0)
+            QVERIFY2(err.contains("subtitle stream 3 (subrip) left out: mp4 cannot hold it"), err.constData());
+        const QString reference = dir.filePath("ffmpeg-" + target);
+        QVERIFY(MediaProbe::ffmpeg(QStringList{"-i", in} + referenceMaps + QStringList{"-c", "copy", reference}));
+        MediaProbe::Streams want, got;
+        QString error;
+        QVERIFY2(MediaProbe::probe(reference, &want, &error), qPrintable(error));
+        QVERIFY2(MediaProbe::probe(out, &got, &error), qPrintable(error));
+        error = MediaProbe::mismatch(want, got);
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+        QCOMPARE(MediaProbe::containerFacts(out), MediaProbe::containerFacts(reference));
+    }
+
     // A looping, paced input never ends by itself; Ctrl-C, SIGTERM and SIGHUP
     // must each still leave a finished file whose packets are the source's,
     // in order. So must a second signal during the stop that the first began
@@ -219,14 +267,19 @@ private slots:
         const QString out = dir.filePath(target);
         QFile::remove(out);
         QByteArray pipeline = remuxPipeline(clip, out);
+        // The slow module holds the stop open until the test has sent its
+        // last signal and seen it taken (a file the test writes), at most a
+        // minute; for the third signal, which ends the run at once, ten seconds.
+        const QString release = dir.filePath(target + QStringLiteral(".release"));
+        QFile::remove(release);
         if (count > 1) {
-            const int stopDelayMs = count == 2 ? 500 : 10000;
+            const int stopDelayMs = count == 2 ? 60000 : 10000;
             pipeline = QStringLiteral(R"({"modules": [
                 {"class": "InputFile", "name": "in", "settings": {"path": "%1"}},
-                {"class": "LossySink", "name": "slow", "settings": {"dropping": true, "stopDelayMs": %3}},
+                {"class": "LossySink", "name": "slow", "settings": {"dropping": true, "stopDelayMs": %3, "stopUntil": "%4"}},
                 {"class": "OutputFile", "name": "out", "settings": {"path": "%2"}}],
                 "links": [{"from": "in", "to": "slow", "kind": "V"}, {"from": "in", "to": "out", "kind": "A"},
-                          {"from": "in", "to": "out", "kind": "V"}]})").arg(clip, out).arg(stopDelayMs).toUtf8();
+                          {"from": "in", "to": "out", "kind": "V"}]})").arg(clip, out).arg(stopDelayMs).arg(release).toUtf8();
         }
         QProcess proc;
         QVERIFY(VexaTest::start(proc, VEXA_LAUNCH, {writePipeline(pipeline), "--set", "in.loop=true", "--set", "in.realtime=true",
@@ -246,6 +299,10 @@ private slots:
         for (int i = 1; i < count; ++i) {
             QVERIFY2(VexaTest::waitForMatches(proc, QRegularExpression(steps.at(i - 1)), 1, 60000, &err), err.constData());
             QCOMPARE(::kill(pid_t(pid), sig), 0);
+        }
+        if (count == 2) {
+            QVERIFY2(VexaTest::waitForMatches(proc, QRegularExpression(steps.at(1)), 1, 60000, &err), err.constData());
+            VexaTest::writeFile(release, "go");
         }
         QVERIFY(proc.waitForFinished(60000));
         err += proc.readAllStandardError();
@@ -400,7 +457,7 @@ private slots:
 
         inspect("list", {}, 0,
                 {"Module classes \\(" VEXA_EXAMPLE_CLASSES "\\)",
-                 "InputFile\\s+VexaInputFile\\s+settings: path, loop, realtime, copyTimestamps  \\[sends: audio, video, events; accepts: none\\]",
+                 "InputFile\\s+VexaInputFile\\s+settings: path, loop, realtime, copyTimestamps, streams  \\[sends: audio, video, events; accepts: none\\]",
                  "InputNet\\s+VexaInputNet", "OutputFile\\s+VexaOutputFile", "OutputNet\\s+VexaOutputNet",
                  "PacketStats\\s+VexaPacketStats"},
                 {"VexaObject\\b\\s*\\n"});

@@ -1,4 +1,4 @@
-// Checks the annotations of Qt's synchronisation (tests/tsan) from the
+// Checks the annotations of Qt's synchronisation (instruments/tsan) from the
 // outside: one thread writes a plain value, hands it over through a Qt
 // primitive, and another reads it. Each hand-over must stay silent (any
 // report makes this process exit with 66 and the test fail). What must be

@@ -1,3 +1,0 @@
-#include "vexaframeworklog_p.h"
-
-Q_LOGGING_CATEGORY(lcVexaFramework, "vexa.framework")

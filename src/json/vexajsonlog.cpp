@@ -1,3 +1,0 @@
-#include "vexajsonlog_p.h"
-
-Q_LOGGING_CATEGORY(lcVexaJson, "vexa.json")
