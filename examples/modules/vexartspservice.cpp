@@ -17,11 +17,11 @@
 
 extern "C" {
 #include <libavcodec/codec_id.h>
-#include <libavutil/buffer.h>
 }
 
 #include "vexaexamples_p.h"
 #include "vexamedia.h"
+#include "vexapayloadlend.h"
 
 namespace {
 
@@ -85,10 +85,18 @@ GstBuffer *bufferOf(const QByteArray &bytes)
     return gst_buffer_new_memdup(bytes.constData(), gsize(bytes.size()));
 }
 
-void unrefLent(gpointer ref)
+// A reference to a payload lent by the sender, held by a buffer of the
+// media library until its last viewer lets go.
+struct Borrowed {
+    const VexaPayloadLend::Lender *lender;
+    void *reference;
+};
+
+void releaseBorrowed(gpointer p)
 {
-    AVBufferRef *r = static_cast<AVBufferRef *>(ref);
-    av_buffer_unref(&r);
+    Borrowed *b = static_cast<Borrowed *>(p);
+    b->lender->unref(b->reference);
+    delete b;
 }
 
 GstClockTime toClock(int64_t us)
@@ -320,11 +328,12 @@ bool VexaRtspService::push(bool video, const char *data, int len, int64_t pts, i
         }
     }
     GstBuffer *buffer = nullptr;
-    AVBufferRef *lent = prefix.isEmpty() ? VexaMedia::borrow(data, len, 0) : nullptr;
+    const VexaPayloadLend::Lender *lender = nullptr;
+    void *lent = prefix.isEmpty() ? VexaPayloadLend::borrow(data, len, 0, &lender) : nullptr;
     if (lent) {
         // The source's own buffer, referenced for as long as any viewer holds it.
         buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, const_cast<char *>(data), gsize(len), 0, gsize(len),
-                                             lent, unrefLent);
+                                             new Borrowed{lender, lent}, releaseBorrowed);
     } else {
         buffer = gst_buffer_new_allocate(nullptr, gsize(prefix.size() + len), nullptr);
         if (!buffer)
