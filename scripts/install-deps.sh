@@ -19,6 +19,11 @@ else
         clang-14 libclang-rt-14-dev   # libFuzzer for the fuzz targets (scripts/fuzz.sh)
         libnginx-mod-rtmp   # nginx with its RTMP module: a real media server in the network tests
         gstreamer1.0-tools  # gst-launch-1.0: the baseline of bench/queue.cpp (not used by the tests)
+        # The RtspServer example module (built only when these are found):
+        libgstrtspserver-1.0-dev libgstreamer-plugins-base1.0-dev   # RTSP server library, application source
+        gstreamer1.0-plugins-base   # appsrc
+        gstreamer1.0-plugins-good   # RTP payloaders, AAC parser, RTP session and UDP elements
+        gstreamer1.0-plugins-bad    # H.264 and H.265 parsers
     )
 fi
 

@@ -9,6 +9,9 @@
 #include "vexaoutputfile.h"
 #include "vexaoutputnet.h"
 #include "vexapacketstats.h"
+#ifdef VEXA_HAVE_RTSP_SERVER
+#include "vexartspserver.h"
+#endif
 
 Q_LOGGING_CATEGORY(lcExamples, "vexa.examples", QtDebugMsg)
 
@@ -21,8 +24,14 @@ QStringList vexaRegisterExampleModules()
     qRegisterMetaType<VexaPacketStats *>("VexaPacketStats");
     qRegisterMetaType<VexaInputNet *>("VexaInputNet");
     qRegisterMetaType<VexaOutputNet *>("VexaOutputNet");
-    return {QStringLiteral("VexaInputFile"), QStringLiteral("VexaOutputFile"), QStringLiteral("VexaPacketStats"),
-            QStringLiteral("VexaInputNet"), QStringLiteral("VexaOutputNet")};
+    QStringList names{QStringLiteral("VexaInputFile"), QStringLiteral("VexaOutputFile"), QStringLiteral("VexaPacketStats"),
+                      QStringLiteral("VexaInputNet"), QStringLiteral("VexaOutputNet")};
+#ifdef VEXA_HAVE_RTSP_SERVER
+    // Built only where the RTSP server library is installed.
+    qRegisterMetaType<VexaRtspServer *>("VexaRtspServer");
+    names << QStringLiteral("VexaRtspServer");
+#endif
+    return names;
 }
 
 int vexaRegisterModules()

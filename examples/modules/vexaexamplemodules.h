@@ -7,7 +7,8 @@
 
 /**
  * Registers the example module classes (VexaInputFile, VexaOutputFile,
- * VexaPacketStats, VexaInputNet, VexaOutputNet) with the meta-type system under their class names, so
+ * VexaPacketStats, VexaInputNet, VexaOutputNet, and VexaRtspServer where it
+ * is built) with the meta-type system under their class names, so
  * that Vexa::create("InputFile") finds them. Returns the class names.
  * Thread: call from the main thread before creating modules; repeated calls
  * are harmless.

@@ -456,13 +456,13 @@ private slots:
             << QStringList{"valid"} << QStringList();
 
         inspect("list", {}, 0,
-                {"Module classes \\(5\\)",
+                {"Module classes \\(" VEXA_EXAMPLE_CLASSES "\\)",
                  "InputFile\\s+VexaInputFile\\s+settings: path, loop, realtime, copyTimestamps, streams  \\[sends: audio, video, events; accepts: none\\]",
                  "InputNet\\s+VexaInputNet", "OutputFile\\s+VexaOutputFile", "OutputNet\\s+VexaOutputNet",
                  "PacketStats\\s+VexaPacketStats"},
                 {"VexaObject\\b\\s*\\n"});
         // Loading the library the tool already knows registers nothing twice.
-        inspect("list with library", {"-l", VEXA_EXAMPLE_MODULES}, 0, {"Module classes \\(5\\)"});
+        inspect("list with library", {"-l", VEXA_EXAMPLE_MODULES}, 0, {"Module classes \\(" VEXA_EXAMPLE_CLASSES "\\)"});
         inspect("one class", {"InputFile"}, 0,
                 {"Class VexaInputFile \\(create as \"InputFile\"\\), inherits VexaObject < QObject",
                  "Interface:\\n\\s+sends\\s+audio, video, events\\n\\s+accepts\\s+none\\n\\s+platform\\s+unused",
