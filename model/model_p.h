@@ -177,6 +177,38 @@ struct VxVencChn {
     std::unique_ptr<VxWorker> worker;
 };
 
+// Bytes sent to a VDEC channel and not decoded yet.
+struct VxVdecInput {
+    std::vector<unsigned char> bytes;
+    hi_u64 pts = 0;
+    bool end = false;
+};
+
+// A VDEC channel: sent stream pieces, the decoded pictures for
+// hi_mpi_vdec_get_frame and those the user holds.
+struct VxVdecChn {
+    bool exists = false;
+    bool started = false;
+    hi_vdec_chn_attr attr{};
+    hi_vdec_chn_param param{};
+    std::deque<VxVdecInput> input;
+    hi_u32 inputBytes = 0;
+    VxFrameQueue user;
+    std::vector<VxFrameRef> held;
+    std::deque<int> userTypes;        // frame type of each picture in `user`
+    hi_u32 received = 0;              // pieces taken since creation
+    hi_u32 decoded = 0;               // pictures decoded
+    hi_u32 formatErrors = 0;
+    hi_u32 vbFail = 0;
+    hi_u32 width = 0;
+    hi_u32 height = 0;
+    hi_u64 latestPts = 0;
+    bool busy = false;                // the thread is decoding a piece outside the lock
+    std::unique_ptr<VxWorker> worker;
+};
+
+#define VX_VDEC_CHN_NUM 64
+
 struct VxState {
     std::vector<std::string> calls;
     std::map<std::string, std::pair<hi_s32, int>> faults;
@@ -205,6 +237,7 @@ struct VxState {
     hi_venc_mod_param vencMod[HI_VENC_MOD_RC + 1]{};
 
     hi_vdec_mod_param vdecMod{};
+    std::vector<VxVdecChn> vdec = std::vector<VxVdecChn>(VX_VDEC_CHN_NUM);
     hi_vi_mod_param viMod{};
     std::vector<VxViDev> viDev = std::vector<VxViDev>(VX_VI_DEV_NUM);
     std::vector<VxViPipe> viPipe = std::vector<VxViPipe>(HI_VI_MAX_PIPE_NUM);

@@ -119,6 +119,12 @@ void vxStopAllWorkers(std::unique_lock<std::mutex> &lock)
                 again = true;
             }
         }
+        for (size_t i = 0; i < s.vdec.size(); ++i) {
+            if (s.vdec[i].worker) {
+                vxStopWorker(lock, s.vdec[i].worker);
+                again = true;
+            }
+        }
     }
 }
 

@@ -60,6 +60,14 @@ static_assert(!kU64Aligned8 || (sizeof(hi_video_frame) == 176 && offsetof(hi_vid
               "video frame");
 static_assert(!kU64Aligned8 || (offsetof(hi_video_frame_info, pool_id) == 176 && sizeof(hi_video_frame_info) == 184),
               "frame info");
+static_assert(sizeof(hi_vdec_chn_attr) == 40 && offsetof(hi_vdec_chn_attr, video_attr.tmv_buf_size) == 36, "vdec chn attr");
+static_assert(sizeof(hi_vdec_chn_status) == 80 && offsetof(hi_vdec_chn_status, dec_err) == 28
+                  && offsetof(hi_vdec_chn_status, width) == 64 && offsetof(hi_vdec_chn_status, latest_frame_pts) == 72,
+              "vdec chn status");
+static_assert(sizeof(hi_vdec_chn_param) == 40 && offsetof(hi_vdec_chn_param, video_param.quick_mark_mode) == 36
+                  && offsetof(hi_vdec_chn_param, pic_param.alpha) == 12,
+              "vdec chn param");
+static_assert(sizeof(hi_vdec_supplement_info) == 8, "vdec supplement info");
 static_assert(!kU64Aligned8 || (sizeof(hi_vdec_stream) == 40 && offsetof(hi_vdec_stream, addr) == 36), "vdec stream");
 static_assert(sizeof(hi_tde_double_src) == 24, "tde double source");
 static_assert(!kU64Aligned8 || (sizeof(hi_venc_pack) == 136 && offsetof(hi_venc_pack, pts) == 16
