@@ -237,6 +237,11 @@ bool VexaInputNet::open(QString *error)
         av_dict_set(&opts, "listen", "1", 0);
     } else if (scheme == QLatin1String("srt") && listen) {
         av_dict_set(&opts, "mode", "listener", 0);
+    } else if (scheme == QLatin1String("srt")) {
+        // A caller keeps trying for the whole "openTimeout", not for the
+        // library's own three seconds.
+        if (openTimeoutMs > 0)
+            av_dict_set(&opts, "connect_timeout", QByteArray::number(openTimeoutMs).constData(), 0);
     } else if (scheme == QLatin1String("udp") || scheme == QLatin1String("rtp")) {
         // A burst must not be lost to a small socket buffer, nor end the read.
         av_dict_set(&opts, "buffer_size", "4194304", 0);

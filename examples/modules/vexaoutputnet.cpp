@@ -522,6 +522,11 @@ bool VexaOutputNet::openDestination(QString *error)
         av_dict_set(&opts, "listen", "1", 0);
     else if (scheme == QLatin1String("srt")) {
         av_dict_set(&opts, "mode", listen ? "listener" : "caller", 0);
+        // A caller keeps trying for the whole "openTimeout", not for the
+        // library's own three seconds: a receiver that comes late still gets
+        // what was held for it.
+        if (!listen && openTimeoutMs > 0)
+            av_dict_set(&opts, "connect_timeout", QByteArray::number(openTimeoutMs).constData(), 0);
         // Closing waits for what is still in flight instead of dropping it.
         av_dict_set(&opts, "linger", QByteArray::number(qMax<qint64>(1, (writeTimeoutMs + 999) / 1000)).constData(), 0);
     }

@@ -195,7 +195,7 @@ private slots:
         // arrives, from the first keyframe on.
         QTest::newRow("srt, receiver late, drop mode") << "srt://127.0.0.1:@PORT@" << "clip.ts"
                              << QStringList{"-i", "srt://127.0.0.1:@PORT@?mode=listener&listen_timeout=120000000"} << true
-                             << "source" << R"("overflow": "drop", "openTimeout": 20)" << 1000;
+                             << "source" << R"("overflow": "drop", "openTimeout": 20)" << 4000;
     }
     void publish()
     {
