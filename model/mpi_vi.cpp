@@ -58,14 +58,14 @@ static bool validRate(const hi_frame_rate_ctrl &rate)
 
 // Reads a source description: "pattern" or "pattern@<fps>". False (with a
 // message) for anything else.
-static bool parseSource(hi_vi_dev dev, const std::string &spec, int *fps)
+static bool parseSource(hi_vi_dev dev, const std::string &source, int *fps)
 {
     *fps = 30;
-    if (spec == "pattern")
+    if (source == "pattern")
         return true;
-    if (spec.compare(0, 8, "pattern@") == 0) {
+    if (source.compare(0, 8, "pattern@") == 0) {
         char *end = nullptr;
-        const long value = std::strtol(spec.c_str() + 8, &end, 10);
+        const long value = std::strtol(source.c_str() + 8, &end, 10);
         if (end && *end == 0 && value >= 1 && value <= 240) {
             *fps = static_cast<int>(value);
             return true;
@@ -73,7 +73,7 @@ static bool parseSource(hi_vi_dev dev, const std::string &spec, int *fps)
     }
     std::fprintf(stderr,
                  "platform model: VI device %d: unknown sensor source \"%s\" (known: pattern, pattern@<1..240 fps>)\n",
-                 dev, spec.c_str());
+                 dev, source.c_str());
     return false;
 }
 
@@ -174,13 +174,13 @@ hi_s32 hi_mpi_vi_enable_dev(hi_vi_dev vi_dev)
         return HI_ERR_VI_NOT_CFG;
     // The sensor behind the device: the model's control, else the
     // environment (VEXA_TWIN_VI<dev>), else the test pattern.
-    std::string spec = dev.source;
-    if (spec.empty()) {
+    std::string chosen = dev.source;
+    if (chosen.empty()) {
         const std::string name = "VEXA_TWIN_VI" + std::to_string(vi_dev);
         const char *env = std::getenv(name.c_str());
-        spec = env && *env ? env : "pattern";
+        chosen = env && *env ? env : "pattern";
     }
-    if (!parseSource(vi_dev, spec, &dev.fps))
+    if (!parseSource(vi_dev, chosen, &dev.fps))
         return HI_ERR_VI_NOT_SUPPORT;
     dev.enabled = true;
     return HI_SUCCESS;
