@@ -114,12 +114,15 @@ struct VxViChn {
     hi_u32 lost = 0;
 };
 
+class VxSensorSource;
+
 struct VxViDev {
     hi_vi_dev_attr attr{};
     bool attrSet = false;
     bool enabled = false;
     std::string source;               // what the virtual sensor shows (see vx_model_vi_source)
     int fps = 30;
+    std::shared_ptr<VxSensorSource> sensor; // a file or camera while enabled; null: the test pattern
 };
 
 struct VxViPipe {
@@ -207,6 +210,16 @@ struct VxVdecChn {
     std::unique_ptr<VxWorker> worker;
 };
 
+// The stream buffer of an encoder channel that was destroyed or reset while
+// its user still held streams in it: the region stays mapped at its physical
+// addresses until the last of those streams (`seqs`) is released.
+struct VxVencRetired {
+    int chn = -1;
+    hi_phys_addr_t phys = 0;
+    hi_u32 size = 0;
+    std::vector<hi_u32> seqs;
+};
+
 #define VX_VDEC_CHN_NUM 64
 
 struct VxState {
@@ -235,6 +248,7 @@ struct VxState {
 
     std::vector<VxVencChn> venc = std::vector<VxVencChn>(HI_VENC_MAX_CHN_NUM);
     hi_venc_mod_param vencMod[HI_VENC_MOD_RC + 1]{};
+    std::vector<VxVencRetired> vencRetired;
 
     hi_vdec_mod_param vdecMod{};
     std::vector<VxVdecChn> vdec = std::vector<VxVdecChn>(VX_VDEC_CHN_NUM);
@@ -373,6 +387,10 @@ bool vxWait(std::unique_lock<std::mutex> &lock, hi_s32 milli_sec, Ready ready)
 void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const VxFrameRef &frame);
 // Closes the event descriptors of every channel (the model goes back to power-on).
 void vxVencCloseAll(VxState &s);
+
+// Counts one whole-frame copy between stages (vx_model_frame_copies); safe
+// outside the model's lock.
+void vxCountFrameCopy();
 
 // Formats the arguments of a logged call (printf rules).
 std::string vxArgs(const char *fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -1,6 +1,7 @@
 // Shared state of the software model, its call log, fault injection and the
 // controls declared in vx_mpi_model.h.
 
+#include <atomic>
 #include "model_p.h"
 
 #include <cstdarg>
@@ -128,12 +129,25 @@ void vxStopAllWorkers(std::unique_lock<std::mutex> &lock)
     }
 }
 
+static std::atomic<unsigned long long> frameCopies{0};
+
+void vxCountFrameCopy()
+{
+    frameCopies.fetch_add(1, std::memory_order_relaxed);
+}
+
+unsigned long long vx_model_frame_copies()
+{
+    return frameCopies.load(std::memory_order_relaxed);
+}
+
 void vx_model_reset()
 {
     std::unique_lock<std::mutex> lock(vxModel().mutex);
     vxStopAllWorkers(lock);
     vxVencCloseAll(vxModel().s);
     vxModel().s = VxState();
+    frameCopies = 0;
 }
 
 void vx_model_clear_calls()

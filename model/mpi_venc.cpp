@@ -277,9 +277,28 @@ static void deallocate(VxVencChn &c, hi_u32 offset)
         c.used.pop_front();
 }
 
-// Drops every stream, queued or held, and every waiting frame.
-static void dropAll(VxState &s, VxVencChn &c)
+// Drops every stream, queued or held, and every waiting frame. Streams the
+// user holds keep their bytes: the buffer is retired (its region stays until
+// they are released) and the channel gets a fresh one when it goes on.
+static void dropAll(VxState &s, VxVencChn &c, hi_venc_chn chn, bool keepChannel)
 {
+    if (!c.held.empty()) {
+        VxVencRetired retired;
+        retired.chn = chn;
+        retired.phys = c.bufPhys;
+        retired.size = c.bufSize;
+        for (const VxVencStream &st : c.held)
+            retired.seqs.push_back(st.seq);
+        s.vencRetired.push_back(retired);
+        if (keepChannel) {
+            VxRegion region;
+            region.mem->assign(c.bufSize, 0);
+            c.bufPhys = vxReserve(s, c.bufSize);
+            s.regions[c.bufPhys] = std::move(region);
+        }
+    } else if (!keepChannel) {
+        s.regions.erase(c.bufPhys);
+    }
     vxUnrefAll(s, c.input.frames);
     c.ready.clear();
     c.held.clear();
@@ -461,12 +480,11 @@ hi_s32 hi_mpi_venc_create_chn(hi_venc_chn chn, const hi_venc_chn_attr *attr)
 hi_s32 hi_mpi_venc_destroy_chn(hi_venc_chn chn)
 {
     VX_CALL(vxStatus, "%d", chn);
-    return onCreated(s, chn, [&s](VxVencChn &c) -> hi_s32 {
+    return onCreated(s, chn, [&s, chn](VxVencChn &c) -> hi_s32 {
         // A channel that receives must be stopped first.
         if (c.started)
             return HI_ERR_VENC_NOT_PERM;
-        dropAll(s, c);
-        s.regions.erase(c.bufPhys);
+        dropAll(s, c, chn, false);
         if (c.fd >= 0)
             ::close(c.fd);
         c = VxVencChn();
@@ -478,10 +496,10 @@ hi_s32 hi_mpi_venc_destroy_chn(hi_venc_chn chn)
 hi_s32 hi_mpi_venc_reset_chn(hi_venc_chn chn)
 {
     VX_CALL(vxStatus, "%d", chn);
-    return onCreated(s, chn, [&s](VxVencChn &c) -> hi_s32 {
+    return onCreated(s, chn, [&s, chn](VxVencChn &c) -> hi_s32 {
         if (c.started)
             return HI_ERR_VENC_NOT_PERM;
-        dropAll(s, c);
+        dropAll(s, c, chn, true);
         c.seq = 0;
         c.encoded = 0;
         c.discarded = 0;
@@ -654,9 +672,34 @@ hi_s32 hi_mpi_venc_get_stream(hi_venc_chn chn, hi_venc_stream *stream, hi_s32 mi
     return HI_SUCCESS;
 }
 
+// Releases @p stream when it lies in a buffer retired by destroy or reset;
+// the buffer goes with its last held stream.
+static bool releaseRetired(VxState &s, hi_venc_chn chn, const hi_venc_stream *stream)
+{
+    if (!stream || !stream->pack || !stream->pack_cnt)
+        return false;
+    const hi_phys_addr_t at = stream->pack[0].phys_addr;
+    for (auto it = s.vencRetired.begin(); it != s.vencRetired.end(); ++it) {
+        if (it->chn != chn || at < it->phys || at >= it->phys + it->size)
+            continue;
+        auto seq = std::find(it->seqs.begin(), it->seqs.end(), stream->seq);
+        if (seq == it->seqs.end())
+            return false;
+        it->seqs.erase(seq);
+        if (it->seqs.empty()) {
+            s.regions.erase(it->phys);
+            s.vencRetired.erase(it);
+        }
+        return true;
+    }
+    return false;
+}
+
 hi_s32 hi_mpi_venc_release_stream(hi_venc_chn chn, const hi_venc_stream *stream)
 {
     VX_CALL(vxStatus, "%d,%u", chn, stream ? stream->seq : 0);
+    if (releaseRetired(s, chn, stream))
+        return HI_SUCCESS;
     return onCreated(s, chn, [stream](VxVencChn &c) -> hi_s32 {
         if (!stream)
             return HI_ERR_VENC_NULL_PTR;

@@ -93,6 +93,15 @@ void vx_model_vi_source(hi_vi_dev dev, const char *source);
 unsigned long long vx_model_bind_drops(const hi_mpp_chn *dst);
 
 /**
+ * Whole-frame pixel copies the model made to carry a frame from one stage
+ * to the next (bindings, queues, an encoder's input) since the last reset.
+ * Frames move by block handle, and H.264 channels encode straight from the
+ * block when it is semi-planar with V first; H.265 and JPEG channels copy
+ * each picture into their encoder's planar layout.
+ */
+unsigned long long vx_model_frame_copies();
+
+/**
  * Holds (@p paused true) or lets go the thread of VPSS group @p grp: a held
  * group takes no frame from its input queue, as a consumer that cannot keep
  * up. False when there is no such group.
