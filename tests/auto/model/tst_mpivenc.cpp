@@ -390,6 +390,69 @@ private slots:
         QCOMPARE(vx_model_vb_free_blocks(0), 8);
     }
 
+    // CBR at a realistic rate on a picture that can use it (ffmpeg's test
+    // picture under moving noise), the frames sent one by one: the rate
+    // after the first GOP (where the encoder's buffer starts full) holds.
+    void cbrRate_data()
+    {
+        QTest::addColumn<int>("payload");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("kbps");
+        QTest::newRow("h264 2 Mb/s") << int(HI_PT_H264) << int(HI_VENC_RC_MODE_H264_CBR) << 2000;
+        QTest::newRow("h265 1 Mb/s") << int(HI_PT_H265) << int(HI_VENC_RC_MODE_H265_CBR) << 1000;
+    }
+    void cbrRate()
+    {
+        QFETCH(int, payload);
+        QFETCH(int, mode);
+        QFETCH(int, kbps);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg makes the pictures");
+        const int frames = 3 * kFps, bytes = int(kW * kH * 3 / 2);
+        QTemporaryDir dir;
+        const QString raw = dir.filePath("in.nv21");
+        QVERIFY(MediaProbe::ffmpeg({"-f", "lavfi", "-i", QString("testsrc2=size=%1x%2:rate=%3").arg(kW).arg(kH).arg(kFps),
+                                    "-vf", "noise=alls=20:allf=t", "-frames:v", QString::number(frames), "-f",
+                                    "rawvideo", "-pix_fmt", "nv21", raw}));
+        QFile file(raw);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        vx_model_reset();
+        QCOMPARE(ModelTest::boot(hi_u32(bytes), 2), 0);
+        hi_venc_chn_attr attr = encoderAttr(hi_payload_type(payload), kW, kH, hi_venc_rc_mode(mode), kFps);
+        attr.rc_attr.h264_cbr.bit_rate = hi_u32(kbps);
+        QCOMPARE(hi_mpi_venc_create_chn(4, &attr), 0);
+        QCOMPARE(vx_mpi_venc_start_chn(4), 0);
+        const hi_vb_blk blk = hi_mpi_vb_get_blk(0, hi_u64(bytes), nullptr);
+        hi_video_frame_info frame = {};
+        hi_video_frame &f = frame.video_frame;
+        f.width = kW;
+        f.height = kH;
+        f.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+        f.stride[0] = f.stride[1] = kW;
+        f.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
+        f.phys_addr[1] = f.phys_addr[0] + kW * kH;
+        char *block = static_cast<char *>(hi_mpi_sys_mmap(f.phys_addr[0], hi_u32(bytes)));
+        qint64 after = 0; // bytes after the first GOP
+        for (int i = 0; i < frames; ++i) {
+            QCOMPARE(file.read(block, bytes), qint64(bytes));
+            f.pts = hi_u64(i) * 1000000 / kFps;
+            QCOMPARE(hi_mpi_venc_send_frame(4, &frame, 5000), 0);
+            hi_venc_pack packs[16];
+            hi_venc_stream stream = {};
+            stream.pack = packs;
+            stream.pack_cnt = 16;
+            QCOMPARE(hi_mpi_venc_get_stream(4, &stream, 10000), 0);
+            for (hi_u32 p = 0; p < stream.pack_cnt && i >= int(kFps); ++p)
+                after += packs[p].len - packs[p].offset;
+            QCOMPARE(hi_mpi_venc_release_stream(4, &stream), 0);
+        }
+        const double rate = after * 8.0 / 1000 / (double(frames - kFps) / kFps);
+        QVERIFY2(qAbs(rate - kbps) <= 0.15 * kbps, qPrintable(QString("%1 kb/s").arg(rate)));
+        QCOMPARE(hi_mpi_venc_stop_chn(4), 0);
+        QCOMPARE(hi_mpi_venc_destroy_chn(4), 0);
+        QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
+    }
+
     // A stream the user still holds keeps its bytes when its channel is
     // destroyed or reset, and is released once, by the same record.
     void heldStreamOutlivesChannel_data()
