@@ -59,6 +59,21 @@ inline hi_s32 startVi(const ViAttrs &a, bool start = true)
     return r;
 }
 
+// A w x h frame record (semi-planar 4:2:0, V first, stride w) over block
+// @p blk, as a board program describes a picture it made itself.
+inline hi_video_frame_info frameIn(hi_vb_blk blk, hi_u32 w, hi_u32 h)
+{
+    hi_video_frame_info info = {};
+    hi_video_frame &f = info.video_frame;
+    f.width = w;
+    f.height = h;
+    f.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+    f.stride[0] = f.stride[1] = w;
+    f.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
+    f.phys_addr[1] = f.phys_addr[0] + w * h;
+    return info;
+}
+
 // The frame's luma and chroma packed without stride padding (w x h, then
 // the chroma rows), as a rawvideo file of the same pixel format holds them.
 inline QByteArray packed(const hi_video_frame &f)

@@ -236,14 +236,8 @@ private slots:
         boot(4);
         startVpss(1, 96, 64, false);
         const hi_vb_blk blk = hi_mpi_vb_get_blk(HI_VB_INVALID_POOL_ID, kW * kH * 3 / 2, nullptr);
-        hi_video_frame_info in = {};
+        hi_video_frame_info in = frameIn(blk, kW, kH);
         hi_video_frame &f = in.video_frame;
-        f.width = kW;
-        f.height = kH;
-        f.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        f.stride[0] = f.stride[1] = kW;
-        f.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
-        f.phys_addr[1] = f.phys_addr[0] + kW * kH;
         auto *y = static_cast<unsigned char *>(hi_mpi_sys_mmap(f.phys_addr[0], kW * kH * 3 / 2));
         memset(y, 200, kW * kH);
         memset(y + kW * kH, 128, kW * kH / 2);

@@ -324,13 +324,7 @@ private slots:
 
         const hi_vb_blk blk = hi_mpi_vb_get_blk(0, w * h * 3 / 2, nullptr);
         QVERIFY(blk != HI_VB_INVALID_HANDLE);
-        hi_video_frame_info frame = {};
-        frame.video_frame.width = w;
-        frame.video_frame.height = h;
-        frame.video_frame.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        frame.video_frame.stride[0] = frame.video_frame.stride[1] = w;
-        frame.video_frame.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
-        frame.video_frame.phys_addr[1] = frame.video_frame.phys_addr[0] + w * h;
+        hi_video_frame_info frame = ModelTest::frameIn(blk, w, h);
         memset(hi_mpi_sys_mmap(frame.video_frame.phys_addr[0], w * h * 3 / 2), 128, w * h * 3 / 2);
 
         QCOMPARE(hi_mpi_venc_send_frame(2, &frame, 0), HI_ERR_VENC_NOT_PERM); // not receiving
@@ -423,14 +417,8 @@ private slots:
         QCOMPARE(hi_mpi_venc_create_chn(4, &attr), 0);
         QCOMPARE(vx_mpi_venc_start_chn(4), 0);
         const hi_vb_blk blk = hi_mpi_vb_get_blk(0, hi_u64(bytes), nullptr);
-        hi_video_frame_info frame = {};
+        hi_video_frame_info frame = ModelTest::frameIn(blk, kW, kH);
         hi_video_frame &f = frame.video_frame;
-        f.width = kW;
-        f.height = kH;
-        f.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        f.stride[0] = f.stride[1] = kW;
-        f.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
-        f.phys_addr[1] = f.phys_addr[0] + kW * kH;
         char *block = static_cast<char *>(hi_mpi_sys_mmap(f.phys_addr[0], hi_u32(bytes)));
         qint64 after = 0; // bytes after the first GOP
         for (int i = 0; i < frames; ++i) {
@@ -470,13 +458,7 @@ private slots:
         hi_venc_chn_attr attr = encoderAttr(HI_PT_H264, w, h, HI_VENC_RC_MODE_H264_FIXQP, 10);
         QCOMPARE(hi_mpi_venc_create_chn(3, &attr), 0);
         const hi_vb_blk blk = hi_mpi_vb_get_blk(0, w * h * 3 / 2, nullptr);
-        hi_video_frame_info frame = {};
-        frame.video_frame.width = w;
-        frame.video_frame.height = h;
-        frame.video_frame.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        frame.video_frame.stride[0] = frame.video_frame.stride[1] = w;
-        frame.video_frame.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
-        frame.video_frame.phys_addr[1] = frame.video_frame.phys_addr[0] + w * h;
+        hi_video_frame_info frame = ModelTest::frameIn(blk, w, h);
         memset(hi_mpi_sys_mmap(frame.video_frame.phys_addr[0], w * h * 3 / 2), 90, w * h * 3 / 2);
         QCOMPARE(vx_mpi_venc_start_chn(3), 0);
         hi_venc_pack packs[2][8];
