@@ -69,10 +69,13 @@ int vx_model_mmz_count();
 
 /**
  * Picks the picture source of the virtual sensor behind VI device @p dev,
- * read when the device is enabled: "pattern" (the default) or
- * "pattern@<fps>" (1 to 240 frames per second; 30 without). Without a
- * choice here the environment variable VEXA_TWIN_VI<dev> (VEXA_TWIN_VI0...)
- * is read. An unknown source makes hi_mpi_vi_enable_dev fail with
+ * read when the device is enabled: "pattern" (the default), a media file
+ * decoded and looped ("file:<path>") or a V4L2 camera ("camera" for
+ * /dev/video0, "camera:<device>"), each optionally followed by "@<fps>"
+ * (1 to 240 frames per second; without it 30, or a file's own rate).
+ * Without a choice here the environment variable VEXA_TWIN_VI<dev>
+ * (VEXA_TWIN_VI0...) is read. An unknown source, or a file or camera that
+ * cannot be opened, makes hi_mpi_vi_enable_dev fail with
  * HI_ERR_VI_NOT_SUPPORT after a message on stderr. A null or empty
  * @p source goes back to the default.
  *
