@@ -17,8 +17,6 @@
 
 #include "model_encoder_p.h"
 
-// Frames a channel keeps waiting at its input, as the hardware's queue.
-static const size_t kInputDepth = 4;
 // Smallest and largest pictures the encoder takes.
 static const hi_u32 kMinSize = 32;
 static const hi_u32 kMaxSize = 8192;
@@ -299,7 +297,7 @@ static void dropAll(VxState &s, VxVencChn &c, hi_venc_chn chn, bool keepChannel)
     } else if (!keepChannel) {
         s.regions.erase(c.bufPhys);
     }
-    vxUnrefAll(s, c.input.frames);
+    vxUnrefAll(s, c.stage.input.frames);
     c.ready.clear();
     c.held.clear();
     c.used.clear();
@@ -324,13 +322,8 @@ static void encodeThread(hi_venc_chn chn, VxWorker *worker)
     VxState &s = vxModel().s;
     VxVencChn &c = s.venc[chn];
     openedFor = c.generation - 1;
-    for (;;) {
-        vxModel().changed.wait(lock, [worker, &c] { return worker->stop || !c.input.frames.empty(); });
-        if (worker->stop)
-            break;
-        const VxFrameRef in = c.input.frames.front();
-        c.input.frames.pop_front();
-        vxModel().changed.notify_all(); // room for a waiting sender
+    VxFrameRef in;
+    while (c.stage.next(lock, worker, [] { return true; }, &in)) {
         hi_u32 gop = 0, srcFps = 0, dstFps = 0;
         if (vxInt(c.attr.venc_attr.type) == HI_PT_JPEG)
             srcFps = dstFps = 1; // snapshots: every picture received
@@ -396,14 +389,6 @@ static void encodeThread(hi_venc_chn chn, VxWorker *worker)
     }
 }
 
-// Starts the encoder thread of a created channel.
-static void startWorker(hi_venc_chn chn, VxVencChn &c)
-{
-    if (c.worker)
-        return;
-    c.worker.reset(new VxWorker);
-    c.worker->thread = std::thread(encodeThread, chn, c.worker.get());
-}
 
 void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const VxFrameRef &frame)
 {
@@ -418,16 +403,8 @@ void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const 
         ++c.discarded; // the encoder takes pictures of its own size only
         return;
     }
-    if (c.input.frames.size() >= kInputDepth) {
-        ++c.input.dropped;
-        ++s.bindDrops[receiver];
-        return;
-    }
-    if (vxRef(s, frame.blk)) {
+    if (c.stage.offer(s, receiver, frame))
         ++c.received;
-        c.input.frames.push_back(frame);
-        vxModel().changed.notify_all();
-    }
 }
 
 void vxVencCloseAll(VxState &s)
@@ -551,7 +528,7 @@ hi_s32 hi_mpi_venc_start_chn(hi_venc_chn chn, const hi_venc_start_param *recv_pa
         c.recvPicNum = recv_param->recv_pic_num;
         c.received = 0;
         if (c.exists)
-            startWorker(chn, c);
+            c.stage.start(encodeThread, chn);
         return HI_SUCCESS;
     });
 }
@@ -563,9 +540,8 @@ hi_s32 hi_mpi_venc_stop_chn(hi_venc_chn chn)
     if (!c)
         return HI_ERR_VENC_INVALID_CHN_ID;
     c->started = false;
-    vxStopWorker(vxLock, s.venc[chn].worker);
     // Frames not encoded yet are not encoded any more; streams stay for the user.
-    vxUnrefAll(s, s.venc[chn].input.frames);
+    c->stage.stop(s, vxLock);
     vxModel().changed.notify_all();
     return HI_SUCCESS;
 }
@@ -577,7 +553,7 @@ hi_s32 hi_mpi_venc_query_status(hi_venc_chn chn, hi_venc_chn_status *status)
         if (!status)
             return HI_ERR_VENC_NULL_PTR;
         *status = hi_venc_chn_status();
-        status->left_pics = static_cast<hi_u32>(c.input.frames.size());
+        status->left_pics = static_cast<hi_u32>(c.stage.input.frames.size());
         status->left_enc_pics = status->left_pics;
         for (const VxVencStream &st : c.ready)
             status->left_stream_bytes += st.bytes;
@@ -734,7 +710,7 @@ hi_s32 hi_mpi_venc_send_frame(hi_venc_chn chn, const hi_video_frame_info *frame,
     const hi_vb_blk blk = vxBlockAt(s, f.phys_addr[0]);
     if (!vxFrameInBlock(s, blk, f))
         return HI_ERR_VENC_ILLEGAL_PARAM;
-    auto room = [&s, chn] { return !s.venc[chn].started || s.venc[chn].input.frames.size() < kInputDepth; };
+    auto room = [&s, chn] { return !s.venc[chn].started || !s.venc[chn].stage.full(); };
     if (!vxWait(vxLock, milli_sec, room))
         return HI_ERR_VENC_BUF_FULL;
     c = created(s, chn, &status);
@@ -748,8 +724,7 @@ hi_s32 hi_mpi_venc_send_frame(hi_venc_chn chn, const hi_video_frame_info *frame,
     ref.info = *frame;
     ref.blk = blk;
     ++c->received;
-    c->input.frames.push_back(ref);
-    vxModel().changed.notify_all();
+    c->stage.push(ref);
     return HI_SUCCESS;
 }
 

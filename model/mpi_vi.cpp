@@ -315,11 +315,8 @@ hi_s32 hi_mpi_vi_start_pipe(hi_vi_pipe vi_pipe)
         return status;
     if (p->dev < 0 || !s.viDev[p->dev].enabled)
         return HI_ERR_VI_NOT_PERM; // no enabled device feeds the pipe
-    if (!p->started) {
-        p->started = true;
-        p->worker.reset(new VxWorker);
-        p->worker->thread = std::thread(sensorThread, vi_pipe, p->worker.get());
-    }
+    p->started = true;
+    p->stage.start(sensorThread, vi_pipe);
     return HI_SUCCESS;
 }
 
@@ -331,7 +328,7 @@ hi_s32 hi_mpi_vi_stop_pipe(hi_vi_pipe vi_pipe)
     if (!p)
         return status;
     p->started = false;
-    vxStopWorker(vxLock, s.viPipe[vi_pipe].worker);
+    p->stage.stop(s, vxLock);
     return HI_SUCCESS;
 }
 

@@ -121,13 +121,8 @@ static void groupThread(hi_vpss_grp grp, VxWorker *worker)
     std::unique_lock<std::mutex> lock(vxModel().mutex);
     VxState &s = vxModel().s;
     VxVpssGrp &g = s.vpss[grp];
-    for (;;) {
-        vxModel().changed.wait(lock, [worker, &g] { return worker->stop || (!g.paused && !g.input.frames.empty()); });
-        if (worker->stop)
-            break;
-        const VxFrameRef in = g.input.frames.front();
-        g.input.frames.pop_front();
-        vxModel().changed.notify_all(); // room for a waiting sender
+    VxFrameRef in;
+    while (g.stage.next(lock, worker, [&g] { return !g.paused; }, &in)) {
         if (!g.rate.pass(g.attr.frame_rate)) {
             vxUnref(s, in.blk);
             continue;
@@ -261,7 +256,7 @@ hi_s32 hi_mpi_vpss_destroy_grp(hi_vpss_grp grp)
         if (g.started)
             return HI_ERR_VPSS_NOT_PERM;
         // Frames still queued or held by the user go back to their pools.
-        vxUnrefAll(s, g.input.frames);
+        vxUnrefAll(s, g.stage.input.frames);
         for (VxVpssChn &chn : g.chn) {
             vxUnrefAll(s, chn.user.frames);
             vxUnrefAll(s, chn.held);
@@ -276,11 +271,8 @@ hi_s32 hi_mpi_vpss_start_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
     return onGroup(s, grp, [grp](VxVpssGrp &g) -> hi_s32 {
-        if (!g.started) {
-            g.started = true;
-            g.worker.reset(new VxWorker);
-            g.worker->thread = std::thread(groupThread, grp, g.worker.get());
-        }
+        g.started = true;
+        g.stage.start(groupThread, grp);
         return HI_SUCCESS;
     });
 }
@@ -293,9 +285,8 @@ hi_s32 hi_mpi_vpss_stop_grp(hi_vpss_grp grp)
     if (!g)
         return status;
     g->started = false;
-    vxStopWorker(vxLock, g->worker);
     // What waited at the input is not processed any more.
-    vxUnrefAll(s, s.vpss[grp].input.frames);
+    g->stage.stop(s, vxLock);
     vxModel().changed.notify_all();
     return HI_SUCCESS;
 }
@@ -476,7 +467,7 @@ hi_s32 hi_mpi_vpss_send_frame(hi_vpss_grp grp, const hi_video_frame_info *frame_
         return HI_ERR_VPSS_ILLEGAL_PARAM;
     auto room = [&s, grp] {
         const VxVpssGrp &now = s.vpss[grp];
-        return !now.started || now.input.frames.size() < 4;
+        return !now.started || !now.stage.full();
     };
     if (!vxWait(vxLock, milli_sec, room))
         return HI_ERR_VPSS_BUSY;
@@ -490,8 +481,7 @@ hi_s32 hi_mpi_vpss_send_frame(hi_vpss_grp grp, const hi_video_frame_info *frame_
     VxFrameRef frame;
     frame.info = *frame_info;
     frame.blk = blk;
-    g->input.frames.push_back(frame);
-    vxModel().changed.notify_all();
+    g->stage.push(frame);
     return HI_SUCCESS;
 }
 
