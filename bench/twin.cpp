@@ -12,7 +12,10 @@
 //    channel's preset, tune, GOP and rate control (CPU time of the child),
 //    both on the same CPU in the same run; CPU per picture and the ratio.
 //
-//   vexa_bench_twin [--seconds N] [--frames N] [--kbps N] [--quick]
+//   vexa_bench_twin [--seconds N] [--frames N] [--kbps N] [--source S] [--quick]
+//
+// --source picks the sensor's source as VEXA_TWIN_VI0 does (default
+// pattern@30; e.g. file:<path>@30 for pictures the encoder has to work on).
 
 #include <sched.h>
 #include <sys/resource.h>
@@ -37,6 +40,7 @@
 #include "vx_mpi_model.h"
 
 static const hi_u32 kW = 1920, kH = 1080, kFps = 30, kGop = 30;
+static QByteArray source = "pattern@30";
 
 static double cpuSeconds(int who)
 {
@@ -132,7 +136,7 @@ static void bootModel(hi_u32 blocks)
     cfg.common_pool[0].blk_size = kW * kH * 3 / 2;
     cfg.common_pool[0].blk_cnt = blocks;
     vx_model_boot(&cfg);
-    vx_model_vi_source(0, "pattern@30");
+    vx_model_vi_source(0, source.constData());
 }
 
 // 1. VI -> VPSS -> VENC bound, for @p seconds.
@@ -163,7 +167,8 @@ static void realTime(double seconds, hi_u32 kbps)
     hi_mpi_venc_stop_chn(0);
     hi_venc_chn_status status = {};
     hi_mpi_venc_query_status(0, &status);
-    std::printf("1080p30 VI -> VPSS -> VENC H.264 CBR %u kb/s, one CPU, %.1f s\n", kbps, elapsed);
+    std::printf("1080p30 VI (%s) -> VPSS -> VENC H.264 CBR %u kb/s, one CPU, %.1f s\n", source.constData(), kbps,
+                elapsed);
     std::printf("  encoded pictures per second: %.1f (sensor 30; ratio %.2f)\n", pictures / elapsed,
                 pictures / elapsed / kFps);
     std::printf("  CPU busy: %.0f%% of the one CPU; stream %.0f kb/s\n", 100 * cpu / elapsed,
@@ -267,10 +272,12 @@ int main(int argc, char **argv)
             seconds = std::atof(argv[++i]);
         } else if (!std::strcmp(argv[i], "--frames") && i + 1 < argc) {
             frames = std::max(1, std::atoi(argv[++i]));
+        } else if (!std::strcmp(argv[i], "--source") && i + 1 < argc) {
+            source = argv[++i];
         } else if (!std::strcmp(argv[i], "--kbps") && i + 1 < argc) {
             kbps = hi_u32(std::max(100, std::atoi(argv[++i])));
         } else {
-            std::fprintf(stderr, "usage: %s [--seconds N] [--frames N] [--kbps N] [--quick]\n", argv[0]);
+            std::fprintf(stderr, "usage: %s [--seconds N] [--frames N] [--kbps N] [--source S] [--quick]\n", argv[0]);
             return 2;
         }
     }
