@@ -298,10 +298,11 @@ private slots:
         QTest::addColumn<int>("mode");
         QTest::addColumn<bool>("allKey");   // every picture a key picture
         QTest::addColumn<int>("firstPack"); // of a key picture
+        QTest::addColumn<bool>("copied");   // each picture copied into the encoder's layout
         QTest::newRow("h264") << int(HI_PT_H264) << int(HI_VENC_RC_MODE_H264_FIXQP) << false
-                              << int(HI_VENC_H264_NALU_SPS);
+                              << int(HI_VENC_H264_NALU_SPS) << false;
         QTest::newRow("mjpeg") << int(HI_PT_MJPEG) << int(HI_VENC_RC_MODE_MJPEG_FIXQP) << true
-                               << int(HI_VENC_JPEG_PACK_PIC);
+                               << int(HI_VENC_JPEG_PACK_PIC) << true;
     }
     void sentFrames()
     {
@@ -309,6 +310,7 @@ private slots:
         QFETCH(int, mode);
         QFETCH(bool, allKey);
         QFETCH(int, firstPack);
+        QFETCH(bool, copied);
         vx_model_reset();
         QCOMPARE(vx_model_boot(), 0);
         const hi_u32 w = 64, h = 48;
@@ -344,6 +346,7 @@ private slots:
             stream.pack_cnt = 8;
         }
         QCOMPARE(keys, QList<bool>({true, allKey, allKey}));
+        QCOMPARE(vx_model_frame_copies(), copied ? 3ull : 0ull);
         QCOMPARE(hi_mpi_venc_release_stream(2, &stream), HI_ERR_VENC_ILLEGAL_PARAM); // released already
 
         // Empty: at once with 0, after the timeout with a positive wait.
