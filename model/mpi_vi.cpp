@@ -69,27 +69,27 @@ static int takeRate(std::string *text)
     return value >= 1 && value <= 240 ? static_cast<int>(value) : -1;
 }
 
-// Sets up the sensor of @p d from a source description: "pattern", a media
-// file ("file:<path>") or a V4L2 camera ("camera", "camera:<device>"), each
-// optionally followed by "@<fps>". False (with a message) when the
-// description is unknown or the file or camera cannot be opened.
-static bool openSource(hi_vi_dev dev, VxViDev &d, const std::string &source)
+// Opens a sensor from a source description: "pattern" (@p sensor stays
+// null), a media file ("file:<path>") or a V4L2 camera ("camera",
+// "camera:<device>"), each optionally followed by "@<fps>"; the sensor's
+// rate in @p fps. False (with a message) when the description is unknown or
+// the file or camera cannot be opened.
+static bool openSource(hi_vi_dev dev, const std::string &source, std::shared_ptr<VxSensorSource> *sensor, int *fps)
 {
     std::string what = source;
     const int rate = takeRate(&what);
     std::string error;
-    d.sensor.reset();
-    d.fps = rate > 0 ? rate : 30;
+    *fps = rate > 0 ? rate : 30;
     if (rate >= 0 && what == "pattern")
         return true;
     const bool file = what.compare(0, 5, "file:") == 0 && what.size() > 5;
     const bool camera = what == "camera" || what.compare(0, 7, "camera:") == 0;
     if (rate >= 0 && (file || camera)) {
         const std::string location = file ? what.substr(5) : what.size() > 7 ? what.substr(7) : std::string();
-        d.sensor = VxSensorSource::open(location, camera, d.fps, &error);
-        if (d.sensor) {
-            if (file && rate == 0 && d.sensor->frameRate() >= 1 && d.sensor->frameRate() <= 240)
-                d.fps = d.sensor->frameRate(); // the file's own rate unless one is given
+        *sensor = VxSensorSource::open(location, camera, *fps, &error);
+        if (*sensor) {
+            if (file && rate == 0 && (*sensor)->frameRate() >= 1 && (*sensor)->frameRate() <= 240)
+                *fps = (*sensor)->frameRate(); // the file's own rate unless one is given
             return true;
         }
         std::fprintf(stderr, "platform model: VI device %d: sensor source \"%s\": %s\n", dev, source.c_str(),
@@ -203,19 +203,29 @@ hi_s32 hi_mpi_vi_enable_dev(hi_vi_dev vi_dev)
     VX_CALL(vxStatus, "%d", vi_dev);
     if (!validDev(vi_dev))
         return HI_ERR_VI_INVALID_DEV_ID;
-    VxViDev &dev = s.viDev[vi_dev];
-    if (!dev.attrSet)
+    if (!s.viDev[vi_dev].attrSet)
         return HI_ERR_VI_NOT_CFG;
     // The sensor behind the device: the model's control, else the
     // environment (VEXA_TWIN_VI<dev>), else the test pattern.
-    std::string chosen = dev.source;
+    std::string chosen = s.viDev[vi_dev].source;
     if (chosen.empty()) {
         const std::string name = "VEXA_TWIN_VI" + std::to_string(vi_dev);
         const char *env = std::getenv(name.c_str());
         chosen = env && *env ? env : "pattern";
     }
-    if (!openSource(vi_dev, dev, chosen))
+    // Opening a file or a camera can take a while: the model's other
+    // threads go on meanwhile. A running pipe keeps the sensor it took
+    // until its next frame.
+    std::shared_ptr<VxSensorSource> sensor;
+    int fps = 30;
+    vxLock.unlock();
+    const bool opened = openSource(vi_dev, chosen, &sensor, &fps);
+    vxLock.lock();
+    if (!opened)
         return HI_ERR_VI_NOT_SUPPORT;
+    VxViDev &dev = s.viDev[vi_dev];
+    dev.sensor = std::move(sensor);
+    dev.fps = fps;
     dev.enabled = true;
     return HI_SUCCESS;
 }
