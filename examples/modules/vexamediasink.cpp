@@ -1,5 +1,9 @@
 #include "vexamediasink.h"
 
+#include <QMutex>
+#include <QThread>
+#include <QWaitCondition>
+
 #include "vexasinkcounters_p.h"
 
 VexaMediaSink::VexaMediaSink(QObject *parent)
@@ -34,4 +38,16 @@ void VexaMediaSink::onNewInfoA(StreamInfo info)
 void VexaMediaSink::onNewInfoV(StreamInfo info)
 {
     described(info, true);
+}
+
+bool VexaMediaSink::waitForWorker(QMutex *gate, QWaitCondition *changed, const std::function<bool()> &idle)
+{
+    const bool own = QThread::currentThread() == thread();
+    while (idle()) {
+        if (own || getState() != QLatin1String("started"))
+            return false;
+        // Also wakes now and then: a stop in between does not wake it.
+        changed->wait(gate, 100);
+    }
+    return true;
 }

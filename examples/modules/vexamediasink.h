@@ -1,11 +1,14 @@
 #ifndef VEXAMEDIASINK_H
 #define VEXAMEDIASINK_H
 
+#include <functional>
 #include <memory>
 
 #include "vexaobject.h"
 #include "vexaexamplemodules_export.h"
 
+class QMutex;
+class QWaitCondition;
 class VexaSinkCounters;
 
 /**
@@ -43,6 +46,18 @@ protected:
     virtual void accept(const Packet &pkt, bool video) = 0;
     /** A description received on V (@p video) or A (inInfoV/A already hold it), in the module's thread. */
     virtual void described(const StreamInfo &info, bool video) = 0;
+
+    /**
+     * Call with @p gate held, from accept(): waits while the module is
+     * started but its worker has not run onStart yet (@p idle says so), so
+     * that what a source started right after it sends is not lost. Start
+     * queues onStart into the worker's thread, and the pipeline starts the
+     * sources while the receivers' onStart may still be waiting there. A
+     * sender in the worker's own thread cannot wait for it, nor can anyone
+     * for a module that is not started: false then, and the packet is the
+     * caller's to drop. @p changed is woken when onStart has run.
+     */
+    bool waitForWorker(QMutex *gate, QWaitCondition *changed, const std::function<bool()> &idle);
 
     void onNewInfoA(StreamInfo info) final;
     void onNewInfoV(StreamInfo info) final;

@@ -91,7 +91,8 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     bool drop;
     {
         QMutexLocker locker(&gate);
-        if (!waitUntilAccepting(own)) {
+        if (!waitForWorker(&gate, &changed, [this] { return phase.loadAcquire() == Idle; })
+                || phase.loadAcquire() != Accepting) {
             c.dropped.fetchAndAddRelaxed(1);
             return;
         }
@@ -148,19 +149,6 @@ void VexaOutputFile::accept(const Packet &in, bool video)
     // oldest of a full queue; any once the module stops) is counted and its
     // block released by the drop handler and the pool.
     queue.push(p, video ? VexaPacketQueue::Video : VexaPacketQueue::Audio);
-}
-
-// With gate held: waits while the module is started but its worker has not
-// run onStart yet (a sender in the worker's own thread, @p own, cannot). True
-// when packets are taken.
-bool VexaOutputFile::waitUntilAccepting(bool own)
-{
-    while (phase.loadAcquire() == Idle) {
-        if (own || getState() != QLatin1String("started"))
-            return false;
-        changed.wait(&gate, 100);
-    }
-    return phase.loadAcquire() == Accepting;
 }
 
 void VexaOutputFile::releaseBlock(void *opaque, uint8_t *data)

@@ -126,7 +126,6 @@ private:
 
     void accept(const Packet &pkt, bool video) override;
     void described(const StreamInfo &info, bool video) override;
-    bool waitUntilAccepting(bool own);
     void release(const QVector<Packet> &packets);
     void dropped(const Packet &p, bool video);
     static void releaseBlock(void *opaque, uint8_t *data);

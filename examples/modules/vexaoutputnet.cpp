@@ -46,6 +46,12 @@ const char *formatForScheme(const QString &scheme)
     return nullptr;
 }
 
+// The peer closed the connection (a receiver that went away).
+bool receiverGone(int r)
+{
+    return r == AVERROR(EPIPE) || r == AVERROR(ECONNRESET) || r == AVERROR(EIO);
+}
+
 } // namespace
 
 VexaOutputNet::VexaOutputNet(QObject *parent)
@@ -118,7 +124,7 @@ void VexaOutputNet::accept(const Packet &in, bool video)
     }
     {
         QMutexLocker locker(&gate);
-        if (phase != Running) {
+        if (!waitForWorker(&gate, &changed, [this] { return phase == Idle; }) || phase != Running) {
             c.dropped.fetchAndAddRelaxed(1);
             return;
         }
@@ -372,8 +378,7 @@ void VexaOutputNet::run()
         const int r = writeQueued(dropMode && listening);
         if (r == 0)
             break;
-        const bool gone = r == AVERROR(EPIPE) || r == AVERROR(ECONNRESET) || r == AVERROR(EIO);
-        if (listening && gone) {
+        if (listening && receiverGone(r)) {
             closeMuxer();
             setQueueBounds(false);
             bool stopped;
@@ -634,7 +639,9 @@ void VexaOutputNet::finish()
     const int r = av_write_trailer(oc);
     io->disarm();
     closeMuxer();
-    if (r < 0) {
+    // A listening output's receiver that left just before the stop had what
+    // was written up to then, as every receiver that leaves has.
+    if (r < 0 && !(listening && receiverGone(r))) {
         fail(QStringLiteral("cannot finish the stream to %1: %2").arg(url, VexaMedia::errorText(r)));
         return;
     }
