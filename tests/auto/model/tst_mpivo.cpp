@@ -21,8 +21,8 @@
 static const hi_u32 kScreenW = 320, kScreenH = 240;
 
 // A kScreenW x kScreenH user timing at 25 pictures per second on device 0,
-// layer 0 covering it with the library's low-latency settings.
-static void startDisplay(hi_u32 bg)
+// layer 0 covering it with the library's low- or normal-latency settings.
+static void startDisplay(hi_u32 bg, bool lowLatency = true)
 {
     hi_vo_pub_attr pub = {};
     pub.bg_color = bg;
@@ -37,7 +37,10 @@ static void startDisplay(hi_u32 bg)
     layer.img_size = {kScreenW, kScreenH};
     layer.display_frame_rate = 25;
     layer.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-    QCOMPARE(vx_mpi_vo_set_low_Latency(layer, 0), 0);
+    if (lowLatency)
+        QCOMPARE(vx_mpi_vo_set_low_Latency(layer, 0), 0);
+    else
+        vx_mpi_vo_set_normal_Latency(layer, 0);
     QCOMPARE(hi_mpi_vo_set_video_layer_attr(0, &layer), 0);
     QCOMPARE(hi_mpi_vo_enable_video_layer(0), 0);
 }
@@ -50,7 +53,8 @@ static void startVoChn(hi_vo_chn chn, const hi_rect &rect)
     QCOMPARE(hi_mpi_vo_enable_chn(0, chn), 0);
 }
 
-// A VB frame of one flat colour (luma @p y, neutral chroma) sent to VPSS group @p grp.
+// A VB frame of one flat colour (luma @p y, neutral chroma) sent to VPSS
+// group @p grp, or to VO channel 0 when @p grp is -1.
 static void sendFlat(hi_vpss_grp grp, hi_u32 w, hi_u32 h, unsigned char y)
 {
     const hi_u32 stride = (w + 31) / 32 * 32, size = stride * h * 3 / 2;
@@ -70,7 +74,10 @@ static void sendFlat(hi_vpss_grp grp, hi_u32 w, hi_u32 h, unsigned char y)
     memset(data, y, stride * h);
     memset(data + stride * h, 128, stride * h / 2);
     info.pool_id = hi_mpi_vb_handle_to_pool_id(blk);
-    QCOMPARE(hi_mpi_vpss_send_frame(grp, &info, 5000), 0);
+    if (grp < 0)
+        QCOMPARE(hi_mpi_vo_send_frame(0, 0, &info, 0), 0);
+    else
+        QCOMPARE(hi_mpi_vpss_send_frame(grp, &info, 5000), 0);
     QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
 }
 
@@ -207,6 +214,44 @@ private slots:
             QCOMPARE(hi_mpi_vpss_destroy_grp(g), 0);
         }
         QCOMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+    }
+
+    // The latency the library's helpers set is the queue a channel fills
+    // before its first frame is shown: two frames at low latency, three at
+    // normal latency. The screen is read back from a raw file.
+    void latencyBuffering_data()
+    {
+        QTest::addColumn<bool>("low");
+        QTest::addColumn<int>("frames");
+        QTest::addColumn<bool>("shown");
+        QTest::newRow("low, 1 frame") << true << 1 << false;
+        QTest::newRow("low, 2 frames") << true << 2 << true;
+        QTest::newRow("normal, 2 frames") << false << 2 << false;
+        QTest::newRow("normal, 3 frames") << false << 3 << true;
+    }
+    void latencyBuffering()
+    {
+        QFETCH(bool, low);
+        QFETCH(int, frames);
+        QFETCH(bool, shown);
+        QTemporaryDir dir;
+        const QString raw = dir.filePath("screen.nv21");
+        boot();
+        vx_model_vo_screen(0, raw.toUtf8().constData());
+        startDisplay(0, low);
+        startVoChn(0, {0, 0, kScreenW, kScreenH});
+        for (int i = 0; i < frames; ++i)
+            sendFlat(-1, kScreenW, kScreenH, 200);
+        const unsigned long long screens = vx_model_vo_screens(0);
+        QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) >= screens + 3, 20000);
+        QCOMPARE(voBufUsed(0), hi_u32(shown ? 1 : frames));
+        QCOMPARE(hi_mpi_vo_disable(0), 0);
+        QFile file(raw);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray all = file.readAll();
+        const int frameBytes = int(kScreenW * kScreenH * 3 / 2);
+        QVERIFY(all.size() >= 3 * frameBytes && all.size() % frameBytes == 0);
+        QCOMPARE(int(uchar(all[all.size() - frameBytes + int(kScreenW * kScreenH / 2)])), shown ? 200 : 16);
     }
 
     // Each TDE operation, run when its job ends, on ARGB8888 surfaces:
