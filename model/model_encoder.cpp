@@ -29,6 +29,7 @@ void VxEncoder::close()
 {
     avcodec_free_context(&ctx_);
     av_frame_free(&frame_);
+    av_frame_free(&wrapped_);
     av_packet_free(&packet_);
     next_ = 0;
 }
@@ -213,15 +214,18 @@ bool VxEncoder::open(const VxEncoderSetup &setup, std::string *error)
 
     ctx_ = avcodec_alloc_context3(codec);
     frame_ = av_frame_alloc();
+    wrapped_ = av_frame_alloc();
     packet_ = av_packet_alloc();
-    if (!ctx_ || !frame_ || !packet_) {
+    if (!ctx_ || !frame_ || !wrapped_ || !packet_) {
         *error = "out of memory";
         close();
         return false;
     }
     ctx_->width = static_cast<int>(va.pic_width);
     ctx_->height = static_cast<int>(va.pic_height);
-    ctx_->pix_fmt = AV_PIX_FMT_YUV420P;
+    // libx264 reads the board's semi-planar layout (V first) as it lies in
+    // the block; libx265 takes planar pictures only.
+    ctx_->pix_fmt = type == HI_PT_H264 ? AV_PIX_FMT_NV21 : AV_PIX_FMT_YUV420P;
     ctx_->time_base = AVRational{1, fps};
     ctx_->framerate = AVRational{fps, 1};
     ctx_->gop_size = static_cast<int>(gop);
@@ -278,6 +282,47 @@ bool VxEncoder::openCodec(const AVCodec *codec, const char *name, const std::str
     return true;
 }
 
+// Copies a semi-planar 4:2:0 picture into a frame with V first (the H.264
+// encoder's input when the picture has U first).
+static void toVFirst(const VxPicture &pic, AVFrame *frame)
+{
+    for (hi_u32 y = 0; y < pic.height; ++y)
+        std::copy_n(pic.plane[0] + y * pic.stride[0], pic.width, frame->data[0] + y * frame->linesize[0]);
+    for (hi_u32 y = 0; y < pic.height / 2; ++y) {
+        const unsigned char *c = pic.plane[1] + y * pic.stride[1];
+        unsigned char *row = frame->data[1] + y * frame->linesize[1];
+        for (hi_u32 x = 0; x < pic.width / 2; ++x) {
+            row[2 * x] = c[2 * x + 1];
+            row[2 * x + 1] = c[2 * x];
+        }
+    }
+}
+
+static void keepBlock(void *, uint8_t *)
+{
+    // The block belongs to the model; the encoder thread holds it while it encodes.
+}
+
+// Points @p frame at a semi-planar picture with V first, without copying:
+// a reference-counted buffer over the block, so that libavcodec takes a
+// reference rather than a copy.
+static bool wrap(const VxPicture &pic, AVFrame *frame)
+{
+    av_frame_unref(frame);
+    frame->format = AV_PIX_FMT_NV21;
+    frame->width = static_cast<int>(pic.width);
+    frame->height = static_cast<int>(pic.height);
+    frame->buf[0] = av_buffer_create(pic.plane[0], static_cast<size_t>(pic.stride[0]) * pic.height, keepBlock,
+                                     nullptr, AV_BUFFER_FLAG_READONLY);
+    if (!frame->buf[0])
+        return false;
+    frame->data[0] = pic.plane[0];
+    frame->data[1] = pic.plane[1];
+    frame->linesize[0] = static_cast<int>(pic.stride[0]);
+    frame->linesize[1] = static_cast<int>(pic.stride[1]);
+    return true;
+}
+
 // Copies a semi-planar picture into the planar frame the encoder takes.
 static void toPlanar(const VxPicture &pic, AVFrame *frame)
 {
@@ -322,13 +367,27 @@ static void splitNals(const std::vector<unsigned char> &b, bool hevc, std::vecto
 
 bool VxEncoder::encode(const VxPicture &pic, bool idr, VxEncoded *out)
 {
-    if (!ctx_ || static_cast<int>(pic.width) != ctx_->width || static_cast<int>(pic.height) != ctx_->height
-        || av_frame_make_writable(frame_) < 0)
+    if (!ctx_ || static_cast<int>(pic.width) != ctx_->width || static_cast<int>(pic.height) != ctx_->height)
         return false;
-    toPlanar(pic, frame_);
-    frame_->pts = next_++;
-    frame_->pict_type = idr ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
-    if (avcodec_send_frame(ctx_, frame_) < 0)
+    AVFrame *in = frame_;
+    if (ctx_->pix_fmt == AV_PIX_FMT_NV21 && pic.format == HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420) {
+        if (!wrap(pic, wrapped_))
+            return false;
+        in = wrapped_;
+    } else {
+        if (av_frame_make_writable(frame_) < 0)
+            return false;
+        if (ctx_->pix_fmt == AV_PIX_FMT_NV21)
+            toVFirst(pic, frame_);
+        else
+            toPlanar(pic, frame_);
+        vxCountFrameCopy();
+    }
+    in->pts = next_++;
+    in->pict_type = idr ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+    const int sent = avcodec_send_frame(ctx_, in);
+    av_frame_unref(wrapped_); // the block is the caller's again
+    if (sent < 0)
         return false;
     *out = VxEncoded();
     bool got = false;

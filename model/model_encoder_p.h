@@ -67,7 +67,8 @@ private:
     bool openCodec(const AVCodec *codec, const char *name, const std::string &params, std::string *error);
 
     AVCodecContext *ctx_ = nullptr;
-    AVFrame *frame_ = nullptr;
+    AVFrame *frame_ = nullptr;   // the encoder's own picture, for inputs it cannot take as they lie
+    AVFrame *wrapped_ = nullptr; // an input block taken as it lies
     AVPacket *packet_ = nullptr;
     long long next_ = 0;
     bool hevc_ = false;

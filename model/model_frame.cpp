@@ -6,9 +6,6 @@
 
 #include "model_p.h"
 
-// Frames a VPSS group keeps waiting at its input, as the hardware's queue.
-static const size_t kVpssInputDepth = 4;
-
 bool VxRateCtrl::pass(const hi_frame_rate_ctrl &rate)
 {
     if (rate.src_frame_rate <= 0 || rate.dst_frame_rate <= 0 || rate.dst_frame_rate >= rate.src_frame_rate)
@@ -143,17 +140,7 @@ void vxDeliver(VxState &s, const hi_mpp_chn &src, const VxFrameRef &frame)
             continue;
         const int mod = std::get<0>(bind.first), dev = std::get<1>(bind.first);
         if (mod == HI_ID_VPSS && dev >= 0 && dev < HI_VPSS_MAX_GRP_NUM && s.vpss[dev].started) {
-            VxFrameQueue &input = s.vpss[dev].input;
-            // A receiver that falls behind loses the newest frame, as the hardware does.
-            if (input.frames.size() >= kVpssInputDepth) {
-                ++input.dropped;
-                ++s.bindDrops[bind.first];
-                continue;
-            }
-            if (vxRef(s, frame.blk)) {
-                input.frames.push_back(frame);
-                vxModel().changed.notify_all();
-            }
+            s.vpss[dev].stage.offer(s, bind.first, frame);
         } else if (mod == HI_ID_VENC) {
             vxVencReceive(s, bind.first, frame);
         } else if (mod == HI_ID_VO) {

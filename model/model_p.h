@@ -27,6 +27,8 @@
 #include "hi_common_vpss.h"
 #include "vx_mpi_model.h"
 
+#include "model_stage_p.h"
+
 // VI devices of the model (virtual sensors).
 #define VX_VI_DEV_NUM 4
 
@@ -50,26 +52,6 @@ struct VxPool {
     std::vector<int> refs;
     bool exists = true;
     bool common = true;
-};
-
-// A model thread (virtual sensor, VPSS group). It runs until `stop` is set
-// under the model's lock; whoever sets it joins the thread with the lock let go.
-struct VxWorker {
-    std::thread thread;
-    bool stop = false;
-};
-
-// One frame held by a queue or a user: the frame record as handed out and
-// the block it lives in (one reference on that block).
-struct VxFrameRef {
-    hi_video_frame_info info{};
-    hi_vb_blk blk = HI_VB_INVALID_HANDLE;
-};
-
-// A bounded queue of frames; `dropped` counts frames that found it full.
-struct VxFrameQueue {
-    std::deque<VxFrameRef> frames;
-    hi_u64 dropped = 0;
 };
 
 // Frame-rate control: passes dst of every src frames, evenly spread.
@@ -98,9 +80,8 @@ struct VxVpssGrp {
     hi_u32 delay = 0;
     VxVpssChn chn[HI_VPSS_MAX_PHYS_CHN_NUM];
     VxRateCtrl rate;
-    VxFrameQueue input;               // sent and bound frames waiting for the group
+    VxStage stage;                    // the group's thread and the sent and bound frames waiting for it
     bool paused = false;              // held by vx_model_vpss_pause: a slow consumer
-    std::unique_ptr<VxWorker> worker;
 };
 
 struct VxViChn {
@@ -114,12 +95,15 @@ struct VxViChn {
     hi_u32 lost = 0;
 };
 
+class VxSensorSource;
+
 struct VxViDev {
     hi_vi_dev_attr attr{};
     bool attrSet = false;
     bool enabled = false;
     std::string source;               // what the virtual sensor shows (see vx_model_vi_source)
     int fps = 30;
+    std::shared_ptr<VxSensorSource> sensor; // a file or camera while enabled; null: the test pattern
 };
 
 struct VxViPipe {
@@ -129,7 +113,7 @@ struct VxViPipe {
     hi_vi_pipe_attr attr{};
     hi_u32 frameNo = 0;
     VxViChn chn[HI_VI_MAX_CHN_NUM];
-    std::unique_ptr<VxWorker> worker;
+    VxStage stage;                    // the sensor's thread
 };
 
 // One encoded picture waiting in (or taken from) a channel's stream buffer:
@@ -160,7 +144,7 @@ struct VxVencChn {
     bool idr = false;                 // an IDR picture was asked for
     hi_u32 received = 0;              // pictures taken since start
     VxRateCtrl rate;
-    VxFrameQueue input;               // sent and bound frames waiting for the encoder
+    VxStage stage;                    // the encoder's thread and the sent and bound frames waiting for it
     std::deque<VxVencStream> ready;   // streams for hi_mpi_venc_get_stream
     std::vector<VxVencStream> held;   // streams the user got and has not released
     // The stream buffer: a ring in its own region of physical memory; `used`
@@ -174,7 +158,6 @@ struct VxVencChn {
     hi_u32 discarded = 0;
     hi_u32 bufFull = 0;
     int fd = -1;                      // eventfd counting ready streams
-    std::unique_ptr<VxWorker> worker;
 };
 
 // Bytes sent to a VDEC channel and not decoded yet.
@@ -207,6 +190,16 @@ struct VxVdecChn {
     hi_vb_pool picPool = HI_VB_INVALID_POOL_ID; // attached pool for pictures (else the common pools)
     int fd = -1;                      // eventfd counting pictures waiting in `user`
     std::unique_ptr<VxWorker> worker;
+};
+
+// The stream buffer of an encoder channel that was destroyed or reset while
+// its user still held streams in it: the region stays mapped at its physical
+// addresses until the last of those streams (`seqs`) is released.
+struct VxVencRetired {
+    int chn = -1;
+    hi_phys_addr_t phys = 0;
+    hi_u32 size = 0;
+    std::vector<hi_u32> seqs;
 };
 
 #define VX_VDEC_CHN_NUM 64
@@ -277,6 +270,7 @@ struct VxState {
 
     std::vector<VxVencChn> venc = std::vector<VxVencChn>(HI_VENC_MAX_CHN_NUM);
     hi_venc_mod_param vencMod[HI_VENC_MOD_RC + 1]{};
+    std::vector<VxVencRetired> vencRetired;
 
     hi_vdec_mod_param vdecMod{};
     std::vector<VxVdecChn> vdec = std::vector<VxVdecChn>(VX_VDEC_CHN_NUM);
@@ -421,6 +415,10 @@ bool vxWait(std::unique_lock<std::mutex> &lock, hi_s32 milli_sec, Ready ready)
 void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const VxFrameRef &frame);
 // Closes the event descriptors of every channel (the model goes back to power-on).
 void vxVencCloseAll(VxState &s);
+
+// Counts one whole-frame copy between stages (vx_model_frame_copies); safe
+// outside the model's lock.
+void vxCountFrameCopy();
 
 // --- VDEC (mpi_vdec.cpp) ---
 

@@ -1,5 +1,6 @@
 // Pixel work of the software model: the virtual sensor's test picture and
-// the VPSS steps (crop, scale with libswscale, aspect ratio, mirror, flip).
+// the VPSS steps (crop, scale with libswscale, aspect ratio, mirror, flip,
+// quarter turns).
 // Everything here runs outside the model's lock on memory the caller keeps.
 
 #include "model_pixels_p.h"
@@ -82,6 +83,11 @@ static AVPixelFormat avFormat(int format)
 bool vxCanProcess(int format)
 {
     return avFormat(format) != AV_PIX_FMT_NONE;
+}
+
+int vxAvFormat(int format)
+{
+    return avFormat(format);
 }
 
 VxScaler::~VxScaler()
@@ -180,12 +186,22 @@ bool vxProcess(VxScaler &scaler, const VxPicture &src, const hi_rect &crop, cons
     const int dstStrides[4] = {static_cast<int>(out.stride[0]), static_cast<int>(out.stride[1]), 0, 0};
     sws_scale(scaler.ctx, srcPlanes, srcStrides, 0, static_cast<int>(in.height), dstPlanes, dstStrides);
 
-    mirrorFlip(dst.plane[0], dst.stride[0], dst.width, dst.height, 1, mirror, flip);
-    if (dst.plane[1]) {
-        const hi_u32 rows = dst.format == HI_PIXEL_FORMAT_YUV_SEMIPLANAR_422 ? dst.height : dst.height / 2;
-        mirrorFlip(dst.plane[1], dst.stride[1], dst.width / 2, rows, 2, mirror, flip);
-    }
+    vxMirrorFlip(dst, mirror, flip);
     return true;
+}
+
+void vxMirrorFlip(const VxPicture &pic, bool mirror, bool flip)
+{
+    mirrorFlip(pic.plane[0], pic.stride[0], pic.width, pic.height, 1, mirror, flip);
+    if (pic.plane[1]) {
+        const hi_u32 rows = pic.format == HI_PIXEL_FORMAT_YUV_SEMIPLANAR_422 ? pic.height : pic.height / 2;
+        mirrorFlip(pic.plane[1], pic.stride[1], pic.width / 2, rows, 2, mirror, flip);
+    }
+}
+
+void vxFillBlack(const VxPicture &pic)
+{
+    fill(pic, 0);
 }
 
 VxPicture vxPictureOf(const hi_video_frame &f, unsigned char *data)
@@ -199,4 +215,32 @@ VxPicture vxPictureOf(const hi_video_frame &f, unsigned char *data)
     pic.plane[0] = data;
     pic.plane[1] = f.phys_addr[1] ? data + (f.phys_addr[1] - f.phys_addr[0]) : nullptr;
     return pic;
+}
+
+// Turns one plane of units of @p unit bytes: the destination is h x w units.
+static void turnPlane(const unsigned char *src, hi_u32 srcStride, hi_u32 w, hi_u32 h, unsigned char *dst,
+                      hi_u32 dstStride, hi_u32 unit, bool clockwise)
+{
+    // Destination (x, y) shows source (y, h - 1 - x) clockwise, (w - 1 - y, x) anticlockwise.
+    for (hi_u32 y = 0; y < w; ++y) {
+        unsigned char *row = dst + static_cast<size_t>(y) * dstStride;
+        const hi_u32 sx = clockwise ? y : w - 1 - y;
+        for (hi_u32 x = 0; x < h; ++x) {
+            const hi_u32 sy = clockwise ? h - 1 - x : x;
+            std::memcpy(row + x * unit, src + static_cast<size_t>(sy) * srcStride + sx * unit, unit);
+        }
+    }
+}
+
+bool vxQuarterTurn(const VxPicture &src, const VxPicture &dst, bool clockwise)
+{
+    const bool planar420 = src.format == HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420
+        || src.format == HI_PIXEL_FORMAT_YUV_SEMIPLANAR_420;
+    if ((!planar420 && src.format != HI_PIXEL_FORMAT_YUV_400) || dst.format != src.format
+        || dst.width != src.height || dst.height != src.width)
+        return false;
+    turnPlane(src.plane[0], src.stride[0], src.width, src.height, dst.plane[0], dst.stride[0], 1, clockwise);
+    if (src.plane[1] && dst.plane[1])
+        turnPlane(src.plane[1], src.stride[1], src.width / 2, src.height / 2, dst.plane[1], dst.stride[1], 2, clockwise);
+    return true;
 }

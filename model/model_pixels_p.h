@@ -26,9 +26,20 @@ struct VxScaler {
 };
 
 // The picture of frame @p f whose block's bytes start at @p data.
+// Turns @p src a quarter turn into @p dst (whose size is @p src's turned):
+// clockwise, or anticlockwise when @p clockwise is false. Semi-planar 4:2:0
+// and luma only; false for other formats.
+bool vxQuarterTurn(const VxPicture &src, const VxPicture &dst, bool clockwise);
 VxPicture vxPictureOf(const hi_video_frame &f, unsigned char *data);
 // True for the pixel formats the model's VPSS reads and writes.
 bool vxCanProcess(int format);
+// FFmpeg's pixel format (AVPixelFormat) for a platform one, AV_PIX_FMT_NONE
+// when the model cannot lay it out.
+int vxAvFormat(int format);
+// Mirrors and flips a picture in place.
+void vxMirrorFlip(const VxPicture &pic, bool mirror, bool flip);
+// Fills a picture with black.
+void vxFillBlack(const VxPicture &pic);
 // Draws the virtual sensor's test picture for frame @p n: a strip at the top
 // holding the frame number (see vx_mpi_model.h), a moving bar over a ramp
 // and a red bottom quarter.

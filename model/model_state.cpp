@@ -1,6 +1,7 @@
 // Shared state of the software model, its call log, fault injection and the
 // controls declared in vx_mpi_model.h.
 
+#include <atomic>
 #include "model_p.h"
 
 #include <cstdarg>
@@ -102,20 +103,23 @@ void vxStopAllWorkers(std::unique_lock<std::mutex> &lock)
     for (bool again = true; again;) {
         again = false;
         for (size_t i = 0; i < s.viPipe.size(); ++i) {
-            if (s.viPipe[i].worker) {
-                vxStopWorker(lock, s.viPipe[i].worker);
+            if (s.viPipe[i].stage.running()) {
+                s.viPipe[i].started = false;
+                s.viPipe[i].stage.stop(s, lock);
                 again = true;
             }
         }
         for (size_t i = 0; i < s.vpss.size(); ++i) {
-            if (s.vpss[i].worker) {
-                vxStopWorker(lock, s.vpss[i].worker);
+            if (s.vpss[i].stage.running()) {
+                s.vpss[i].started = false;
+                s.vpss[i].stage.stop(s, lock);
                 again = true;
             }
         }
         for (size_t i = 0; i < s.venc.size(); ++i) {
-            if (s.venc[i].worker) {
-                vxStopWorker(lock, s.venc[i].worker);
+            if (s.venc[i].stage.running()) {
+                s.venc[i].started = false;
+                s.venc[i].stage.stop(s, lock);
                 again = true;
             }
         }
@@ -134,6 +138,18 @@ void vxStopAllWorkers(std::unique_lock<std::mutex> &lock)
     }
 }
 
+static std::atomic<unsigned long long> frameCopies{0};
+
+void vxCountFrameCopy()
+{
+    frameCopies.fetch_add(1, std::memory_order_relaxed);
+}
+
+unsigned long long vx_model_frame_copies()
+{
+    return frameCopies.load(std::memory_order_relaxed);
+}
+
 void vx_model_reset()
 {
     std::unique_lock<std::mutex> lock(vxModel().mutex);
@@ -141,6 +157,7 @@ void vx_model_reset()
     vxVencCloseAll(vxModel().s);
     vxVdecCloseAll(vxModel().s);
     vxModel().s = VxState();
+    frameCopies = 0;
 }
 
 void vx_model_clear_calls()

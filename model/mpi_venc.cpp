@@ -17,8 +17,6 @@
 
 #include "model_encoder_p.h"
 
-// Frames a channel keeps waiting at its input, as the hardware's queue.
-static const size_t kInputDepth = 4;
 // Smallest and largest pictures the encoder takes.
 static const hi_u32 kMinSize = 32;
 static const hi_u32 kMaxSize = 8192;
@@ -277,10 +275,29 @@ static void deallocate(VxVencChn &c, hi_u32 offset)
         c.used.pop_front();
 }
 
-// Drops every stream, queued or held, and every waiting frame.
-static void dropAll(VxState &s, VxVencChn &c)
+// Drops every stream, queued or held, and every waiting frame. Streams the
+// user holds keep their bytes: the buffer is retired (its region stays until
+// they are released) and the channel gets a fresh one when it goes on.
+static void dropAll(VxState &s, VxVencChn &c, hi_venc_chn chn, bool keepChannel)
 {
-    vxUnrefAll(s, c.input.frames);
+    if (!c.held.empty()) {
+        VxVencRetired retired;
+        retired.chn = chn;
+        retired.phys = c.bufPhys;
+        retired.size = c.bufSize;
+        for (const VxVencStream &st : c.held)
+            retired.seqs.push_back(st.seq);
+        s.vencRetired.push_back(retired);
+        if (keepChannel) {
+            VxRegion region;
+            region.mem->assign(c.bufSize, 0);
+            c.bufPhys = vxReserve(s, c.bufSize);
+            s.regions[c.bufPhys] = std::move(region);
+        }
+    } else if (!keepChannel) {
+        s.regions.erase(c.bufPhys);
+    }
+    vxUnrefAll(s, c.stage.input.frames);
     c.ready.clear();
     c.held.clear();
     c.used.clear();
@@ -305,13 +322,8 @@ static void encodeThread(hi_venc_chn chn, VxWorker *worker)
     VxState &s = vxModel().s;
     VxVencChn &c = s.venc[chn];
     openedFor = c.generation - 1;
-    for (;;) {
-        vxModel().changed.wait(lock, [worker, &c] { return worker->stop || !c.input.frames.empty(); });
-        if (worker->stop)
-            break;
-        const VxFrameRef in = c.input.frames.front();
-        c.input.frames.pop_front();
-        vxModel().changed.notify_all(); // room for a waiting sender
+    VxFrameRef in;
+    while (c.stage.next(lock, worker, [] { return true; }, &in)) {
         hi_u32 gop = 0, srcFps = 0, dstFps = 0;
         if (vxInt(c.attr.venc_attr.type) == HI_PT_JPEG)
             srcFps = dstFps = 1; // snapshots: every picture received
@@ -377,14 +389,6 @@ static void encodeThread(hi_venc_chn chn, VxWorker *worker)
     }
 }
 
-// Starts the encoder thread of a created channel.
-static void startWorker(hi_venc_chn chn, VxVencChn &c)
-{
-    if (c.worker)
-        return;
-    c.worker.reset(new VxWorker);
-    c.worker->thread = std::thread(encodeThread, chn, c.worker.get());
-}
 
 void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const VxFrameRef &frame)
 {
@@ -399,16 +403,8 @@ void vxVencReceive(VxState &s, const std::tuple<int, int, int> &receiver, const 
         ++c.discarded; // the encoder takes pictures of its own size only
         return;
     }
-    if (c.input.frames.size() >= kInputDepth) {
-        ++c.input.dropped;
-        ++s.bindDrops[receiver];
-        return;
-    }
-    if (vxRef(s, frame.blk)) {
+    if (c.stage.offer(s, receiver, frame))
         ++c.received;
-        c.input.frames.push_back(frame);
-        vxModel().changed.notify_all();
-    }
 }
 
 void vxVencCloseAll(VxState &s)
@@ -461,12 +457,11 @@ hi_s32 hi_mpi_venc_create_chn(hi_venc_chn chn, const hi_venc_chn_attr *attr)
 hi_s32 hi_mpi_venc_destroy_chn(hi_venc_chn chn)
 {
     VX_CALL(vxStatus, "%d", chn);
-    return onCreated(s, chn, [&s](VxVencChn &c) -> hi_s32 {
+    return onCreated(s, chn, [&s, chn](VxVencChn &c) -> hi_s32 {
         // A channel that receives must be stopped first.
         if (c.started)
             return HI_ERR_VENC_NOT_PERM;
-        dropAll(s, c);
-        s.regions.erase(c.bufPhys);
+        dropAll(s, c, chn, false);
         if (c.fd >= 0)
             ::close(c.fd);
         c = VxVencChn();
@@ -478,10 +473,10 @@ hi_s32 hi_mpi_venc_destroy_chn(hi_venc_chn chn)
 hi_s32 hi_mpi_venc_reset_chn(hi_venc_chn chn)
 {
     VX_CALL(vxStatus, "%d", chn);
-    return onCreated(s, chn, [&s](VxVencChn &c) -> hi_s32 {
+    return onCreated(s, chn, [&s, chn](VxVencChn &c) -> hi_s32 {
         if (c.started)
             return HI_ERR_VENC_NOT_PERM;
-        dropAll(s, c);
+        dropAll(s, c, chn, true);
         c.seq = 0;
         c.encoded = 0;
         c.discarded = 0;
@@ -533,7 +528,7 @@ hi_s32 hi_mpi_venc_start_chn(hi_venc_chn chn, const hi_venc_start_param *recv_pa
         c.recvPicNum = recv_param->recv_pic_num;
         c.received = 0;
         if (c.exists)
-            startWorker(chn, c);
+            c.stage.start(encodeThread, chn);
         return HI_SUCCESS;
     });
 }
@@ -545,9 +540,8 @@ hi_s32 hi_mpi_venc_stop_chn(hi_venc_chn chn)
     if (!c)
         return HI_ERR_VENC_INVALID_CHN_ID;
     c->started = false;
-    vxStopWorker(vxLock, s.venc[chn].worker);
     // Frames not encoded yet are not encoded any more; streams stay for the user.
-    vxUnrefAll(s, s.venc[chn].input.frames);
+    c->stage.stop(s, vxLock);
     vxModel().changed.notify_all();
     return HI_SUCCESS;
 }
@@ -559,7 +553,7 @@ hi_s32 hi_mpi_venc_query_status(hi_venc_chn chn, hi_venc_chn_status *status)
         if (!status)
             return HI_ERR_VENC_NULL_PTR;
         *status = hi_venc_chn_status();
-        status->left_pics = static_cast<hi_u32>(c.input.frames.size());
+        status->left_pics = static_cast<hi_u32>(c.stage.input.frames.size());
         status->left_enc_pics = status->left_pics;
         for (const VxVencStream &st : c.ready)
             status->left_stream_bytes += st.bytes;
@@ -654,9 +648,34 @@ hi_s32 hi_mpi_venc_get_stream(hi_venc_chn chn, hi_venc_stream *stream, hi_s32 mi
     return HI_SUCCESS;
 }
 
+// Releases @p stream when it lies in a buffer retired by destroy or reset;
+// the buffer goes with its last held stream.
+static bool releaseRetired(VxState &s, hi_venc_chn chn, const hi_venc_stream *stream)
+{
+    if (!stream || !stream->pack || !stream->pack_cnt)
+        return false;
+    const hi_phys_addr_t at = stream->pack[0].phys_addr;
+    for (auto it = s.vencRetired.begin(); it != s.vencRetired.end(); ++it) {
+        if (it->chn != chn || at < it->phys || at >= it->phys + it->size)
+            continue;
+        auto seq = std::find(it->seqs.begin(), it->seqs.end(), stream->seq);
+        if (seq == it->seqs.end())
+            return false;
+        it->seqs.erase(seq);
+        if (it->seqs.empty()) {
+            s.regions.erase(it->phys);
+            s.vencRetired.erase(it);
+        }
+        return true;
+    }
+    return false;
+}
+
 hi_s32 hi_mpi_venc_release_stream(hi_venc_chn chn, const hi_venc_stream *stream)
 {
     VX_CALL(vxStatus, "%d,%u", chn, stream ? stream->seq : 0);
+    if (releaseRetired(s, chn, stream))
+        return HI_SUCCESS;
     return onCreated(s, chn, [stream](VxVencChn &c) -> hi_s32 {
         if (!stream)
             return HI_ERR_VENC_NULL_PTR;
@@ -691,7 +710,7 @@ hi_s32 hi_mpi_venc_send_frame(hi_venc_chn chn, const hi_video_frame_info *frame,
     const hi_vb_blk blk = vxBlockAt(s, f.phys_addr[0]);
     if (!vxFrameInBlock(s, blk, f))
         return HI_ERR_VENC_ILLEGAL_PARAM;
-    auto room = [&s, chn] { return !s.venc[chn].started || s.venc[chn].input.frames.size() < kInputDepth; };
+    auto room = [&s, chn] { return !s.venc[chn].started || !s.venc[chn].stage.full(); };
     if (!vxWait(vxLock, milli_sec, room))
         return HI_ERR_VENC_BUF_FULL;
     c = created(s, chn, &status);
@@ -705,8 +724,7 @@ hi_s32 hi_mpi_venc_send_frame(hi_venc_chn chn, const hi_video_frame_info *frame,
     ref.info = *frame;
     ref.blk = blk;
     ++c->received;
-    c->input.frames.push_back(ref);
-    vxModel().changed.notify_all();
+    c->stage.push(ref);
     return HI_SUCCESS;
 }
 

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "model_pixels_p.h"
+#include "model_source_p.h"
 
 static bool validDev(hi_vi_dev dev)
 {
@@ -56,23 +57,48 @@ static bool validRate(const hi_frame_rate_ctrl &rate)
     return rate.src_frame_rate > 0 && rate.dst_frame_rate > 0 && rate.dst_frame_rate <= rate.src_frame_rate;
 }
 
-// Reads a source description: "pattern" or "pattern@<fps>". False (with a
-// message) for anything else.
-static bool parseSource(hi_vi_dev dev, const std::string &source, int *fps)
+// The rate a source description ends with ("...@<fps>", 1 to 240): strips
+// it from @p text. 0 when there is none, -1 when it is not a valid rate.
+static int takeRate(std::string *text)
 {
-    *fps = 30;
-    if (source == "pattern")
+    const size_t at = text->rfind('@');
+    if (at == std::string::npos || text->find_first_not_of("0123456789", at + 1) != std::string::npos)
+        return 0;
+    const long value = at + 1 < text->size() ? std::strtol(text->c_str() + at + 1, nullptr, 10) : 0;
+    text->erase(at);
+    return value >= 1 && value <= 240 ? static_cast<int>(value) : -1;
+}
+
+// Opens a sensor from a source description: "pattern" (@p sensor stays
+// null), a media file ("file:<path>") or a V4L2 camera ("camera",
+// "camera:<device>"), each optionally followed by "@<fps>"; the sensor's
+// rate in @p fps. False (with a message) when the description is unknown or
+// the file or camera cannot be opened.
+static bool openSource(hi_vi_dev dev, const std::string &source, std::shared_ptr<VxSensorSource> *sensor, int *fps)
+{
+    std::string what = source;
+    const int rate = takeRate(&what);
+    std::string error;
+    *fps = rate > 0 ? rate : 30;
+    if (rate >= 0 && what == "pattern")
         return true;
-    if (source.compare(0, 8, "pattern@") == 0) {
-        char *end = nullptr;
-        const long value = std::strtol(source.c_str() + 8, &end, 10);
-        if (end && *end == 0 && value >= 1 && value <= 240) {
-            *fps = static_cast<int>(value);
+    const bool file = what.compare(0, 5, "file:") == 0 && what.size() > 5;
+    const bool camera = what == "camera" || what.compare(0, 7, "camera:") == 0;
+    if (rate >= 0 && (file || camera)) {
+        const std::string location = file ? what.substr(5) : what.size() > 7 ? what.substr(7) : std::string();
+        *sensor = VxSensorSource::open(location, camera, *fps, &error);
+        if (*sensor) {
+            if (file && rate == 0 && (*sensor)->frameRate() >= 1 && (*sensor)->frameRate() <= 240)
+                *fps = (*sensor)->frameRate(); // the file's own rate unless one is given
             return true;
         }
+        std::fprintf(stderr, "platform model: VI device %d: sensor source \"%s\": %s\n", dev, source.c_str(),
+                     error.c_str());
+        return false;
     }
     std::fprintf(stderr,
-                 "platform model: VI device %d: unknown sensor source \"%s\" (known: pattern, pattern@<1..240 fps>)\n",
+                 "platform model: VI device %d: unknown sensor source \"%s\" (known: pattern, file:<path>, "
+                 "camera, camera:<device>, each with an optional @<1..240 fps>)\n",
                  dev, source.c_str());
     return false;
 }
@@ -105,6 +131,7 @@ static void sensorThread(hi_vi_pipe pipe, VxWorker *worker)
 
         const hi_u32 n = p.frameNo++;
         const hi_u64 pts = vxNow(s);
+        const std::shared_ptr<VxSensorSource> sensor = s.viDev[p.dev].sensor;
         std::vector<Job> jobs;
         for (hi_vi_chn c = 0; c < HI_VI_MAX_CHN_NUM; ++c) {
             VxViChn &chn = p.chn[c];
@@ -123,8 +150,15 @@ static void sensorThread(hi_vi_pipe pipe, VxWorker *worker)
             jobs.push_back(job);
         }
         lock.unlock();
-        for (const Job &job : jobs)
-            vxDrawPattern(vxPictureOf(job.frame.info.video_frame, job.data), n, job.mirror, job.flip);
+        if (sensor) // the sensor moves on whether or not a channel takes the frame
+            sensor->advance();
+        for (const Job &job : jobs) {
+            const VxPicture pic = vxPictureOf(job.frame.info.video_frame, job.data);
+            if (sensor)
+                sensor->draw(job.chn, pic, job.mirror, job.flip);
+            else
+                vxDrawPattern(pic, n, job.mirror, job.flip);
+        }
         lock.lock();
         for (const Job &job : jobs) {
             VxViChn &chn = p.chn[job.chn];
@@ -169,19 +203,29 @@ hi_s32 hi_mpi_vi_enable_dev(hi_vi_dev vi_dev)
     VX_CALL(vxStatus, "%d", vi_dev);
     if (!validDev(vi_dev))
         return HI_ERR_VI_INVALID_DEV_ID;
-    VxViDev &dev = s.viDev[vi_dev];
-    if (!dev.attrSet)
+    if (!s.viDev[vi_dev].attrSet)
         return HI_ERR_VI_NOT_CFG;
     // The sensor behind the device: the model's control, else the
     // environment (VEXA_TWIN_VI<dev>), else the test pattern.
-    std::string chosen = dev.source;
+    std::string chosen = s.viDev[vi_dev].source;
     if (chosen.empty()) {
         const std::string name = "VEXA_TWIN_VI" + std::to_string(vi_dev);
         const char *env = std::getenv(name.c_str());
         chosen = env && *env ? env : "pattern";
     }
-    if (!parseSource(vi_dev, chosen, &dev.fps))
+    // Opening a file or a camera can take a while: the model's other
+    // threads go on meanwhile. A running pipe keeps the sensor it took
+    // until its next frame.
+    std::shared_ptr<VxSensorSource> sensor;
+    int fps = 30;
+    vxLock.unlock();
+    const bool opened = openSource(vi_dev, chosen, &sensor, &fps);
+    vxLock.lock();
+    if (!opened)
         return HI_ERR_VI_NOT_SUPPORT;
+    VxViDev &dev = s.viDev[vi_dev];
+    dev.sensor = std::move(sensor);
+    dev.fps = fps;
     dev.enabled = true;
     return HI_SUCCESS;
 }
@@ -196,6 +240,7 @@ hi_s32 hi_mpi_vi_disable_dev(hi_vi_dev vi_dev)
             return HI_ERR_VI_NOT_PERM; // its pipes stop first
     }
     s.viDev[vi_dev].enabled = false;
+    s.viDev[vi_dev].sensor.reset();
     return HI_SUCCESS;
 }
 
@@ -280,11 +325,8 @@ hi_s32 hi_mpi_vi_start_pipe(hi_vi_pipe vi_pipe)
         return status;
     if (p->dev < 0 || !s.viDev[p->dev].enabled)
         return HI_ERR_VI_NOT_PERM; // no enabled device feeds the pipe
-    if (!p->started) {
-        p->started = true;
-        p->worker.reset(new VxWorker);
-        p->worker->thread = std::thread(sensorThread, vi_pipe, p->worker.get());
-    }
+    p->started = true;
+    p->stage.start(sensorThread, vi_pipe);
     return HI_SUCCESS;
 }
 
@@ -296,7 +338,7 @@ hi_s32 hi_mpi_vi_stop_pipe(hi_vi_pipe vi_pipe)
     if (!p)
         return status;
     p->started = false;
-    vxStopWorker(vxLock, s.viPipe[vi_pipe].worker);
+    p->stage.stop(s, vxLock);
     return HI_SUCCESS;
 }
 

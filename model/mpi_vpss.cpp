@@ -113,18 +113,16 @@ static void groupThread(hi_vpss_grp grp, VxWorker *worker)
         unsigned char *data;
         hi_aspect_ratio aspect;
         bool mirror, flip;
+        int turn; // quarter turns clockwise: 1 or 3 (a half turn is a mirror and a flip)
     };
     VxScaler scalers[HI_VPSS_MAX_PHYS_CHN_NUM];
+    // The picture of a turned channel before its turn.
+    VxBytes unturned[HI_VPSS_MAX_PHYS_CHN_NUM];
     std::unique_lock<std::mutex> lock(vxModel().mutex);
     VxState &s = vxModel().s;
     VxVpssGrp &g = s.vpss[grp];
-    for (;;) {
-        vxModel().changed.wait(lock, [worker, &g] { return worker->stop || (!g.paused && !g.input.frames.empty()); });
-        if (worker->stop)
-            break;
-        const VxFrameRef in = g.input.frames.front();
-        g.input.frames.pop_front();
-        vxModel().changed.notify_all(); // room for a waiting sender
+    VxFrameRef in;
+    while (g.stage.next(lock, worker, [&g] { return !g.paused; }, &in)) {
         if (!g.rate.pass(g.attr.frame_rate)) {
             vxUnref(s, in.blk);
             continue;
@@ -139,16 +137,23 @@ static void groupThread(hi_vpss_grp grp, VxWorker *worker)
             if (!chn.enabled || !chn.rate.pass(chn.attr.frame_rate))
                 continue;
             bool mirror = chn.attr.mirror_en == HI_TRUE, flip = chn.attr.flip_en == HI_TRUE;
-            // A half turn is a mirror and a flip.
-            if (vxInt(chn.rotation.enable) == HI_TRUE && vxInt(chn.rotation.rotation_type) == HI_ROTATION_ANG_FIXED
-                && vxInt(chn.rotation.rotation_fixed) == HI_ROTATION_180) {
+            const int format = vxInt(chn.attr.pixel_format);
+            int turn = 0;
+            if (vxInt(chn.rotation.enable) == HI_TRUE && vxInt(chn.rotation.rotation_type) == HI_ROTATION_ANG_FIXED)
+                turn = vxInt(chn.rotation.rotation_fixed);
+            if (turn == HI_ROTATION_180) { // a half turn is a mirror and a flip
                 mirror = !mirror;
                 flip = !flip;
+                turn = 0;
+            } else if (turn != HI_ROTATION_90 && turn != HI_ROTATION_270) {
+                turn = 0;
+            } else if (format == HI_PIXEL_FORMAT_YUV_SEMIPLANAR_422 || format == HI_PIXEL_FORMAT_YVU_SEMIPLANAR_422) {
+                turn = 0; // quarter turns of 4:2:2 are not modelled
             }
-            Job job{c, VxFrameRef(), nullptr, nullptr, chn.attr.aspect_ratio, mirror, flip};
-            if (!vxCanProcess(vxInt(chn.attr.pixel_format))
-                || !vxNewFrame(s, chn.attr.width, chn.attr.height, vxInt(chn.attr.pixel_format), HI_ID_VPSS,
-                               &job.frame)) {
+            // A quarter turn swaps the output's width and height, as the board does.
+            const hi_u32 w = turn ? chn.attr.height : chn.attr.width, h = turn ? chn.attr.width : chn.attr.height;
+            Job job{c, VxFrameRef(), nullptr, nullptr, chn.attr.aspect_ratio, mirror, flip, turn};
+            if (!vxCanProcess(format) || !vxNewFrame(s, w, h, format, HI_ID_VPSS, &job.frame)) {
                 ++chn.vbFail;
                 continue;
             }
@@ -159,9 +164,23 @@ static void groupThread(hi_vpss_grp grp, VxWorker *worker)
         }
         lock.unlock();
         const VxPicture srcPic = vxPictureOf(src, inData);
-        for (const Job &job : jobs)
-            vxProcess(scalers[job.chn], srcPic, crop, vxPictureOf(job.frame.info.video_frame, job.data), job.aspect,
-                      job.mirror, job.flip);
+        for (const Job &job : jobs) {
+            const VxPicture out = vxPictureOf(job.frame.info.video_frame, job.data);
+            if (!job.turn) {
+                vxProcess(scalers[job.chn], srcPic, crop, out, job.aspect, job.mirror, job.flip);
+                continue;
+            }
+            VxPicture flat = out;
+            flat.width = out.height;
+            flat.height = out.width;
+            flat.stride[0] = flat.stride[1] = vxStride(flat.width);
+            VxBytes &scratch = unturned[job.chn];
+            scratch.resize(vxFrameBytes(flat.width, flat.height, flat.format));
+            flat.plane[0] = scratch.data();
+            flat.plane[1] = out.plane[1] ? scratch.data() + static_cast<size_t>(flat.stride[0]) * flat.height : nullptr;
+            vxProcess(scalers[job.chn], srcPic, crop, flat, job.aspect, job.mirror, job.flip);
+            vxQuarterTurn(flat, out, job.turn == HI_ROTATION_90);
+        }
         lock.lock();
         for (const Job &job : jobs) {
             VxVpssChn &chn = g.chn[job.chn];
@@ -237,7 +256,7 @@ hi_s32 hi_mpi_vpss_destroy_grp(hi_vpss_grp grp)
         if (g.started)
             return HI_ERR_VPSS_NOT_PERM;
         // Frames still queued or held by the user go back to their pools.
-        vxUnrefAll(s, g.input.frames);
+        vxUnrefAll(s, g.stage.input.frames);
         for (VxVpssChn &chn : g.chn) {
             vxUnrefAll(s, chn.user.frames);
             vxUnrefAll(s, chn.held);
@@ -252,11 +271,8 @@ hi_s32 hi_mpi_vpss_start_grp(hi_vpss_grp grp)
 {
     VX_CALL(vxStatus, "%d", grp);
     return onGroup(s, grp, [grp](VxVpssGrp &g) -> hi_s32 {
-        if (!g.started) {
-            g.started = true;
-            g.worker.reset(new VxWorker);
-            g.worker->thread = std::thread(groupThread, grp, g.worker.get());
-        }
+        g.started = true;
+        g.stage.start(groupThread, grp);
         return HI_SUCCESS;
     });
 }
@@ -269,9 +285,8 @@ hi_s32 hi_mpi_vpss_stop_grp(hi_vpss_grp grp)
     if (!g)
         return status;
     g->started = false;
-    vxStopWorker(vxLock, g->worker);
     // What waited at the input is not processed any more.
-    vxUnrefAll(s, s.vpss[grp].input.frames);
+    g->stage.stop(s, vxLock);
     vxModel().changed.notify_all();
     return HI_SUCCESS;
 }
@@ -452,7 +467,7 @@ hi_s32 hi_mpi_vpss_send_frame(hi_vpss_grp grp, const hi_video_frame_info *frame_
         return HI_ERR_VPSS_ILLEGAL_PARAM;
     auto room = [&s, grp] {
         const VxVpssGrp &now = s.vpss[grp];
-        return !now.started || now.input.frames.size() < 4;
+        return !now.started || !now.stage.full();
     };
     if (!vxWait(vxLock, milli_sec, room))
         return HI_ERR_VPSS_BUSY;
@@ -466,8 +481,7 @@ hi_s32 hi_mpi_vpss_send_frame(hi_vpss_grp grp, const hi_video_frame_info *frame_
     VxFrameRef frame;
     frame.info = *frame_info;
     frame.blk = blk;
-    g->input.frames.push_back(frame);
-    vxModel().changed.notify_all();
+    g->stage.push(frame);
     return HI_SUCCESS;
 }
 

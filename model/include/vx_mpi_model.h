@@ -70,10 +70,13 @@ int vx_model_mmz_count();
 
 /**
  * Picks the picture source of the virtual sensor behind VI device @p dev,
- * read when the device is enabled: "pattern" (the default) or
- * "pattern@<fps>" (1 to 240 frames per second; 30 without). Without a
- * choice here the environment variable VEXA_TWIN_VI<dev> (VEXA_TWIN_VI0...)
- * is read. An unknown source makes hi_mpi_vi_enable_dev fail with
+ * read when the device is enabled: "pattern" (the default), a media file
+ * decoded and looped ("file:<path>") or a V4L2 camera ("camera" for
+ * /dev/video0, "camera:<device>"), each optionally followed by "@<fps>"
+ * (1 to 240 frames per second; without it 30, or a file's own rate).
+ * Without a choice here the environment variable VEXA_TWIN_VI<dev>
+ * (VEXA_TWIN_VI0...) is read. An unknown source, or a file or camera that
+ * cannot be opened, makes hi_mpi_vi_enable_dev fail with
  * HI_ERR_VI_NOT_SUPPORT after a message on stderr. A null or empty
  * @p source goes back to the default.
  *
@@ -92,6 +95,15 @@ void vx_model_vi_source(hi_vi_dev dev, const char *source);
  * channel) since the last reset.
  */
 unsigned long long vx_model_bind_drops(const hi_mpp_chn *dst);
+
+/**
+ * Whole-frame pixel copies the model made to carry a frame from one stage
+ * to the next (bindings, queues, an encoder's input) since the last reset.
+ * Frames move by block handle, and H.264 channels encode straight from the
+ * block when it is semi-planar with V first; H.265 and JPEG channels copy
+ * each picture into their encoder's planar layout.
+ */
+unsigned long long vx_model_frame_copies();
 
 /**
  * Holds (@p paused true) or lets go the thread of VPSS group @p grp: a held

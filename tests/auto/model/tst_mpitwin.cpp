@@ -4,6 +4,8 @@
 #include "hi_mpi_vb.h"
 #include "hi_mpi_vi.h"
 #include "hi_mpi_vpss.h"
+#include "mediaprobe.h"
+#include "modeltest.h"
 #include "vx_mpi_model.h"
 
 // Frames through the platform model, checked by what is in them: the test
@@ -12,34 +14,7 @@
 static const hi_u32 kW = 192, kH = 128;
 static const hi_s32 kWait = 5000; // a bound on a call that must succeed
 
-// Reads the frame number from the pattern's strip, -1 when no strip is
-// there; @p mirrored and @p flipped say how the picture was turned.
-static int frameNumber(const hi_video_frame &f, bool mirrored = false, bool flipped = false)
-{
-    const auto *y = static_cast<const unsigned char *>(hi_mpi_sys_mmap(f.phys_addr[0], f.stride[0] * f.height));
-    if (!y)
-        return -1;
-    const hi_u32 row = flipped ? f.height - 1 - f.height / 16 : f.height / 16;
-    int bits[18];
-    for (hi_u32 i = 0; i < 18; ++i) {
-        const hi_u32 x = (2 * i + 1) * f.width / 36;
-        bits[i] = y[row * f.stride[0] + (mirrored ? f.width - 1 - x : x)] > 128;
-    }
-    if (!bits[0] || bits[17])
-        return -1;
-    int n = 0;
-    for (int i = 1; i <= 16; ++i)
-        n = n * 2 + bits[i];
-    return n;
-}
-
-// The first chroma byte of the red bottom quarter (top quarter when flipped).
-static int redChroma(const hi_video_frame &f, bool flipped = false)
-{
-    const auto *c = static_cast<const unsigned char *>(hi_mpi_sys_mmap(f.phys_addr[1], f.stride[1] * f.height / 2));
-    const hi_u32 row = (flipped ? f.height / 8 : f.height * 7 / 8) / 2;
-    return c ? c[row * f.stride[1] + f.width / 2] : -1;
-}
+using namespace ModelTest;
 
 class tst_MpiTwin : public QObject
 {
@@ -50,38 +25,18 @@ class tst_MpiTwin : public QObject
     // VB with one common pool of @p count blocks that hold a kW x kH frame.
     void boot(hi_u32 count = 24)
     {
-        hi_vb_cfg cfg = {};
-        cfg.max_pool_cnt = 1;
         blkSize = 256 * kH * 2;
-        cfg.common_pool[0].blk_size = blkSize;
-        cfg.common_pool[0].blk_cnt = count;
-        QCOMPARE(vx_model_boot(&cfg), 0);
+        QCOMPARE(ModelTest::boot(blkSize, count), 0);
     }
 
     // Device 0 -> pipe 0 -> channel 0 at kW x kH, started.
     void startVi(bool mirror, bool flip, hi_pixel_format format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420, hi_u32 depth = 2)
     {
-        hi_vi_dev_attr dev = {};
-        dev.intf_mode = HI_VI_INTF_MODE_MIPI;
-        dev.in_size = {kW, kH};
-        hi_vi_pipe_attr pipe = {};
-        pipe.size = {kW, kH};
-        pipe.pixel_format = format;
-        pipe.frame_rate_ctrl = {-1, -1};
-        hi_vi_chn_attr chn = {};
-        chn.size = {kW, kH};
-        chn.pixel_format = format;
-        chn.mirror_en = mirror ? HI_TRUE : HI_FALSE;
-        chn.flip_en = flip ? HI_TRUE : HI_FALSE;
-        chn.depth = depth;
-        chn.frame_rate_ctrl = {-1, -1};
-        QCOMPARE(hi_mpi_vi_set_dev_attr(0, &dev), 0);
-        QCOMPARE(hi_mpi_vi_enable_dev(0), 0);
-        QCOMPARE(hi_mpi_vi_bind(0, 0), 0);
-        QCOMPARE(hi_mpi_vi_create_pipe(0, &pipe), 0);
-        QCOMPARE(hi_mpi_vi_set_chn_attr(0, 0, &chn), 0);
-        QCOMPARE(hi_mpi_vi_enable_chn(0, 0), 0);
-        QCOMPARE(hi_mpi_vi_start_pipe(0), 0);
+        ViAttrs a = viAttrs(kW, kH, format);
+        a.chn.mirror_en = mirror ? HI_TRUE : HI_FALSE;
+        a.chn.flip_en = flip ? HI_TRUE : HI_FALSE;
+        a.chn.depth = depth;
+        QCOMPARE(ModelTest::startVi(a), 0);
     }
 
     void stopVi()
@@ -259,11 +214,15 @@ private slots:
         QCOMPARE(hi_mpi_vpss_send_frame(1, &info, 0), HI_ERR_VPSS_ILLEGAL_PARAM);
         QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
         QCOMPARE(hi_mpi_vi_get_chn_frame(0, 0, &info, 0), HI_ERR_VI_NOT_CFG);
-        vx_model_vi_source(0, "camera");
         hi_vi_dev_attr dev = {};
         dev.in_size = {kW, kH};
         QCOMPARE(hi_mpi_vi_set_dev_attr(0, &dev), 0);
-        QCOMPARE(hi_mpi_vi_enable_dev(0), HI_ERR_VI_NOT_SUPPORT);
+        // Sources that are unknown or cannot be opened: refused when the device is enabled.
+        for (const char *bad : {"sensor", "pattern@0", "pattern@x", "file:", "file:/no/such/file.mkv@25",
+                                "camera:/dev/no-such-camera"}) {
+            vx_model_vi_source(0, bad);
+            QVERIFY2(hi_mpi_vi_enable_dev(0) == HI_ERR_VI_NOT_SUPPORT, bad);
+        }
         vx_model_clear_calls();
         vx_model_fail("hi_mpi_vpss_get_chn_frame", HI_ERR_VPSS_BUSY);
         QCOMPARE(hi_mpi_vpss_get_chn_frame(1, 0, &info, -1), HI_ERR_VPSS_BUSY);
@@ -277,14 +236,8 @@ private slots:
         boot(4);
         startVpss(1, 96, 64, false);
         const hi_vb_blk blk = hi_mpi_vb_get_blk(HI_VB_INVALID_POOL_ID, kW * kH * 3 / 2, nullptr);
-        hi_video_frame_info in = {};
+        hi_video_frame_info in = frameIn(blk, kW, kH);
         hi_video_frame &f = in.video_frame;
-        f.width = kW;
-        f.height = kH;
-        f.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        f.stride[0] = f.stride[1] = kW;
-        f.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
-        f.phys_addr[1] = f.phys_addr[0] + kW * kH;
         auto *y = static_cast<unsigned char *>(hi_mpi_sys_mmap(f.phys_addr[0], kW * kH * 3 / 2));
         memset(y, 200, kW * kH);
         memset(y + kW * kH, 128, kW * kH / 2);
@@ -299,6 +252,146 @@ private slots:
         QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
         QCOMPARE(hi_mpi_vpss_release_chn_frame(1, 0, &out), 0);
         QCOMPARE(vx_model_vb_free_blocks(0), 4);
+    }
+
+    // A media file as the sensor: its pictures scaled to the channel,
+    // one per sensor period from its start again at its end, as ffmpeg
+    // decodes and scales them.
+    void fileSource()
+    {
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg makes the file");
+        QTemporaryDir dir;
+        const QString file = dir.filePath("in.mkv"), ref = dir.filePath("ref.nv21");
+        const int pictures = 5;
+        QString error;
+        QVERIFY2(MediaProbe::ffmpeg({"-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-frames:v",
+                                     QString::number(pictures), "-c:v", "ffv1", file},
+                                    &error),
+                 qPrintable(error));
+        QVERIFY(MediaProbe::ffmpeg({"-i", file, "-vf", QString("scale=%1:%2").arg(kW).arg(kH), "-f", "rawvideo",
+                                    "-pix_fmt", "nv21", ref}));
+        QFile refFile(ref);
+        QVERIFY(refFile.open(QIODevice::ReadOnly));
+        const QByteArray expected = refFile.readAll();
+        const int bytes = int(kW * kH * 3 / 2);
+        QCOMPARE(expected.size(), bytes * pictures);
+
+        boot();
+        vx_model_vi_source(0, qPrintable("file:" + file + "@50"));
+        startVi(false, false, HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420, 8);
+        hi_u64 lastPts = 0;
+        hi_u32 lastN = 0;
+        bool looped = false;
+        for (int i = 0; i < 3 * pictures && !looped; ++i) {
+            hi_video_frame_info info = {};
+            QCOMPARE(hi_mpi_vi_get_chn_frame(0, 0, &info, kWait), 0);
+            const hi_video_frame &f = info.video_frame;
+            const hi_u32 n = f.time_ref / 2;
+            QCOMPARE(f.width, kW);
+            QVERIFY(f.pts > lastPts && (i == 0 || n > lastN));
+            const double db = psnr(packed(f), expected.mid(int(n % pictures) * bytes, bytes));
+            QVERIFY2(db >= 35, qPrintable(QString("frame %1: %2 dB").arg(n).arg(db)));
+            looped = n >= hi_u32(pictures);
+            lastPts = f.pts;
+            lastN = n;
+            QCOMPARE(hi_mpi_vi_release_chn_frame(0, 0, &info), 0);
+        }
+        QVERIFY(looped);
+        stopVi();
+        QCOMPARE(vx_model_vb_free_blocks(0), 24);
+    }
+
+    // Fixed rotation: a quarter turn swaps the channel's width and height;
+    // the pattern's markers and red quarter land where the turn puts them.
+    void rotation_data()
+    {
+        QTest::addColumn<int>("angle");
+        QTest::addColumn<int>("turns"); // clockwise quarter turns
+        QTest::newRow("0") << int(HI_ROTATION_0) << 0;
+        QTest::newRow("90") << int(HI_ROTATION_90) << 1;
+        QTest::newRow("180") << int(HI_ROTATION_180) << 2;
+        QTest::newRow("270") << int(HI_ROTATION_270) << 3;
+    }
+    void rotation()
+    {
+        QFETCH(int, angle);
+        QFETCH(int, turns);
+        boot();
+        vx_model_vi_source(0, "pattern@100");
+        startVpss(1, 96, 64, false);
+        hi_rotation_attr rot = {};
+        rot.enable = HI_TRUE;
+        rot.rotation_type = HI_ROTATION_ANG_FIXED;
+        rot.rotation_fixed = hi_rotation(angle);
+        QCOMPARE(hi_mpi_vpss_set_chn_rotation(1, 0, &rot), 0);
+        const hi_mpp_chn vi = {HI_ID_VI, 0, 0}, g1 = {HI_ID_VPSS, 1, 0};
+        QCOMPARE(hi_mpi_sys_bind(&vi, &g1), 0);
+        startVi(false, false);
+        hi_video_frame_info info = {};
+        QCOMPARE(hi_mpi_vpss_get_chn_frame(1, 0, &info, kWait), 0);
+        const hi_video_frame &f = info.video_frame;
+        QCOMPARE(f.width, turns % 2 ? 64u : 96u);
+        QCOMPARE(f.height, turns % 2 ? 96u : 64u);
+        // Where a point (x, y) of the unturned picture lies after the turn.
+        const auto turned = [turns](double x, double y) {
+            for (int i = 0; i < turns; ++i)
+                std::tie(x, y) = std::make_pair(1 - y, x);
+            return std::make_pair(x, y);
+        };
+        const auto white = turned(1 / 36.0, 1 / 16.0), black = turned(35 / 36.0, 1 / 16.0), red = turned(0.5, 7 / 8.0);
+        QVERIFY(lumaAt(f, white.first, white.second) > 200);
+        QVERIFY(lumaAt(f, black.first, black.second) < 40);
+        QVERIFY(qAbs(chromaAt(f, red.first, red.second) - 200) <= 4);
+        QCOMPARE(hi_mpi_vpss_get_chn_rotation(1, 0, &rot), 0);
+        QCOMPARE(int(rot.rotation_fixed), angle);
+        QCOMPARE(hi_mpi_vpss_release_chn_frame(1, 0, &info), 0);
+        stopVi();
+        QCOMPARE(hi_mpi_vpss_stop_grp(1), 0);
+        QCOMPARE(hi_mpi_vpss_destroy_grp(1), 0);
+        QCOMPARE(vx_model_vb_free_blocks(0), 24);
+    }
+
+    // A sensor frame scaled by VPSS against ffmpeg's scale of the same
+    // frame: the same picture within 35 dB.
+    void scalesLikeFfmpeg_data()
+    {
+        QTest::addColumn<int>("w");
+        QTest::addColumn<int>("h");
+        QTest::newRow("half") << 96 << 64;
+        QTest::newRow("uneven") << 136 << 88;
+        QTest::newRow("squeezed") << 64 << 112;
+    }
+    void scalesLikeFfmpeg()
+    {
+        QFETCH(int, w);
+        QFETCH(int, h);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg is the judge");
+        boot();
+        vx_model_vi_source(0, "pattern@100");
+        startVpss(1, hi_u32(w), hi_u32(h), false);
+        startVi(false, false);
+        hi_video_frame_info in = {}, out = {};
+        QCOMPARE(hi_mpi_vi_get_chn_frame(0, 0, &in, kWait), 0);
+        QCOMPARE(hi_mpi_vpss_send_frame(1, &in, kWait), 0);
+        QCOMPARE(hi_mpi_vpss_get_chn_frame(1, 0, &out, kWait), 0);
+        QTemporaryDir dir;
+        QFile src(dir.filePath("in.nv21")), ref(dir.filePath("ref.nv21"));
+        QVERIFY(src.open(QIODevice::WriteOnly));
+        src.write(packed(in.video_frame));
+        src.close();
+        QString error;
+        QVERIFY2(MediaProbe::ffmpeg({"-f", "rawvideo", "-pix_fmt", "nv21", "-s", QString("%1x%2").arg(kW).arg(kH), "-i",
+                                     src.fileName(), "-vf", QString("scale=%1:%2").arg(w).arg(h), "-f", "rawvideo",
+                                     "-pix_fmt", "nv21", ref.fileName()},
+                                    &error),
+                 qPrintable(error));
+        QVERIFY(ref.open(QIODevice::ReadOnly));
+        const double db = psnr(packed(out.video_frame), ref.readAll());
+        QVERIFY2(db >= 35, qPrintable(QString::number(db)));
+        QCOMPARE(hi_mpi_vpss_release_chn_frame(1, 0, &out), 0);
+        QCOMPARE(hi_mpi_vi_release_chn_frame(0, 0, &in), 0);
     }
 };
 

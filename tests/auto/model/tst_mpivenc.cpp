@@ -8,6 +8,7 @@
 #include "hi_mpi_vi.h"
 #include "hi_mpi_vpss.h"
 #include "mediaprobe.h"
+#include "modeltest.h"
 #include "vexatest.h"
 #include "vx_mpi.h"
 #include "vx_mpi_model.h"
@@ -102,31 +103,10 @@ class tst_MpiVenc : public QObject
 
     void bootAndCapture()
     {
-        hi_vb_cfg cfg = {};
-        cfg.max_pool_cnt = 1;
-        cfg.common_pool[0].blk_size = kW * kH * 3 / 2;
-        cfg.common_pool[0].blk_cnt = 32;
-        QCOMPARE(vx_model_boot(&cfg), 0);
+        QCOMPARE(ModelTest::boot(kW * kH * 3 / 2, 32), 0);
         freeAtStart = vx_model_vb_free_blocks(0);
         vx_model_vi_source(0, "pattern@25");
-
-        hi_vi_dev_attr dev = {};
-        dev.intf_mode = HI_VI_INTF_MODE_MIPI;
-        dev.in_size = {kW, kH};
-        hi_vi_pipe_attr pipe = {};
-        pipe.size = {kW, kH};
-        pipe.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        pipe.frame_rate_ctrl = {-1, -1};
-        hi_vi_chn_attr chn = {};
-        chn.size = {kW, kH};
-        chn.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        chn.frame_rate_ctrl = {-1, -1};
-        QCOMPARE(hi_mpi_vi_set_dev_attr(0, &dev), 0);
-        QCOMPARE(hi_mpi_vi_enable_dev(0), 0);
-        QCOMPARE(hi_mpi_vi_bind(0, 0), 0);
-        QCOMPARE(hi_mpi_vi_create_pipe(0, &pipe), 0);
-        QCOMPARE(hi_mpi_vi_set_chn_attr(0, 0, &chn), 0);
-        QCOMPARE(hi_mpi_vi_enable_chn(0, 0), 0);
+        QCOMPARE(ModelTest::startVi(ModelTest::viAttrs(kW, kH), false), 0);
 
         hi_vpss_grp_attr grp = {};
         grp.max_width = kW;
@@ -318,10 +298,11 @@ private slots:
         QTest::addColumn<int>("mode");
         QTest::addColumn<bool>("allKey");   // every picture a key picture
         QTest::addColumn<int>("firstPack"); // of a key picture
+        QTest::addColumn<bool>("copied");   // each picture copied into the encoder's layout
         QTest::newRow("h264") << int(HI_PT_H264) << int(HI_VENC_RC_MODE_H264_FIXQP) << false
-                              << int(HI_VENC_H264_NALU_SPS);
+                              << int(HI_VENC_H264_NALU_SPS) << false;
         QTest::newRow("mjpeg") << int(HI_PT_MJPEG) << int(HI_VENC_RC_MODE_MJPEG_FIXQP) << true
-                               << int(HI_VENC_JPEG_PACK_PIC);
+                               << int(HI_VENC_JPEG_PACK_PIC) << true;
     }
     void sentFrames()
     {
@@ -329,6 +310,7 @@ private slots:
         QFETCH(int, mode);
         QFETCH(bool, allKey);
         QFETCH(int, firstPack);
+        QFETCH(bool, copied);
         vx_model_reset();
         QCOMPARE(vx_model_boot(), 0);
         const hi_u32 w = 64, h = 48;
@@ -344,13 +326,7 @@ private slots:
 
         const hi_vb_blk blk = hi_mpi_vb_get_blk(0, w * h * 3 / 2, nullptr);
         QVERIFY(blk != HI_VB_INVALID_HANDLE);
-        hi_video_frame_info frame = {};
-        frame.video_frame.width = w;
-        frame.video_frame.height = h;
-        frame.video_frame.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-        frame.video_frame.stride[0] = frame.video_frame.stride[1] = w;
-        frame.video_frame.phys_addr[0] = hi_mpi_vb_handle_to_phys_addr(blk);
-        frame.video_frame.phys_addr[1] = frame.video_frame.phys_addr[0] + w * h;
+        hi_video_frame_info frame = ModelTest::frameIn(blk, w, h);
         memset(hi_mpi_sys_mmap(frame.video_frame.phys_addr[0], w * h * 3 / 2), 128, w * h * 3 / 2);
 
         QCOMPARE(hi_mpi_venc_send_frame(2, &frame, 0), HI_ERR_VENC_NOT_PERM); // not receiving
@@ -370,6 +346,7 @@ private slots:
             stream.pack_cnt = 8;
         }
         QCOMPARE(keys, QList<bool>({true, allKey, allKey}));
+        QCOMPARE(vx_model_frame_copies(), copied ? 3ull : 0ull);
         QCOMPARE(hi_mpi_venc_release_stream(2, &stream), HI_ERR_VENC_ILLEGAL_PARAM); // released already
 
         // Empty: at once with 0, after the timeout with a positive wait.
@@ -408,6 +385,114 @@ private slots:
         QCOMPARE(hi_mpi_venc_destroy_chn(2), 0);
         QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
         QCOMPARE(vx_model_vb_free_blocks(0), 8);
+    }
+
+    // CBR at a realistic rate on a picture that can use it (ffmpeg's test
+    // picture under moving noise), the frames sent one by one: the rate
+    // after the first GOP (where the encoder's buffer starts full) holds.
+    void cbrRate_data()
+    {
+        QTest::addColumn<int>("payload");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("kbps");
+        QTest::newRow("h264 2 Mb/s") << int(HI_PT_H264) << int(HI_VENC_RC_MODE_H264_CBR) << 2000;
+        QTest::newRow("h265 1 Mb/s") << int(HI_PT_H265) << int(HI_VENC_RC_MODE_H265_CBR) << 1000;
+    }
+    void cbrRate()
+    {
+        QFETCH(int, payload);
+        QFETCH(int, mode);
+        QFETCH(int, kbps);
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg makes the pictures");
+        const int frames = 3 * kFps, bytes = int(kW * kH * 3 / 2);
+        QTemporaryDir dir;
+        const QString raw = dir.filePath("in.nv21");
+        QVERIFY(MediaProbe::ffmpeg({"-f", "lavfi", "-i", QString("testsrc2=size=%1x%2:rate=%3").arg(kW).arg(kH).arg(kFps),
+                                    "-vf", "noise=alls=20:allf=t", "-frames:v", QString::number(frames), "-f",
+                                    "rawvideo", "-pix_fmt", "nv21", raw}));
+        QFile file(raw);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        vx_model_reset();
+        QCOMPARE(ModelTest::boot(hi_u32(bytes), 2), 0);
+        hi_venc_chn_attr attr = encoderAttr(hi_payload_type(payload), kW, kH, hi_venc_rc_mode(mode), kFps);
+        attr.rc_attr.h264_cbr.bit_rate = hi_u32(kbps);
+        QCOMPARE(hi_mpi_venc_create_chn(4, &attr), 0);
+        QCOMPARE(vx_mpi_venc_start_chn(4), 0);
+        const hi_vb_blk blk = hi_mpi_vb_get_blk(0, hi_u64(bytes), nullptr);
+        hi_video_frame_info frame = ModelTest::frameIn(blk, kW, kH);
+        hi_video_frame &f = frame.video_frame;
+        char *block = static_cast<char *>(hi_mpi_sys_mmap(f.phys_addr[0], hi_u32(bytes)));
+        qint64 after = 0; // bytes after the first GOP
+        for (int i = 0; i < frames; ++i) {
+            QCOMPARE(file.read(block, bytes), qint64(bytes));
+            f.pts = hi_u64(i) * 1000000 / kFps;
+            QCOMPARE(hi_mpi_venc_send_frame(4, &frame, 5000), 0);
+            hi_venc_pack packs[16];
+            hi_venc_stream stream = {};
+            stream.pack = packs;
+            stream.pack_cnt = 16;
+            QCOMPARE(hi_mpi_venc_get_stream(4, &stream, 10000), 0);
+            for (hi_u32 p = 0; p < stream.pack_cnt && i >= int(kFps); ++p)
+                after += packs[p].len - packs[p].offset;
+            QCOMPARE(hi_mpi_venc_release_stream(4, &stream), 0);
+        }
+        const double rate = after * 8.0 / 1000 / (double(frames - kFps) / kFps);
+        QVERIFY2(qAbs(rate - kbps) <= 0.15 * kbps, qPrintable(QString("%1 kb/s").arg(rate)));
+        QCOMPARE(hi_mpi_venc_stop_chn(4), 0);
+        QCOMPARE(hi_mpi_venc_destroy_chn(4), 0);
+        QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
+    }
+
+    // A stream the user still holds keeps its bytes when its channel is
+    // destroyed or reset, and is released once, by the same record.
+    void heldStreamOutlivesChannel_data()
+    {
+        QTest::addColumn<bool>("destroy");
+        QTest::newRow("destroy") << true;
+        QTest::newRow("reset") << false;
+    }
+    void heldStreamOutlivesChannel()
+    {
+        QFETCH(bool, destroy);
+        vx_model_reset();
+        QCOMPARE(vx_model_boot(), 0);
+        const hi_u32 w = 64, h = 48;
+        hi_venc_chn_attr attr = encoderAttr(HI_PT_H264, w, h, HI_VENC_RC_MODE_H264_FIXQP, 10);
+        QCOMPARE(hi_mpi_venc_create_chn(3, &attr), 0);
+        const hi_vb_blk blk = hi_mpi_vb_get_blk(0, w * h * 3 / 2, nullptr);
+        hi_video_frame_info frame = ModelTest::frameIn(blk, w, h);
+        memset(hi_mpi_sys_mmap(frame.video_frame.phys_addr[0], w * h * 3 / 2), 90, w * h * 3 / 2);
+        QCOMPARE(vx_mpi_venc_start_chn(3), 0);
+        hi_venc_pack packs[2][8];
+        hi_venc_stream held[2] = {};
+        for (int i = 0; i < 2; ++i) {
+            QCOMPARE(hi_mpi_venc_send_frame(3, &frame, 1000), 0);
+            held[i].pack = packs[i];
+            held[i].pack_cnt = 8;
+            QCOMPARE(hi_mpi_venc_get_stream(3, &held[i], 5000), 0);
+        }
+        const QByteArray before(reinterpret_cast<const char *>(packs[0][0].addr), int(packs[0][0].len));
+        QCOMPARE(hi_mpi_venc_stop_chn(3), 0);
+        QCOMPARE(destroy ? hi_mpi_venc_destroy_chn(3) : hi_mpi_venc_reset_chn(3), 0);
+        if (!destroy) { // the channel goes on in a buffer of its own
+            QCOMPARE(vx_mpi_venc_start_chn(3), 0);
+            QCOMPARE(hi_mpi_venc_send_frame(3, &frame, 1000), 0);
+            hi_venc_pack fresh[8];
+            hi_venc_stream stream = {};
+            stream.pack = fresh;
+            stream.pack_cnt = 8;
+            QCOMPARE(hi_mpi_venc_get_stream(3, &stream, 5000), 0);
+            QCOMPARE(stream.seq, held[0].seq); // numbering starts again
+            QCOMPARE(hi_mpi_venc_release_stream(3, &stream), 0);
+            QCOMPARE(hi_mpi_venc_stop_chn(3), 0);
+        }
+        QCOMPARE(QByteArray(reinterpret_cast<const char *>(packs[0][0].addr), int(packs[0][0].len)), before);
+        for (int i = 0; i < 2; ++i)
+            QCOMPARE(hi_mpi_venc_release_stream(3, &held[i]), 0);
+        QCOMPARE(hi_mpi_venc_release_stream(3, &held[0]), destroy ? HI_ERR_VENC_UNEXIST : HI_ERR_VENC_ILLEGAL_PARAM);
+        QCOMPARE(hi_mpi_sys_mmap(packs[0][0].phys_addr, 4), nullptr); // the retired buffer is gone
+        QCOMPARE(hi_mpi_vb_release_blk(blk), 0);
     }
 };
 
