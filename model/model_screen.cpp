@@ -2,6 +2,7 @@
 
 #include "model_screen_p.h"
 
+#include <cerrno>
 #include <cstring>
 
 extern "C" {
