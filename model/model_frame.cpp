@@ -41,16 +41,17 @@ hi_u64 vxFrameBytes(hi_u32 width, hi_u32 height, int pixelFormat)
     }
 }
 
-bool vxNewFrame(VxState &s, hi_u32 width, hi_u32 height, int pixelFormat, hi_mod_id mod, VxFrameRef *out)
+bool vxNewFrame(VxState &s, hi_u32 width, hi_u32 height, int pixelFormat, hi_mod_id mod, VxFrameRef *out,
+                hi_vb_pool pool)
 {
     const hi_u64 bytes = vxFrameBytes(width, height, pixelFormat);
     if (!bytes)
         return false;
-    const hi_vb_blk blk = vxTakeBlock(s, bytes);
+    const hi_vb_blk blk = vxTakeBlock(s, bytes, pool);
     if (blk == HI_VB_INVALID_HANDLE)
         return false;
-    const hi_u32 pool = blk >> 16;
-    const hi_phys_addr_t phys = static_cast<hi_phys_addr_t>(s.pools[pool].base + (blk & 0xffff) * s.pools[pool].blkSize);
+    const hi_u32 from = blk >> 16;
+    const hi_phys_addr_t phys = static_cast<hi_phys_addr_t>(s.pools[from].base + (blk & 0xffff) * s.pools[from].blkSize);
     unsigned char *virt = nullptr;
     hi_u32 offset = 0;
     if (VxRegion *region = vxRegionAt(s, phys, bytes, &offset))
@@ -77,7 +78,7 @@ bool vxNewFrame(VxState &s, hi_u32 width, hi_u32 height, int pixelFormat, hi_mod
         f.phys_addr[1] = phys + luma;
         f.virt_addr[1] = virt + luma;
     }
-    out->info.pool_id = pool;
+    out->info.pool_id = from;
     out->info.mod_id = mod;
     return true;
 }
@@ -142,6 +143,8 @@ void vxDeliver(VxState &s, const hi_mpp_chn &src, const VxFrameRef &frame)
             s.vpss[dev].stage.offer(s, bind.first, frame);
         } else if (mod == HI_ID_VENC) {
             vxVencReceive(s, bind.first, frame);
+        } else if (mod == HI_ID_VO) {
+            vxVoReceive(s, bind.first, frame);
         }
     }
 }

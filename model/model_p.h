@@ -187,6 +187,8 @@ struct VxVdecChn {
     hi_u32 height = 0;
     hi_u64 latestPts = 0;
     bool busy = false;                // the thread is decoding a piece outside the lock
+    hi_vb_pool picPool = HI_VB_INVALID_POOL_ID; // attached pool for pictures (else the common pools)
+    int fd = -1;                      // eventfd counting pictures waiting in `user`
     std::unique_ptr<VxWorker> worker;
 };
 
@@ -201,6 +203,46 @@ struct VxVencRetired {
 };
 
 #define VX_VDEC_CHN_NUM 64
+
+// A VO channel: frames waiting for display (sent or bound) and the one on
+// the screen now.
+struct VxVoChn {
+    hi_vo_chn_attr attr{};
+    bool attrSet = false;
+    bool enabled = false;
+    std::deque<VxFrameRef> queue;
+    VxFrameRef shown;
+    bool showing = false;
+    bool filling = true;              // waiting for the queue to reach the layer's display depth
+};
+
+struct VxVoLayer {
+    bool attrSet = false;
+    bool enabled = false;
+    int dev = -1;                     // device named by hi_mpi_vo_bind_layer (-1: the layer's own)
+    std::vector<VxVoChn> chn = std::vector<VxVoChn>(HI_VO_MAX_CHN_NUM);
+};
+
+// A VO device: its interface timing and, while enabled, the thread that
+// composes its layers once per display period and writes the screen file.
+struct VxVoDev {
+    hi_vo_pub_attr pub{};
+    bool pubSet = false;
+    bool enabled = false;
+    std::string screen;               // where the screen goes (see vx_model_vo_screen)
+    bool screenSet = false;           // picked by vx_model_vo_screen, not the environment
+    hi_u64 shown = 0;                 // screens composed since enable
+    std::unique_ptr<VxWorker> worker;
+};
+
+// One operation of a TDE job, run when the job ends.
+struct VxTdeOp {
+    enum Kind { Blit, Copy, Resize, Fill } kind = Blit;
+    hi_tde_surface bg{}, fg{}, dst{};
+    hi_tde_rect bgRect{}, fgRect{}, dstRect{};
+    hi_tde_opt opt{};
+    hi_u32 fill = 0;
+};
 
 struct VxState {
     std::vector<std::string> calls;
@@ -240,9 +282,11 @@ struct VxState {
     hi_u32 vtth[HI_VO_MAX_DEV_NUM]{};
     hi_vo_bt_param bt[HI_VO_MAX_DEV_NUM]{};
     hi_vo_video_layer_attr layer[HI_VO_MAX_LAYER_NUM]{};
+    std::vector<VxVoDev> voDev = std::vector<VxVoDev>(HI_VO_MAX_DEV_NUM);
+    std::vector<VxVoLayer> voLayer = std::vector<VxVoLayer>(HI_VO_MAX_LAYER_NUM);
 
     bool tdeOpen = false;
-    std::set<hi_s32> tdeJobs;
+    std::map<hi_s32, std::vector<VxTdeOp>> tdeJobs;
     hi_s32 nextTdeJob = 1;
     bool haveBlit = false;
     vx_model_blit lastBlit{};
@@ -263,7 +307,8 @@ VxModel &vxModel();
 
 // Stops @p worker (under @p lock) and joins its thread with the lock let go.
 void vxStopWorker(std::unique_lock<std::mutex> &lock, std::unique_ptr<VxWorker> &worker);
-// Stops every worker of the model (VI pipes, VPSS groups, encoders, decoders).
+// Stops every worker of the model (VI pipes, VPSS groups, encoders,
+// decoders, VO devices).
 void vxStopAllWorkers(std::unique_lock<std::mutex> &lock);
 
 // The int an enum field of a caller's record holds. Callers may store any
@@ -321,9 +366,12 @@ hi_u64 vxFrameBytes(hi_u32 width, hi_u32 height, int pixelFormat);
 // Takes a block from the common pools and fills @p out as the platform
 // fills a frame it produced: addresses, strides, pool and module id. The
 // caller fills pts and time_ref. False when no pool has a free block.
-bool vxNewFrame(VxState &s, hi_u32 width, hi_u32 height, int pixelFormat, hi_mod_id mod, VxFrameRef *out);
-// A free block of @p size bytes from the common pools (holder count 1).
-hi_vb_blk vxTakeBlock(VxState &s, hi_u64 size);
+// A valid @p pool takes the block from that pool instead.
+bool vxNewFrame(VxState &s, hi_u32 width, hi_u32 height, int pixelFormat, hi_mod_id mod, VxFrameRef *out,
+                hi_vb_pool pool = HI_VB_INVALID_POOL_ID);
+// A free block of @p size bytes from the common pools, or from @p pool when
+// that is valid (holder count 1).
+hi_vb_blk vxTakeBlock(VxState &s, hi_u64 size, hi_vb_pool pool = HI_VB_INVALID_POOL_ID);
 // The block holding physical address @p phys, or HI_VB_INVALID_HANDLE.
 hi_vb_blk vxBlockAt(const VxState &s, hi_phys_addr_t phys);
 // One more holder for a block; one holder fewer (the block is free at 0).
@@ -371,6 +419,21 @@ void vxVencCloseAll(VxState &s);
 // Counts one whole-frame copy between stages (vx_model_frame_copies); safe
 // outside the model's lock.
 void vxCountFrameCopy();
+
+// --- VDEC (mpi_vdec.cpp) ---
+
+// Closes the event descriptors of every decoder channel.
+void vxVdecCloseAll(VxState &s);
+
+// --- VO (mpi_vo.cpp) ---
+
+// A frame from a binding for VO channel (layer std::get<1>, channel
+// std::get<2>) of @p receiver: queued for display, or counted as lost when
+// the channel's queue is full. Ignored when the channel is not enabled.
+void vxVoReceive(VxState &s, const std::tuple<int, int, int> &receiver, const VxFrameRef &frame);
+// True when the VO channel of @p receiver would take a frame now (or drops
+// it anyway because it is not enabled).
+bool vxVoHasRoom(const VxState &s, const std::tuple<int, int, int> &receiver);
 
 // Formats the arguments of a logged call (printf rules).
 std::string vxArgs(const char *fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -129,6 +129,12 @@ void vxStopAllWorkers(std::unique_lock<std::mutex> &lock)
                 again = true;
             }
         }
+        for (size_t i = 0; i < s.voDev.size(); ++i) {
+            if (s.voDev[i].worker) {
+                vxStopWorker(lock, s.voDev[i].worker);
+                again = true;
+            }
+        }
     }
 }
 
@@ -149,6 +155,7 @@ void vx_model_reset()
     std::unique_lock<std::mutex> lock(vxModel().mutex);
     vxStopAllWorkers(lock);
     vxVencCloseAll(vxModel().s);
+    vxVdecCloseAll(vxModel().s);
     vxModel().s = VxState();
     frameCopies = 0;
 }

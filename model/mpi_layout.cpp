@@ -48,6 +48,11 @@ static_assert(sizeof(hi_vdec_mod_param) == 44, "vdec mod param");
 static_assert(sizeof(hi_vo_bt_param) == 12 && sizeof(hi_vo_video_layer_attr) == 56
                   && offsetof(hi_vo_video_layer_attr, display_buf_len) == 44,
               "vo records");
+static_assert(sizeof(hi_vo_sync_info) == 48 && offsetof(hi_vo_sync_info, vact) == 10
+                  && offsetof(hi_vo_sync_info, idv) == 36 && sizeof(hi_vo_pub_attr) == 60
+                  && offsetof(hi_vo_pub_attr, sync_info) == 12 && sizeof(hi_vo_chn_attr) == 24
+                  && offsetof(hi_vo_chn_attr, deflicker_en) == 20,
+              "vo device and channel records");
 static_assert(sizeof(hi_tde_surface) == 60 && offsetof(hi_tde_surface, cbcr_phys_addr) == 40, "tde surface");
 static_assert(sizeof(hi_tde_opt) == 168 && offsetof(hi_tde_opt, blend_opt) == 100
                   && offsetof(hi_tde_opt, is_compress) == 160,
@@ -70,6 +75,9 @@ static_assert(sizeof(hi_vdec_chn_param) == 40 && offsetof(hi_vdec_chn_param, vid
 static_assert(sizeof(hi_vdec_supplement_info) == 8, "vdec supplement info");
 static_assert(!kU64Aligned8 || (sizeof(hi_vdec_stream) == 40 && offsetof(hi_vdec_stream, addr) == 36), "vdec stream");
 static_assert(sizeof(hi_tde_double_src) == 24, "tde double source");
+static_assert(sizeof(hi_tde_single_src) == 16 && offsetof(hi_tde_single_src, src_rect) == 8
+                  && sizeof(hi_tde_none_src) == 8,
+              "tde single and no source");
 static_assert(!kU64Aligned8 || (sizeof(hi_venc_pack) == 136 && offsetof(hi_venc_pack, pts) == 16
                   && offsetof(hi_venc_pack, data_type) == 28 && offsetof(hi_venc_pack, pack_info) == 40),
               "venc pack");

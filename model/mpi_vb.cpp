@@ -222,9 +222,9 @@ hi_vb_blk hi_mpi_vb_get_blk(hi_vb_pool pool, hi_u64 blk_size, const hi_char *mmz
     return takeBlock(s, pool, blk_size);
 }
 
-hi_vb_blk vxTakeBlock(VxState &s, hi_u64 blk_size)
+hi_vb_blk vxTakeBlock(VxState &s, hi_u64 blk_size, hi_vb_pool pool)
 {
-    return takeBlock(s, HI_VB_INVALID_POOL_ID, blk_size);
+    return takeBlock(s, pool, blk_size);
 }
 
 static VxPool *poolOf(VxState &s, hi_vb_blk blk, hi_u32 *index)

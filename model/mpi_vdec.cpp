@@ -7,7 +7,10 @@
 #include "hi_mpi_vdec.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include "model_decoder_p.h"
 #include "model_pixels_p.h"
@@ -66,11 +69,53 @@ static bool bound(const VxState &s, hi_vdec_chn chn)
     return false;
 }
 
+// True when the channel can hand out its next picture: room in its user
+// queue, or, when bound, room in every VO channel bound to it (a display
+// holds the decoder back as the board's frame buffers do; other receivers
+// lose what they have no room for).
+static bool canOutput(const VxState &s, hi_vdec_chn chn, const VxVdecChn &c)
+{
+    if (!bound(s, chn))
+        return c.user.frames.size() < userDepth(c);
+    for (const auto &bind : s.binds) {
+        if (vxInt(bind.second.mod_id) == HI_ID_VDEC && bind.second.chn_id == chn
+            && std::get<0>(bind.first) == HI_ID_VO && !vxVoHasRoom(s, bind.first))
+            return false;
+    }
+    return true;
+}
+
+// Adds @p n pictures to (n < 0: takes them from) the count the channel's
+// event descriptor holds; INT32_MIN empties it.
+static void signalReady(VxVdecChn &c, int n)
+{
+    if (c.fd < 0)
+        return;
+    if (n > 0) {
+        const uint64_t add = static_cast<uint64_t>(n);
+        if (write(c.fd, &add, sizeof(add)) != sizeof(add))
+            perror("vexa twin: vdec eventfd");
+        return;
+    }
+    uint64_t one = 0;
+    for (int i = 0; (n == INT32_MIN || i < -n) && read(c.fd, &one, sizeof(one)) == sizeof(one); ++i) {
+    }
+}
+
+void vxVdecCloseAll(VxState &s)
+{
+    for (VxVdecChn &c : s.vdec) {
+        if (c.fd >= 0)
+            ::close(c.fd);
+        c.fd = -1;
+    }
+}
+
 // Puts one decoded picture into a VB frame and hands it on.
 static void output(VxState &s, hi_vdec_chn chn, VxVdecChn &c, const VxDecoded &d)
 {
     VxFrameRef frame;
-    if (!vxNewFrame(s, d.width, d.height, HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420, HI_ID_VDEC, &frame)) {
+    if (!vxNewFrame(s, d.width, d.height, HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420, HI_ID_VDEC, &frame, c.picPool)) {
         ++c.vbFail;
         return;
     }
@@ -99,6 +144,7 @@ static void output(VxState &s, hi_vdec_chn chn, VxVdecChn &c, const VxDecoded &d
     }
     c.user.frames.push_back(frame);
     c.userTypes.push_back(d.frameType);
+    signalReady(c, 1);
     vxModel().changed.notify_all();
 }
 
@@ -133,7 +179,7 @@ static void decodeThread(hi_vdec_chn chn, VxWorker *worker)
         c.formatErrors += static_cast<hi_u32>(failed);
         for (const VxDecoded &d : pictures) {
             // A full user queue holds the decoder back, as the hardware waits for a free frame buffer.
-            vxModel().changed.wait(lock, [worker, &c] { return worker->stop || c.user.frames.size() < userDepth(c); });
+            vxModel().changed.wait(lock, [worker, &s, chn, &c] { return worker->stop || canOutput(s, chn, c); });
             if (worker->stop)
                 break;
             output(s, chn, c, d);
@@ -182,6 +228,7 @@ static void stopAndDrop(std::unique_lock<std::mutex> &lock, VxState &s, hi_vdec_
     vxUnrefAll(s, c.user.frames);
     vxUnrefAll(s, c.held);
     c.userTypes.clear();
+    signalReady(c, INT32_MIN);
     vxModel().changed.notify_all();
 }
 
@@ -195,6 +242,8 @@ hi_s32 hi_mpi_vdec_destroy_chn(hi_vdec_chn chn)
     if (status != HI_SUCCESS)
         return status;
     stopAndDrop(vxLock, s, chn);
+    if (s.vdec[chn].fd >= 0)
+        ::close(s.vdec[chn].fd);
     s.vdec[chn] = VxVdecChn();
     vxModel().changed.notify_all(); // a get_frame waiting on the channel returns
     return HI_SUCCESS;
@@ -363,6 +412,7 @@ hi_s32 hi_mpi_vdec_get_frame(hi_vdec_chn chn, hi_video_frame_info *frame_info, h
     const int type = c->userTypes.front();
     c->userTypes.pop_front();
     vxHandOut(c->user, c->held, frame_info);
+    signalReady(*c, -1);
     if (supplement) {
         std::memset(supplement, 0, sizeof(*supplement));
         supplement->type = c->attr.type;
@@ -379,5 +429,61 @@ hi_s32 hi_mpi_vdec_release_frame(hi_vdec_chn chn, const hi_video_frame_info *fra
         if (!frame_info)
             return HI_ERR_VDEC_NULL_PTR;
         return vxTakeBack(s, c.held, frame_info) ? HI_SUCCESS : HI_ERR_VDEC_ILLEGAL_PARAM;
+    });
+}
+
+hi_s32 hi_mpi_vdec_get_fd(hi_vdec_chn chn)
+{
+    VX_CALL(vxStatus, "%d", chn);
+    return onCreated(s, chn, [](VxVdecChn &c) -> hi_s32 {
+        if (c.fd < 0) {
+            // Readable while a decoded picture waits: one count per picture.
+            c.fd = eventfd(static_cast<unsigned>(c.user.frames.size()), EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE);
+            if (c.fd < 0)
+                return HI_ERR_VDEC_NO_MEM;
+        }
+        return c.fd;
+    });
+}
+
+hi_s32 hi_mpi_vdec_close_fd(hi_vdec_chn chn)
+{
+    VX_CALL(vxStatus, "%d", chn);
+    return onCreated(s, chn, [](VxVdecChn &c) -> hi_s32 {
+        if (c.fd >= 0)
+            ::close(c.fd);
+        c.fd = -1;
+        return HI_SUCCESS;
+    });
+}
+
+hi_s32 hi_mpi_vdec_attach_vb_pool(hi_vdec_chn chn, const hi_vdec_chn_pool *pool)
+{
+    VX_CALL(vxStatus, "%d,%u", chn, pool ? pool->pic_vb_pool : HI_VB_INVALID_POOL_ID);
+    return onCreated(s, chn, [&s, pool](VxVdecChn &c) -> hi_s32 {
+        if (!pool)
+            return HI_ERR_VDEC_NULL_PTR;
+        if (c.started)
+            return HI_ERR_VDEC_NOT_PERM;
+        // The pictures' pool must be one the user made; the motion-vector
+        // pool is kept only (the model keeps no motion vectors).
+        if (pool->pic_vb_pool >= s.pools.size() || !s.pools[pool->pic_vb_pool].exists
+            || s.pools[pool->pic_vb_pool].common)
+            return HI_ERR_VDEC_ILLEGAL_PARAM;
+        c.picPool = pool->pic_vb_pool;
+        return HI_SUCCESS;
+    });
+}
+
+hi_s32 hi_mpi_vdec_detach_vb_pool(hi_vdec_chn chn)
+{
+    VX_CALL(vxStatus, "%d", chn);
+    return onCreated(s, chn, [](VxVdecChn &c) -> hi_s32 {
+        if (c.started)
+            return HI_ERR_VDEC_NOT_PERM;
+        if (c.picPool == HI_VB_INVALID_POOL_ID)
+            return HI_ERR_VDEC_NOT_PERM;
+        c.picPool = HI_VB_INVALID_POOL_ID;
+        return HI_SUCCESS;
     });
 }

@@ -24,6 +24,10 @@ hi_s32 hi_mpi_vdec_send_stream(hi_vdec_chn chn, const hi_vdec_stream *stream, hi
 hi_s32 hi_mpi_vdec_get_frame(hi_vdec_chn chn, hi_video_frame_info *frame_info, hi_vdec_supplement_info *supplement,
                              hi_s32 milli_sec);
 hi_s32 hi_mpi_vdec_release_frame(hi_vdec_chn chn, const hi_video_frame_info *frame_info);
+hi_s32 hi_mpi_vdec_get_fd(hi_vdec_chn chn);
+hi_s32 hi_mpi_vdec_close_fd(hi_vdec_chn chn);
+hi_s32 hi_mpi_vdec_attach_vb_pool(hi_vdec_chn chn, const hi_vdec_chn_pool *pool);
+hi_s32 hi_mpi_vdec_detach_vb_pool(hi_vdec_chn chn);
 
 #ifdef __cplusplus
 }

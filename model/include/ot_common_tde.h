@@ -213,6 +213,18 @@ typedef struct {
     ot_tde_rect *dst_rect;
 } ot_tde_double_src;
 
+typedef struct {
+    ot_tde_surface *src_surface;
+    ot_tde_surface *dst_surface;
+    ot_tde_rect *src_rect;
+    ot_tde_rect *dst_rect;
+} ot_tde_single_src;
+
+typedef struct {
+    ot_tde_surface *dst_surface;
+    ot_tde_rect *dst_rect;
+} ot_tde_none_src;
+
 #define OT_ERR_TDE_DEV_NOT_OPEN OT_DEFINE_ERR(OT_ID_TDE, OT_ERR_LEVEL_ERROR, OT_ERR_NOT_READY)
 #define OT_ERR_TDE_NULL_PTR OT_DEFINE_ERR(OT_ID_TDE, OT_ERR_LEVEL_ERROR, OT_ERR_NULL_PTR)
 #define OT_ERR_TDE_INVALID_HANDLE OT_DEFINE_ERR(OT_ID_TDE, OT_ERR_LEVEL_ERROR, OT_ERR_INVALID_CHN_ID)

@@ -28,6 +28,7 @@
 #include "hi_common_vb.h"
 #include "hi_common_venc.h"
 #include "hi_common_vi.h"
+#include "hi_common_vo.h"
 #include "hi_common_vpss.h"
 
 /** Back to power-on: nothing initialised, no memory, empty log, no faults. */
@@ -113,6 +114,26 @@ bool vx_model_vpss_pause(hi_vpss_grp grp, bool paused);
 
 /** True while channel @p chn receives pictures; its receive count in @p recvPicNum. */
 bool vx_model_venc_started(hi_venc_chn chn, hi_s32 *recvPicNum = nullptr);
+
+/**
+ * Picks the file the screen of VO device @p dev is written to, read when
+ * the device is enabled. The name's ending picks the kind: ".yuv" or
+ * ".nv21" gives raw semi-planar 4:2:0 pictures (V before U) one after the
+ * other; any other name a container that libavformat knows by its ending
+ * (".mkv", ".nut", ".avi") holding lossless FFV1 video at the display
+ * frame rate, which ffprobe and ffmpeg read. Without a choice here the
+ * environment variable VEXA_TWIN_VO<dev> (VEXA_TWIN_VO0...) is read;
+ * without either, the screen is composed and not kept. A null or empty
+ * @p path goes back to that. A file that cannot be written gives a message
+ * on stderr; the device works on without it.
+ */
+void vx_model_vo_screen(hi_vo_dev dev, const char *path);
+
+/**
+ * Screens VO device @p dev composed since it was enabled (one per display
+ * period), or 0 when there is no such device.
+ */
+unsigned long long vx_model_vo_screens(hi_vo_dev dev);
 
 /** Copies of what the last successful hi_tde_bit_blit was given. */
 struct vx_model_blit {

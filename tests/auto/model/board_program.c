@@ -19,6 +19,7 @@
 #include "hi_mpi_vpss.h"
 
 #include <string.h>
+#include <sys/select.h>
 
 #define WIDTH 1920
 #define HEIGHT 1080
@@ -148,10 +149,96 @@ static hi_s32 decode_one(hi_u8 *unit, hi_u32 len)
     return hi_mpi_vdec_release_frame(0, &frame);
 }
 
+/* A display: 1080p60 on HDMI, one full-screen channel fed by VPSS channel 0. */
+static hi_s32 start_vo(void)
+{
+    hi_vo_pub_attr pub;
+    hi_vo_video_layer_attr layer;
+    hi_vo_chn_attr chn;
+    hi_mpp_chn src, dst;
+    memset(&pub, 0, sizeof(pub));
+    memset(&layer, 0, sizeof(layer));
+    memset(&chn, 0, sizeof(chn));
+    pub.bg_color = 0x000000;
+    pub.intf_type = HI_VO_INTF_HDMI;
+    pub.intf_sync = HI_VO_OUT_1080P60;
+    layer.display_rect.width = layer.img_size.width = WIDTH;
+    layer.display_rect.height = layer.img_size.height = HEIGHT;
+    layer.display_frame_rate = 60;
+    layer.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
+    layer.display_buf_len = 3;
+    chn.rect.width = WIDTH;
+    chn.rect.height = HEIGHT;
+    src.mod_id = HI_ID_VPSS;
+    src.dev_id = 0;
+    src.chn_id = 0;
+    dst.mod_id = HI_ID_VO;
+    dst.dev_id = 0;
+    dst.chn_id = 0;
+    if (hi_mpi_vo_set_pub_attr(0, &pub) != HI_SUCCESS || hi_mpi_vo_enable(0) != HI_SUCCESS
+        || hi_mpi_vo_set_video_layer_attr(0, &layer) != HI_SUCCESS || hi_mpi_vo_enable_video_layer(0) != HI_SUCCESS
+        || hi_mpi_vo_set_chn_attr(0, 0, &chn) != HI_SUCCESS || hi_mpi_vo_enable_chn(0, 0) != HI_SUCCESS)
+        return HI_FAILURE;
+    return hi_mpi_sys_bind(&src, &dst);
+}
+
+/* An on-screen box: a filled rectangle and a half-transparent copy of it
+ * blended next to it, in an ARGB8888 buffer in media memory. */
+static hi_s32 draw_box(void)
+{
+    hi_phys_addr_t phys;
+    hi_void *virt;
+    hi_tde_surface surface;
+    hi_tde_rect box = {0, 0, 64, 64}, next = {64, 0, 64, 64};
+    hi_tde_none_src fill;
+    hi_tde_double_src blit;
+    hi_tde_opt opt;
+    hi_s32 job;
+    memset(&surface, 0, sizeof(surface));
+    memset(&opt, 0, sizeof(opt));
+    if (hi_mpi_sys_mmz_alloc(&phys, &virt, "osd", HI_NULL, 128 * 64 * 4) != HI_SUCCESS || hi_tde_open() != HI_SUCCESS)
+        return HI_FAILURE;
+    surface.phys_addr = phys;
+    surface.color_format = HI_TDE_COLOR_FORMAT_ARGB8888;
+    surface.width = 128;
+    surface.height = 64;
+    surface.stride = 128 * 4;
+    surface.alpha_max_is_255 = HI_TRUE;
+    fill.dst_surface = &surface;
+    fill.dst_rect = &box;
+    blit.bg_surface = blit.dst_surface = blit.fg_surface = &surface;
+    blit.bg_rect = blit.dst_rect = &next;
+    blit.fg_rect = &box;
+    opt.alpha_blending_cmd = HI_TDE_ALPHA_BLENDING_BLEND;
+    opt.blend_opt.global_alpha_en = HI_TRUE;
+    opt.global_alpha = 128;
+    job = hi_tde_begin_job();
+    if (job < 0 || hi_tde_quick_fill(job, &fill, 0xff2080ffU) != HI_SUCCESS
+        || hi_tde_bit_blit(job, &blit, &opt) != HI_SUCCESS)
+        return HI_FAILURE;
+    return hi_tde_end_job(job, HI_FALSE, HI_TRUE, 100);
+}
+
+/* Waits for a decoded picture as a playback loop does: select on the channel's descriptor. */
+static hi_s32 wait_picture(hi_vdec_chn chn)
+{
+    fd_set fds;
+    struct timeval timeout;
+    const hi_s32 fd = hi_mpi_vdec_get_fd(chn);
+    if (fd < 0)
+        return HI_FAILURE;
+    FD_ZERO(&fds);
+    FD_SET(fd, &fds);
+    timeout.tv_sec = 1;
+    timeout.tv_usec = 0;
+    return select(fd + 1, &fds, HI_NULL, HI_NULL, &timeout) > 0 ? HI_SUCCESS : HI_FAILURE;
+}
+
 int board_program_main(hi_u8 *unit, hi_u32 len)
 {
     if (start_vb() != HI_SUCCESS || start_vi() != HI_SUCCESS || start_vpss() != HI_SUCCESS
-        || start_venc() != HI_SUCCESS || hi_mpi_vi_start_pipe(0) != HI_SUCCESS)
+        || start_venc() != HI_SUCCESS || start_vo() != HI_SUCCESS || hi_mpi_vi_start_pipe(0) != HI_SUCCESS)
         return 1;
-    return take_stream() == HI_SUCCESS && decode_one(unit, len) == HI_SUCCESS ? 0 : 1;
+    return take_stream() == HI_SUCCESS && decode_one(unit, len) == HI_SUCCESS && wait_picture(0) == HI_SUCCESS
+        && draw_box() == HI_SUCCESS ? 0 : 1;
 }
