@@ -54,21 +54,30 @@ inline int freePort(bool udp = false)
     return port;
 }
 
-// True once something on this machine listens on the TCP port (or has the
-// UDP port bound), read from the kernel's socket tables so that no probing
-// connection is taken for the peer.
-inline bool bound(int port, bool udp)
+// Sockets on this machine bound to the local @p port: TCP ones in the
+// kernel's @p state ("0A" listening, "01" established), any UDP one. Read
+// from the kernel's socket tables, so that no probing connection is taken
+// for the peer.
+inline int sockets(int port, bool udp, const char *state = "0A")
 {
     QFile f(QString::fromLatin1(udp ? "/proc/net/udp" : "/proc/net/tcp"));
     if (!f.open(QIODevice::ReadOnly))
-        return false;
+        return 0;
     const QString want = QStringLiteral(":%1").arg(port, 4, 16, QLatin1Char('0')).toUpper();
+    int n = 0;
     for (const QByteArray &line : f.readAll().split('\n')) {
         const QStringList cols = QString::fromLatin1(line).simplified().split(QLatin1Char(' '));
-        if (cols.size() > 3 && cols.at(1).endsWith(want) && (udp || cols.at(3) == QLatin1String("0A")))
-            return true;
+        if (cols.size() > 3 && cols.at(1).endsWith(want) && (udp || cols.at(3) == QLatin1String(state)))
+            ++n;
     }
-    return false;
+    return n;
+}
+
+// True once something on this machine listens on the TCP port (or has the
+// UDP port bound).
+inline bool bound(int port, bool udp)
+{
+    return sockets(port, udp) > 0;
 }
 
 inline bool waitBound(int port, bool udp, int timeoutMs = 20000)

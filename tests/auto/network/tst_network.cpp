@@ -406,7 +406,9 @@ private slots:
             QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(VexaTest::pipeline("InputNet", in, "OutputFile", path(recording))),
                                                           "--quiet", "-y"}));
         }
-        QTest::qWait(scaled(500));
+        // The server logs the play request once the player is subscribed.
+        QVERIFY2(QTest::qWaitFor([&] { return server.errors().contains(QLatin1String("play: name='s'")); }, scaled(20000)),
+                 qPrintable(server.errors()));
         if (ourPublisher) {
             const QByteArray pipeline = VexaTest::pipeline("InputFile", path(src) + R"(, "realtime": true)", "OutputNet",
                                                            QStringLiteral("\"url\": \"%1\", \"overflow\": \"wait\"").arg(url));
