@@ -709,6 +709,8 @@ private slots:
             QVERIFY(streams.value("video").first().key);
             QVERIFY(!streams.value("audio").isEmpty());
         }
+        // Ended once it has seen the last viewer go and listens again.
+        QVERIFY2(NetPeer::waitBound(port, false), launch.readAllStandardError().constData());
         QCOMPARE(::kill(pid_t(launch.processId()), SIGTERM), 0);
         QVERIFY2(launch.waitForFinished(scaled(30000)), "vexa-launch did not end");
         const QByteArray err = launch.readAllStandardError();
