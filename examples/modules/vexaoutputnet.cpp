@@ -299,37 +299,66 @@ void VexaOutputNet::described(const StreamInfo &info, bool video)
 
 void VexaOutputNet::run()
 {
-    // Wait for the descriptions (or enough packets of one kind, or stop).
     StreamInfo infos[2];
-    {
-        QMutexLocker locker(&gate);
-        for (;;) {
-            const bool haveA = descriptions[0].type != 0;
-            const bool haveV = descriptions[1].type != 0;
-            // One kind described: go without the other once its packets
-            // would soon fill their queue.
-            bool enough = false;
-            for (int k = 0; k < 2; ++k) {
-                const int least = bounds[k] < 0 ? headerWaitPackets : qMin(headerWaitPackets, bounds[k]);
-                enough |= queue.count(k ? VexaPacketQueue::Video : VexaPacketQueue::Audio) >= least - 1;
-            }
-            if ((haveA && haveV) || ((haveA || haveV) && enough))
-                break;
-            if (phase != Running) {
-                if (haveA || haveV)
-                    break;
-                // Nothing was described: nothing to publish.
-                locker.unlock();
-                queue.clear();
-                return;
-            }
-            changed.wait(&gate);
+    if (!waitForDescriptions(infos))
+        return;
+    setUpTracks(infos);
+    // A listening output listens again when its receiver goes away, as
+    // long as the module runs; the next receiver starts at a keyframe.
+    bool again = false;
+    for (;;) {
+        QString error;
+        if (!openDestination(&error)) {
+            if (openFailed(error, again))
+                continue;
+            return;
         }
-        infos[0] = descriptions[0];
-        infos[1] = descriptions[1];
+        const int r = sendWhileOpen();
+        if (r == 0)
+            break;
+        if (!sendFailed(r))
+            return;
+        again = true;
     }
+    finish();
+}
 
-    QString error;
+// Waits for the descriptions (or enough packets of one kind, or stop) and
+// copies them to @p infos; false when the module stopped with nothing
+// described: nothing to publish.
+bool VexaOutputNet::waitForDescriptions(StreamInfo infos[2])
+{
+    QMutexLocker locker(&gate);
+    for (;;) {
+        const bool haveA = descriptions[0].type != 0;
+        const bool haveV = descriptions[1].type != 0;
+        // One kind described: go without the other once its packets
+        // would soon fill their queue.
+        bool enough = false;
+        for (int k = 0; k < 2; ++k) {
+            const int least = bounds[k] < 0 ? headerWaitPackets : qMin(headerWaitPackets, bounds[k]);
+            enough |= queue.count(k ? VexaPacketQueue::Video : VexaPacketQueue::Audio) >= least - 1;
+        }
+        if ((haveA && haveV) || ((haveA || haveV) && enough))
+            break;
+        if (phase != Running) {
+            if (haveA || haveV)
+                break;
+            locker.unlock();
+            queue.clear();
+            return false;
+        }
+        changed.wait(&gate);
+    }
+    infos[0] = descriptions[0];
+    infos[1] = descriptions[1];
+    return true;
+}
+
+// How each described kind's packets are read: flags and durations in the
+// tag, and their time base.
+void VexaOutputNet::setUpTracks(const StreamInfo infos[2])
+{
     for (int k = 0; k < 2; ++k) {
         tracks[k] = Track();
         if (infos[k].type == 0)
@@ -341,69 +370,78 @@ void VexaOutputNet::run()
         const int den = params.value("timeBaseDen").toInt();
         tracks[k].sourceTimeBase = num > 0 && den > 0 ? AVRational{num, den} : usTimeBase;
     }
-    // A listening output listens again when its receiver goes away, as
-    // long as the module runs; the next receiver starts at a keyframe.
-    bool again = false;
-    for (;;) {
-        if (!openDestination(&error)) {
-            bool stopped;
-            {
-                QMutexLocker locker(&gate);
-                stopped = phase != Running;
-                if (!stopped && again)
-                    io->reset();
-            }
-            if (stopped && listening) {
-                // Stopped before a receiver came: nothing to finish.
-                queue.clear();
-                return;
-            }
-            if (again)
-                continue;   // nobody came within openTimeout: listen on
-            fail(error);
-            return;
-        }
+}
+
+// After the destination could not be opened: true to listen on (nobody came
+// within openTimeout after a receiver left), false when the thread ends,
+// with @p error reported unless the module stopped while listening.
+bool VexaOutputNet::openFailed(const QString &error, bool again)
+{
+    bool stopped;
+    {
+        QMutexLocker locker(&gate);
+        stopped = phase != Running;
+        if (!stopped && again)
+            io->reset();
+    }
+    if (stopped && listening) {
+        // Stopped before a receiver came: nothing to finish.
+        queue.clear();
+        return false;
+    }
+    if (again)
+        return true;
+    fail(error);
+    return false;
+}
+
+// The destination is open: sends what was held and what comes, until the
+// module stops (0) or a write fails (its error).
+int VexaOutputNet::sendWhileOpen()
+{
+    {
+        QMutexLocker locker(&gate);
+        opened = true;
+        keyFlagsAtOpen = keyFlags;
+    }
+    // From here on packets go out as they come: the usual bounds, and a
+    // wake-up per batch.
+    setQueueBounds(true);
+    queue.setWakeThreshold(1);
+    // What was held starts at a keyframe ("drop"): the latest one for
+    // a listening output's receiver.
+    waitKey = dropMode && keyFlagsAtOpen;
+    return writeQueued(dropMode && listening);
+}
+
+// After write error @p r: true to listen again (a listening output's
+// receiver went away and the module still runs), false when the thread
+// ends, with the error reported unless the module stopped.
+bool VexaOutputNet::sendFailed(int r)
+{
+    if (listening && receiverGone(r)) {
+        closeMuxer();
+        setQueueBounds(false);
+        bool stopped;
         {
             QMutexLocker locker(&gate);
-            opened = true;
-            keyFlagsAtOpen = keyFlags;
+            opened = false;
+            stopped = phase != Running;
+            if (!stopped)
+                io->reset();
         }
-        // From here on packets go out as they come: the usual bounds, and a
-        // wake-up per batch.
-        setQueueBounds(true);
-        queue.setWakeThreshold(1);
-        // What was held starts at a keyframe ("drop"): the latest one for
-        // a listening output's receiver.
-        waitKey = dropMode && keyFlagsAtOpen;
-        const int r = writeQueued(dropMode && listening);
-        if (r == 0)
-            break;
-        if (listening && receiverGone(r)) {
-            closeMuxer();
-            setQueueBounds(false);
-            bool stopped;
-            {
-                QMutexLocker locker(&gate);
-                opened = false;
-                stopped = phase != Running;
-                if (!stopped)
-                    io->reset();
-            }
-            if (stopped) {
-                queue.clear();
-                return;
-            }
-            qCDebug(lcExamples).noquote() << QStringLiteral("[%1] the receiver of %2 went away (%3); listening again")
-                                             .arg(name(), url, VexaMedia::errorText(r));
-            again = true;
-            continue;
+        if (stopped) {
+            queue.clear();
+            return false;
         }
-        const bool late = r == AVERROR_EXIT && !io->aborted();
-        fail(late ? QStringLiteral("%1 took no data for %2 s").arg(url).arg(writeTimeoutMs / 1000.0)
-                  : QStringLiteral("cannot send to %1: %2").arg(url, VexaMedia::errorText(r)));
-        return;
+        qCDebug(lcExamples).noquote() << QStringLiteral("[%1] the receiver of %2 went away (%3); listening again")
+                                         .arg(name(), url, VexaMedia::errorText(r));
+        return true;
     }
-    finish();
+    const bool late = r == AVERROR_EXIT && !io->aborted();
+    fail(late ? QStringLiteral("%1 took no data for %2 s").arg(url).arg(writeTimeoutMs / 1000.0)
+              : QStringLiteral("cannot send to %1: %2").arg(url, VexaMedia::errorText(r)));
+    return false;
 }
 
 // Writes batches as they come until the module stops (then what is still
@@ -482,9 +520,17 @@ bool VexaOutputNet::openDestination(QString *error)
         return false;
     }
     const QByteArray named = settings.value("format").toString().toLatin1();
-    const char *format = named.isEmpty() ? guessed : named.constData();
-    const QByteArray u = url.toUtf8();
-    int r = avformat_alloc_output_context2(&oc, nullptr, format, u.constData());
+    const QByteArray format = named.isEmpty() ? QByteArray(guessed) : named;
+    if (!createMuxer(format, error) || !addStreams(error))
+        return false;
+    AVDictionary *opts = destinationOptions(scheme, format);
+    return writeHeader(&opts, error);
+}
+
+// The muxer for @p format, writing every packet at once.
+bool VexaOutputNet::createMuxer(const QByteArray &format, QString *error)
+{
+    const int r = avformat_alloc_output_context2(&oc, nullptr, format.constData(), url.toUtf8().constData());
     if (r < 0 || !oc) {
         *error = QStringLiteral("unknown container \"%1\"").arg(QString::fromLatin1(format));
         oc = nullptr;
@@ -495,7 +541,13 @@ bool VexaOutputNet::openDestination(QString *error)
     oc->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     oc->max_interleave_delta = VexaMedia::TimeBase;
     oc->max_delay = muxDelayUs;
+    return true;
+}
 
+// An output stream for each described kind, video first; a description the
+// muxer cannot take is left out. False when none is left.
+bool VexaOutputNet::addStreams(QString *error)
+{
     for (int k : {1, 0}) {
         if (tracks[k].sourceTimeBase.num == 0)
             continue;
@@ -518,7 +570,12 @@ bool VexaOutputNet::openDestination(QString *error)
         closeMuxer();
         return false;
     }
+    return true;
+}
 
+// The protocol's and the container's options for the URL's @p scheme.
+AVDictionary *VexaOutputNet::destinationOptions(const QString &scheme, const QByteArray &format) const
+{
     AVDictionary *opts = nullptr;
     const bool listen = settings.value("listen").toBool();
     if (scheme == QLatin1String("rtsp"))
@@ -535,16 +592,22 @@ bool VexaOutputNet::openDestination(QString *error)
         // Closing waits for what is still in flight instead of dropping it.
         av_dict_set(&opts, "linger", QByteArray::number(qMax<qint64>(1, (writeTimeoutMs + 999) / 1000)).constData(), 0);
     }
-    if ((scheme == QLatin1String("srt") || scheme == QLatin1String("udp")) && !strcmp(format, "mpegts"))
+    if ((scheme == QLatin1String("srt") || scheme == QLatin1String("udp")) && format == "mpegts")
         av_dict_set(&opts, "pkt_size", datagramSize, 0);
+    return opts;
+}
 
+// Reaches the destination and writes the header, within openTimeout; frees
+// @p opts. On failure the muxer is closed.
+bool VexaOutputNet::writeHeader(AVDictionary **opts, QString *error)
+{
     io->arm(openTimeoutMs);
     if (!(oc->oformat->flags & AVFMT_NOFILE)) {
-        r = avio_open2(&oc->pb, u.constData(), AVIO_FLAG_WRITE, &oc->interrupt_callback, &opts);
+        const int r = avio_open2(&oc->pb, url.toUtf8().constData(), AVIO_FLAG_WRITE, &oc->interrupt_callback, opts);
         if (r < 0) {
             io->check();
             io->disarm();
-            av_dict_free(&opts);
+            av_dict_free(opts);
             *error = io->timedOut()
                     ? QStringLiteral("cannot reach %1 within %2 s").arg(url).arg(openTimeoutMs / 1000.0)
                     : QStringLiteral("cannot open %1: %2").arg(url, VexaMedia::errorText(r));
@@ -552,11 +615,11 @@ bool VexaOutputNet::openDestination(QString *error)
             return false;
         }
     }
-    r = avformat_write_header(oc, &opts);
+    const int r = avformat_write_header(oc, opts);
     io->check();
     const bool late = io->timedOut();
     io->disarm();
-    av_dict_free(&opts);
+    av_dict_free(opts);
     if (r < 0) {
         *error = late ? QStringLiteral("cannot reach %1 within %2 s").arg(url).arg(openTimeoutMs / 1000.0)
                       : QStringLiteral("cannot start the stream to %1: %2").arg(url, VexaMedia::errorText(r));

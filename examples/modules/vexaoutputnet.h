@@ -19,6 +19,7 @@ extern "C" {
 #include "vexaexamplemodules_export.h"
 
 struct AVBufferRef;
+struct AVDictionary;
 struct AVFormatContext;
 struct AVPacket;
 class QThread;
@@ -114,7 +115,16 @@ private:
     void accept(const Packet &pkt, bool video) override;
     void described(const StreamInfo &info, bool video) override;
     void run();
+    bool waitForDescriptions(StreamInfo infos[2]);
+    void setUpTracks(const StreamInfo infos[2]);
+    bool openFailed(const QString &error, bool again);
+    int sendWhileOpen();
+    bool sendFailed(int r);
     bool openDestination(QString *error);
+    bool createMuxer(const QByteArray &format, QString *error);
+    bool addStreams(QString *error);
+    AVDictionary *destinationOptions(const QString &scheme, const QByteArray &format) const;
+    bool writeHeader(AVDictionary **opts, QString *error);
     int writeOne(const Packet &p, bool video);
     int writeQueued(bool latestKey);
     void setQueueBounds(bool open);

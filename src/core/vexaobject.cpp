@@ -192,54 +192,68 @@ bool VexaObject::start()
     const State from = loadState();
     if (from == started)
         return false;
-
-    if (from == created) {
-        // The queue bounds and the payload ring are settled once, at the
-        // first start; a restart keeps them.
-        for (const char *key : {"bufLenA", "bufLenV", "memSize"}) {
-            const QString k = QLatin1String(key);
-            if (pendingData.contains(k))
-                settings.insert(k, pendingData.value(k));
-        }
-        storeBound(bufLenA, settings.contains(QStringLiteral("bufLenA")) ? settings.value(QStringLiteral("bufLenA")).toInt() : 20);
-        storeBound(bufLenV, settings.contains(QStringLiteral("bufLenV")) ? settings.value(QStringLiteral("bufLenV")).toInt() : 20);
-        memInit(settings.contains(QStringLiteral("memSize")) ? settings.value(QStringLiteral("memSize")).toInt() : 0);
-    }
+    if (from == created)
+        settleBounds();
 
     storeState(started);
     blockSignals(false);
     // The module's packet queues take packets again.
     VexaPacketQueue::ownerRunning(this, true);
 
-    const bool direct = !VexaHop::hasEventLoop();
-    if (direct) {
+    if (!VexaHop::hasEventLoop()) {
         if (!pendingData.isEmpty()) {
             onSetDataPriv(pendingData);
             pendingData.clear();
         }
         onStart();
     } else {
-        // Each use of a registry thread taken here is given back by destroy().
-        if (threadName == QLatin1String("main")) {
-            moveToThread(QCoreApplication::instance()->thread());
-        } else if (threadName.isEmpty()) {
-            QString own = name();
-            moveToThread(Vexa::newThread(own, threadPriority));
-            VexaThreadUses::took(this, own);
-        } else {
-            moveToThread(Vexa::newThread(threadName, threadPriority));
-            VexaThreadUses::took(this, threadName);
-        }
+        moveToWorkerThread();
         if (!pendingData.isEmpty()) {
             QMetaObject::invokeMethod(this, "onSetDataPriv", Qt::QueuedConnection, Q_ARG(QVariantMap, pendingData));
             pendingData.clear();
         }
         QMetaObject::invokeMethod(this, "onStart", Qt::QueuedConnection);
     }
+    replayParkedInfo();
+    return true;
+}
 
-    // Descriptions that arrived before the start reach the module after
-    // onStart, once each (the last one of each kind); directly when there is
-    // no event loop to post to.
+// The queue bounds and the payload ring are settled once, at the first
+// start; a restart keeps them.
+void VexaObject::settleBounds()
+{
+    for (const char *key : {"bufLenA", "bufLenV", "memSize"}) {
+        const QString k = QLatin1String(key);
+        if (pendingData.contains(k))
+            settings.insert(k, pendingData.value(k));
+    }
+    storeBound(bufLenA, settings.contains(QStringLiteral("bufLenA")) ? settings.value(QStringLiteral("bufLenA")).toInt() : 20);
+    storeBound(bufLenV, settings.contains(QStringLiteral("bufLenV")) ? settings.value(QStringLiteral("bufLenV")).toInt() : 20);
+    memInit(settings.contains(QStringLiteral("memSize")) ? settings.value(QStringLiteral("memSize")).toInt() : 0);
+}
+
+// The thread the object lives in from its start: the main thread, a shared
+// one by threadName, or one of its own. Each use of a registry thread taken
+// here is given back by destroy().
+void VexaObject::moveToWorkerThread()
+{
+    if (threadName == QLatin1String("main")) {
+        moveToThread(QCoreApplication::instance()->thread());
+    } else if (threadName.isEmpty()) {
+        QString own = name();
+        moveToThread(Vexa::newThread(own, threadPriority));
+        VexaThreadUses::took(this, own);
+    } else {
+        moveToThread(Vexa::newThread(threadName, threadPriority));
+        VexaThreadUses::took(this, threadName);
+    }
+}
+
+// Descriptions that arrived before the start reach the module after onStart,
+// once each (the last one of each kind); directly when there is no event
+// loop to post to.
+void VexaObject::replayParkedInfo()
+{
     for (const bool video : {false, true}) {
         StreamInfo &pending = video ? pendingInfoV : pendingInfoA;
         if (pending.type != 0) {
@@ -248,7 +262,6 @@ bool VexaObject::start()
             postInfo(video, parked);
         }
     }
-    return true;
 }
 
 bool VexaObject::start(QVariantMap data)

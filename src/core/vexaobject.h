@@ -222,6 +222,11 @@ private:
     // The audio and video halves of the description path, by kind.
     bool postInfo(bool video, const StreamInfo &info);
     void takeInfo(bool video, const StreamInfo &info);
+    // The parts of start(): the bounds of the first start, the worker thread,
+    // the descriptions parked before it.
+    void settleBounds();
+    void moveToWorkerThread();
+    void replayParkedInfo();
 
     State state = created;
 

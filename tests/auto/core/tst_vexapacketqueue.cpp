@@ -130,7 +130,7 @@ private slots:
         bool twice = false;
         QThread *consumer = QThread::create([&] {
             Queue::Batch b;
-            while (q.waitAndTake(&b) || q.isOpen()) {
+            const auto note = [&] {
                 for (int k = 0; k < 2; ++k) {
                     for (const Packet &p : qAsConst(k ? b.video : b.audio)) {
                         twice |= seen[k].contains(p.pts);
@@ -138,14 +138,11 @@ private slots:
                         pool.release(p.data);
                     }
                 }
-            }
+            };
+            while (q.waitAndTake(&b) || q.isOpen())
+                note();
             q.take(&b);   // what was queued before the stop
-            for (int k = 0; k < 2; ++k)
-                for (const Packet &p : qAsConst(k ? b.video : b.audio)) {
-                    twice |= seen[k].contains(p.pts);
-                    seen[k].insert(p.pts);
-                    pool.release(p.data);
-                }
+            note();
         });
         consumer->start();
         QList<QThread *> threads;

@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <vector>
 #include <thread>
 
@@ -53,21 +54,30 @@ inline int freePort(bool udp = false)
     return port;
 }
 
-// True once something on this machine listens on the TCP port (or has the
-// UDP port bound), read from the kernel's socket tables so that no probing
-// connection is taken for the peer.
-inline bool bound(int port, bool udp)
+// Sockets on this machine bound to the local @p port: TCP ones in the
+// kernel's @p state ("0A" listening, "01" established), any UDP one. Read
+// from the kernel's socket tables, so that no probing connection is taken
+// for the peer.
+inline int sockets(int port, bool udp, const char *state = "0A")
 {
     QFile f(QString::fromLatin1(udp ? "/proc/net/udp" : "/proc/net/tcp"));
     if (!f.open(QIODevice::ReadOnly))
-        return false;
+        return 0;
     const QString want = QStringLiteral(":%1").arg(port, 4, 16, QLatin1Char('0')).toUpper();
+    int n = 0;
     for (const QByteArray &line : f.readAll().split('\n')) {
         const QStringList cols = QString::fromLatin1(line).simplified().split(QLatin1Char(' '));
-        if (cols.size() > 3 && cols.at(1).endsWith(want) && (udp || cols.at(3) == QLatin1String("0A")))
-            return true;
+        if (cols.size() > 3 && cols.at(1).endsWith(want) && (udp || cols.at(3) == QLatin1String(state)))
+            ++n;
     }
-    return false;
+    return n;
+}
+
+// True once something on this machine listens on the TCP port (or has the
+// UDP port bound).
+inline bool bound(int port, bool udp)
+{
+    return sockets(port, udp) > 0;
 }
 
 inline bool waitBound(int port, bool udp, int timeoutMs = 20000)
@@ -106,60 +116,44 @@ public:
     QProcess proc;
 };
 
-// A TCP peer on a free port that accepts one connection and then either
-// sends garbage, stays silent, or never reads what it is sent; it ends when
-// the object goes out of scope.
-class SocketPeer
+// A TCP socket listening on a free port of 127.0.0.1 and a thread that
+// hands @p serve each connection it accepts, and runs @p idle when none came
+// within @p sliceUs; both end when the object goes out of scope, and so do
+// the connections kept in clients.
+class Listener
 {
 public:
-    // Garbage: sends 256 KiB of noise and hangs up; Silent: neither sends
-    // nor reads; Slow: reads 16 KiB every 20 ms or so.
-    enum Mode { Garbage, Silent, Slow };
-    explicit SocketPeer(Mode mode)
+    Listener(int receiveBuffer, long sliceUs, std::function<void(int)> serve, std::function<void()> idle = {})
     {
         fd = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in a{};
         a.sin_family = AF_INET;
         a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t len = sizeof(a);
-        // A small receive buffer: a peer that never reads fills it soon.
-        const int small = 4096;
-        ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+        if (receiveBuffer > 0)
+            ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
         if (::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof(a)) != 0 || ::listen(fd, 4) != 0
                 || ::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) != 0)
             return;
         port = ntohs(a.sin_port);
-        worker = std::thread([this, mode] {
+        worker = std::thread([this, sliceUs, serve, idle] {
             while (!done.load()) {
-                timeval tv{0, mode == Slow ? 20000 : 100000};
+                timeval tv{0, sliceUs};
                 fd_set set;
                 FD_ZERO(&set);
                 FD_SET(fd, &set);
                 if (::select(fd + 1, &set, nullptr, nullptr, &tv) <= 0) {
-                    if (mode == Slow) {
-                        char buf[16384];
-                        for (int c : clients)
-                            ::recv(c, buf, sizeof(buf), MSG_DONTWAIT);
-                    }
+                    if (idle)
+                        idle();
                     continue;
                 }
                 const int c = ::accept(fd, nullptr, nullptr);
-                if (c < 0)
-                    continue;
-                clients.push_back(c);
-                if (mode == Garbage) {
-                    char junk[4096];
-                    for (size_t i = 0; i < sizeof(junk); ++i)
-                        junk[i] = char((i * 7919u + 13u) % 251u);
-                    for (int n = 0; n < 64 && !done.load(); ++n)
-                        if (::send(c, junk, sizeof(junk), MSG_NOSIGNAL) < 0)
-                            break;
-                    ::shutdown(c, SHUT_RDWR);
-                }
+                if (c >= 0)
+                    serve(c);
             }
         });
     }
-    ~SocketPeer()
+    ~Listener()
     {
         done.store(true);
         if (worker.joinable())
@@ -170,12 +164,45 @@ public:
             ::close(fd);
     }
     int port = -1;
+    std::atomic<bool> done{false};
+    std::vector<int> clients;   // the worker's, then the destructor's
 
 private:
     int fd = -1;
-    std::atomic<bool> done{false};
     std::thread worker;
-    std::vector<int> clients;
+};
+
+// A TCP peer on a free port that accepts one connection and then either
+// sends garbage, stays silent, or never reads what it is sent; it ends when
+// the object goes out of scope.
+class SocketPeer
+{
+public:
+    // Garbage: sends 256 KiB of noise and hangs up; Silent: neither sends
+    // nor reads; Slow: reads 16 KiB every 20 ms or so. The receive buffer is
+    // small: a peer that never reads fills it soon.
+    enum Mode { Garbage, Silent, Slow };
+    explicit SocketPeer(Mode mode)
+        : listener(4096, mode == Slow ? 20000 : 100000, [this, mode](int c) {
+              listener.clients.push_back(c);
+              if (mode != Garbage)
+                  return;
+              char junk[4096];
+              for (size_t i = 0; i < sizeof(junk); ++i)
+                  junk[i] = char((i * 7919u + 13u) % 251u);
+              for (int n = 0; n < 64 && !listener.done.load(); ++n)
+                  if (::send(c, junk, sizeof(junk), MSG_NOSIGNAL) < 0)
+                      break;
+              ::shutdown(c, SHUT_RDWR);
+          }, [this, mode] {
+              char buf[16384];
+              for (int c : mode == Slow ? listener.clients : std::vector<int>())
+                  ::recv(c, buf, sizeof(buf), MSG_DONTWAIT);
+          })
+    {
+    }
+    Listener listener;
+    const int port = listener.port;
 };
 
 // An HTTP server on a free port that answers every request with one file,
@@ -185,57 +212,25 @@ class HttpFilePeer
 {
 public:
     explicit HttpFilePeer(const QByteArray &body)
+        : listener(0, 100000, [this, body](int c) {
+              char request[4096];
+              ::recv(c, request, sizeof(request), 0);
+              const QByteArray reply = "HTTP/1.0 200 OK\r\nContent-Type: video/mp4\r\nContent-Length: "
+                  + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+              for (qint64 sent = 0; sent < reply.size() && !listener.done.load();) {
+                  const ssize_t n = ::send(c, reply.constData() + sent, size_t(reply.size() - sent), MSG_NOSIGNAL);
+                  if (n <= 0)
+                      break;
+                  sent += n;
+              }
+              ::close(c);
+              ++requests;
+          })
     {
-        fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof(a);
-        if (::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof(a)) != 0 || ::listen(fd, 4) != 0
-                || ::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) != 0)
-            return;
-        port = ntohs(a.sin_port);
-        worker = std::thread([this, body] {
-            while (!done.load()) {
-                timeval tv{0, 100000};
-                fd_set set;
-                FD_ZERO(&set);
-                FD_SET(fd, &set);
-                if (::select(fd + 1, &set, nullptr, nullptr, &tv) <= 0)
-                    continue;
-                const int c = ::accept(fd, nullptr, nullptr);
-                if (c < 0)
-                    continue;
-                char request[4096];
-                ::recv(c, request, sizeof(request), 0);
-                const QByteArray reply = "HTTP/1.0 200 OK\r\nContent-Type: video/mp4\r\nContent-Length: "
-                    + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
-                for (qint64 sent = 0; sent < reply.size() && !done.load();) {
-                    const ssize_t n = ::send(c, reply.constData() + sent, size_t(reply.size() - sent), MSG_NOSIGNAL);
-                    if (n <= 0)
-                        break;
-                    sent += n;
-                }
-                ::close(c);
-                ++requests;
-            }
-        });
     }
-    ~HttpFilePeer()
-    {
-        done.store(true);
-        if (worker.joinable())
-            worker.join();
-        if (fd >= 0)
-            ::close(fd);
-    }
-    int port = -1;
-    std::atomic<int> requests{0};
-
-private:
-    int fd = -1;
-    std::atomic<bool> done{false};
-    std::thread worker;
+    std::atomic<int> requests{0};   // before the listener: its thread counts here until it ends
+    Listener listener;
+    const int port = listener.port;
 };
 
 // nginx with its RTMP module as a media server of its own: a configuration

@@ -72,6 +72,12 @@ private slots:
                  qPrintable(error));
     }
 
+    void init()
+    {
+        if (!MediaProbe::toolsAvailable())
+            QSKIP("ffmpeg and ffprobe are needed");
+    }
+
     // ffmpeg publishes, vexa-launch receives with InputNet and records with
     // OutputFile. "@PORT@" stands for the port; "lossless" rows compare
     // every packet's size and data hash with the source's.
@@ -121,8 +127,6 @@ private slots:
         QFETCH(bool, udp);
         QFETCH(bool, lossless);
         QFETCH(QString, container);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort(udp);
         QVERIFY(port > 0);
         const QString out = dir.filePath(QStringLiteral("received-%1.%2").arg(QTest::currentDataTag(), container).replace(' ', '-'));
@@ -206,8 +210,6 @@ private slots:
         QFETCH(QString, compare);
         QFETCH(QString, outSettings);
         QFETCH(int, receiverLateMs);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const QString tag = QString::fromLatin1(QTest::currentDataTag()).replace(' ', '-');
         const QString src = dir.filePath(source);
 
@@ -286,8 +288,6 @@ private slots:
     void reconnect()
     {
         QFETCH(QString, scheme);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const bool rtsp = scheme == QLatin1String("rtsp");
         const int port = NetPeer::freePort();
         const QString url = rtsp ? QStringLiteral("rtsp://127.0.0.1:%1/live").arg(port) : QStringLiteral("tcp://127.0.0.1:%1").arg(port);
@@ -381,8 +381,6 @@ private slots:
     void mediaServer()
     {
         QFETCH(bool, ourPublisher);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         if (!NetPeer::NginxRtmp::available())
             QSKIP("nginx with libnginx-mod-rtmp is needed");
         QTemporaryDir prefix;
@@ -408,7 +406,9 @@ private slots:
             QVERIFY(VexaTest::start(launch, VEXA_LAUNCH, {write(VexaTest::pipeline("InputNet", in, "OutputFile", path(recording))),
                                                           "--quiet", "-y"}));
         }
-        QTest::qWait(scaled(500));
+        // The server logs the play request once the player is subscribed.
+        QVERIFY2(QTest::qWaitFor([&] { return server.errors().contains(QLatin1String("play: name='s'")); }, scaled(20000)),
+                 qPrintable(server.errors()));
         if (ourPublisher) {
             const QByteArray pipeline = VexaTest::pipeline("InputFile", path(src) + R"(, "realtime": true)", "OutputNet",
                                                            QStringLiteral("\"url\": \"%1\", \"overflow\": \"wait\"").arg(url));
@@ -441,8 +441,6 @@ private slots:
     // source going quiet: the stream goes on to its real end.
     void receiverHoldsBack()
     {
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort();
         NetPeer::Ffmpeg publisher;
         publisher.start(tcpServer(port, false));
@@ -473,8 +471,6 @@ private slots:
     // is a finished file, and the stream is never interrupted.
     void recordWhileStreaming()
     {
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort();
         const QString url = QStringLiteral("tcp://127.0.0.1:%1").arg(port);
         NetPeer::Ffmpeg publisher;
@@ -550,8 +546,6 @@ private slots:
         QFETCH(QString, url);
         QFETCH(QString, peer);
         QFETCH(QString, message);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         std::unique_ptr<NetPeer::SocketPeer> socketPeer;
         int port = NetPeer::freePort();
         if (peer == QLatin1String("silent") || peer == QLatin1String("garbage")) {
@@ -589,8 +583,6 @@ private slots:
     {
         QFETCH(bool, indexFirst);
         QFETCH(int, exitCode);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const QString src = dir.filePath(indexFirst ? "served-faststart.mp4" : "served-index-last.mp4");
         QString error;
         QVERIFY2(MediaProbe::ffmpeg({"-f", "lavfi", "-i", "testsrc=size=320x240:rate=25", "-t", "6", "-c:v", "libx264", "-preset",
@@ -643,8 +635,6 @@ private slots:
         QFETCH(int, exitCode);
         QFETCH(QString, message);
         QFETCH(bool, reads);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         NetPeer::SocketPeer sink(reads ? NetPeer::SocketPeer::Slow : NetPeer::SocketPeer::Silent);
         QVERIFY(sink.port > 0);
         const QByteArray pipeline = VexaTest::pipeline(
@@ -675,8 +665,6 @@ private slots:
         QFETCH(QString, module);
         QFETCH(QString, url);
         QFETCH(int, signal);
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort();
         const QString net = QStringLiteral(R"("url": "%1", "listen": true, "openTimeout": 60)").arg(arg(url, port));
         const QByteArray pipeline = module == QLatin1String("InputNet")
@@ -701,8 +689,6 @@ private slots:
     // run goes on until it is ended (SIGTERM: 143, not a module error).
     void viewersComeAndGo()
     {
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort();
         const QString url = QStringLiteral("tcp://127.0.0.1:%1").arg(port);
         const QByteArray pipeline = VexaTest::pipeline(
@@ -723,6 +709,8 @@ private slots:
             QVERIFY(streams.value("video").first().key);
             QVERIFY(!streams.value("audio").isEmpty());
         }
+        // Ended once it has seen the last viewer go and listens again.
+        QVERIFY2(NetPeer::waitBound(port, false), launch.readAllStandardError().constData());
         QCOMPARE(::kill(pid_t(launch.processId()), SIGTERM), 0);
         QVERIFY2(launch.waitForFinished(scaled(30000)), "vexa-launch did not end");
         const QByteArray err = launch.readAllStandardError();
@@ -735,8 +723,6 @@ private slots:
     // stopped before the process ends, the recording is complete.
     void interrupt()
     {
-        if (!MediaProbe::toolsAvailable())
-            QSKIP("ffmpeg and ffprobe are needed");
         const int port = NetPeer::freePort();
         NetPeer::Ffmpeg publisher;
         publisher.start(tcpServer(port, true));

@@ -37,20 +37,10 @@ struct Viewed {
     QList<QJsonObject> video;
 };
 
-// Established TCP connections to @p port on this machine, from the kernel's
-// socket table.
+// Established TCP connections to @p port on this machine.
 int connections(int port)
 {
-    QFile f(QStringLiteral("/proc/net/tcp"));
-    if (!f.open(QIODevice::ReadOnly))
-        return 0;
-    const QString local = QStringLiteral(":%1").arg(port, 4, 16, QLatin1Char('0')).toUpper();
-    int n = 0;
-    for (const QByteArray &line : f.readAll().split('\n')) {
-        const QStringList cols = QString::fromLatin1(line).simplified().split(QLatin1Char(' '));
-        n += cols.size() > 3 && cols.at(1).endsWith(local) && cols.at(3) == QLatin1String("01") ? 1 : 0;
-    }
-    return n;
+    return NetPeer::sockets(port, false, "01");
 }
 
 QStringList probeArgs(const QString &transport, int packets, const QString &url)
