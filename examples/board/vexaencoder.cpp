@@ -132,12 +132,16 @@ void VexaEncoder::onStart()
 void VexaEncoder::onStop()
 {
     // Pictures already on their way are still taken and sent.
+    // Unbound first, so that only those are left (a running source would
+    // otherwise keep the encoder busy for ever).
     if (created && !snapshots) {
-        QElapsedTimer quiet;
+        VexaHi::bind(HI_ID_BUTT, 0, 0, HI_ID_VENC, 0, chn);
+        QElapsedTimer quiet, total;
         quiet.start();
-        while (quiet.elapsed() < 300) {
+        total.start();
+        while (quiet.elapsed() < 200 && total.elapsed() < 3000) {
             pollfd p = {fd, POLLIN, 0};
-            if (poll(&p, 1, 50) > 0 && readOne())
+            if (poll(&p, 1, 20) > 0 && readOne())
                 quiet.restart();
         }
     }
