@@ -20,7 +20,8 @@ VexaCapture::~VexaCapture()
 
 QVariant VexaCapture::stats()
 {
-    return QVariantMap{{"tee", teeId.loadRelaxed()}, {"width", width}, {"height", height}, {"fps", fps}};
+    return QVariantMap{{"tee", teeId.loadRelaxed()}, {"width", width.loadRelaxed()}, {"height", height.loadRelaxed()},
+                       {"fps", fps.loadRelaxed()}};
 }
 
 QString VexaCapture::checkSetup(QVariantMap s, QVariantMap)
@@ -46,7 +47,7 @@ void VexaCapture::onStart()
     height = settings.value("height", 1080).toInt();
     fps = settings.value("fps", 30).toInt();
     const int sensor = settings.value("sensorFps", 30).toInt();
-    const hi_u32 w = hi_u32(width), h = hi_u32(height);
+    const hi_u32 w = hi_u32(width.loadRelaxed()), h = hi_u32(height.loadRelaxed());
 
     hi_vi_dev_attr devAttr = {};
     devAttr.intf_mode = HI_VI_INTF_MODE_MIPI;
@@ -58,8 +59,9 @@ void VexaCapture::onStart()
     hi_vi_chn_attr chnAttr = {};
     chnAttr.size = {w, h};
     chnAttr.pixel_format = HI_PIXEL_FORMAT_YVU_SEMIPLANAR_420;
-    chnAttr.frame_rate_ctrl.src_frame_rate = fps < sensor ? sensor : -1;
-    chnAttr.frame_rate_ctrl.dst_frame_rate = fps < sensor ? fps : -1;
+    const int rate = fps.loadRelaxed();
+    chnAttr.frame_rate_ctrl.src_frame_rate = rate < sensor ? sensor : -1;
+    chnAttr.frame_rate_ctrl.dst_frame_rate = rate < sensor ? rate : -1;
 
     // The board's start order: device, device-to-pipe binding, pipe, channel.
     hi_s32 ret = hi_mpi_vi_set_dev_attr(dev, &devAttr);
@@ -90,13 +92,13 @@ void VexaCapture::onStart()
 
     // The tee takes the channel's pictures; its groups are made as receivers ask.
     tee = VexaHi::newTee(HI_ID_VI, dev, 0);
-    if (width > tee->maxWidth || height > tee->maxHeight) {
-        tee->maxWidth = qMax(width, tee->maxWidth);
-        tee->maxHeight = qMax(height, tee->maxHeight);
+    if (int(w) > tee->maxWidth || int(h) > tee->maxHeight) {
+        tee->maxWidth = qMax(int(w), tee->maxWidth);
+        tee->maxHeight = qMax(int(h), tee->maxHeight);
     }
     teeId = tee->getId();
     outInfoV.type = VexaBoard::PictureStream;
-    outInfoV.params = VexaBoard::pictureParams(tee->getId(), width, height, fps);
+    outInfoV.params = VexaBoard::pictureParams(tee->getId(), int(w), int(h), rate);
     sendInfoV(outInfoV);
 }
 

@@ -56,7 +56,7 @@ private:
     bool devEnabled = false, pipeCreated = false, pipeStarted = false, chnEnabled = false;
     VexaTee *tee = nullptr;
     QAtomicInteger<int> teeId = -1;
-    int width = 0, height = 0, fps = 0;
+    QAtomicInteger<int> width = 0, height = 0, fps = 0; // read by stats()
 };
 
 #endif // VEXACAPTURE_H

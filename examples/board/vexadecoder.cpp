@@ -89,7 +89,7 @@ VexaDecoder::VexaDecoder(QObject *parent)
 
 VexaDecoder::~VexaDecoder()
 {
-    close(false);
+    close(false, false);
 }
 
 QVariant VexaDecoder::stats()
@@ -198,7 +198,7 @@ bool VexaDecoder::open(const QVariantMap &params)
     return true;
 }
 
-void VexaDecoder::close(bool finish)
+void VexaDecoder::close(bool finish, bool announce)
 {
     if (created && finish) {
         // The end of the stream drains the decoder; wait until every picture went on.
@@ -234,7 +234,8 @@ void VexaDecoder::close(bool finish)
         VexaBoard::releaseChannel(VexaBoard::Decoder, chn);
     chn = -1;
     channelNumber = -1;
-    if (outInfoV.type) {
+    // Receivers learn that the tee is gone.
+    if (outInfoV.type && announce) {
         outInfoV = StreamInfo();
         sendInfoV(outInfoV);
     }

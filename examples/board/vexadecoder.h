@@ -61,7 +61,7 @@ protected:
 
 private:
     bool open(const QVariantMap &params);
-    void close(bool drain);
+    void close(bool finish, bool announce = true);
     void drain();
     void feed(const Packet &p);
     void fail(const QString &message);
