@@ -132,14 +132,14 @@ void VexaEncoder::onStart()
 void VexaEncoder::onStop()
 {
     // Pictures already on their way are still taken and sent.
-    // Unbound first, so that only those are left (a running source would
-    // otherwise keep the encoder busy for ever).
+    // A source stopped before (as vexa-launch stops upstream first) lets the
+    // last pictures through its tee; a running one is cut off after two
+    // seconds.
     if (created && !snapshots) {
-        VexaHi::bind(HI_ID_BUTT, 0, 0, HI_ID_VENC, 0, chn);
         QElapsedTimer quiet, total;
         quiet.start();
         total.start();
-        while (quiet.elapsed() < 200 && total.elapsed() < 3000) {
+        while (quiet.elapsed() < 200 && total.elapsed() < 2000) {
             pollfd p = {fd, POLLIN, 0};
             if (poll(&p, 1, 20) > 0 && readOne())
                 quiet.restart();

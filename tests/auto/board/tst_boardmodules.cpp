@@ -297,8 +297,8 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(packets(main) > before, 60000);
         QVERIFY(decodesCleanly(dir.filePath("rec-0.mp4")));
 
-        main->destroy();
         cam->destroy();
+        main->destroy();
         QTRY_COMPARE(VexaBoard::channelsInUse(VexaBoard::Encoder), 0);
         QTRY_COMPARE(groups(), 0);
         QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
