@@ -117,6 +117,18 @@ void VexaDecoder::onStop()
 
 void VexaDecoder::onNewInfoV(StreamInfo info)
 {
+    // The description taken at start can arrive once more (parked before
+    // start), and a source may refine one (a bit rate, a frame rate): the
+    // channel changes only for another codec, size or parameter sets.
+    const auto same = [this](const QVariantMap &p) {
+        for (const char *key : {"codecId", "width", "height", "extradata"}) {
+            if (p.value(key) != openedWith.value(key))
+                return false;
+        }
+        return true;
+    };
+    if (created && info.type == VexaBoard::CompressedStream && same(info.params))
+        return;
     drain();
     close(true);
     failed = false;
@@ -187,6 +199,7 @@ bool VexaDecoder::open(const QVariantMap &params)
         close(false);
         return false;
     }
+    openedWith = params;
     tee = VexaHi::newTee(HI_ID_VDEC, 0, chn);
     teeId = tee->getId();
     int fps = 25;

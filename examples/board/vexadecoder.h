@@ -77,6 +77,7 @@ private:
     QByteArray headers;     // parameter sets in start-code form, sent before the first packet
     QByteArray annexB;
     bool failed = false;
+    QVariantMap openedWith; // the description the channel was made for
 
     QAtomicInteger<qint64> packets = 0, bytes = 0;
     QAtomicInteger<int> teeId = -1, channelNumber = -1;

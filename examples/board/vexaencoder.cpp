@@ -159,6 +159,9 @@ void VexaEncoder::onNewInfoV(StreamInfo info)
 {
     if (getState() != QLatin1String("started"))
         return;
+    // The description taken at start can arrive once more (parked before start).
+    if (created && info.type == VexaBoard::PictureStream && info.params == attachedTo)
+        return;
     detach();
     if (info.type == VexaBoard::PictureStream)
         attach(info.params);
@@ -279,6 +282,7 @@ bool VexaEncoder::attach(const QVariantMap &source)
     connect(notifier, &QSocketNotifier::activated, this, &VexaEncoder::readStreams);
     firstPts = -1;
     described = false;
+    attachedTo = source;
     if (snapshots) {
         snapshotTimer = new QTimer(this);
         snapshotTimer->setInterval(int(settings.value("snapshot", 0).toDouble() * 1000));

@@ -105,6 +105,7 @@ private:
     qint64 firstPts = -1;
     int snapshotNumber = 0;
     bool described = false;
+    QVariantMap attachedTo; // the tee description the channel was made for
     QByteArray frame;
 
     QAtomicInteger<qint64> packets = 0, bytes = 0, keyframes = 0, snaps = 0, mediaUs = 0;
