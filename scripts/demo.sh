@@ -15,7 +15,7 @@ usage() { echo "usage: $0 <build-dir> [input-clip]" >&2; exit 2; }
 build=$1
 clip=${2:-}
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-launch=$build/tools/vexa-launch
+launch=$(cd "$(dirname "$build/tools/vexa-launch")" 2>/dev/null && pwd)/vexa-launch
 pipeline=$repo/examples/pipelines/remux.json
 
 if [ ! -x "$launch" ]; then
