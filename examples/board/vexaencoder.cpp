@@ -283,6 +283,8 @@ bool VexaEncoder::attach(const QVariantMap &source)
     firstPts = -1;
     described = false;
     attachedTo = source;
+    qDebug("%s: VENC channel %d, %s %dx%d at %d fps, from tee %d", qPrintable(name()), chn, qPrintable(codec), width, height, fps,
+           tee->getId());
     if (snapshots) {
         snapshotTimer = new QTimer(this);
         snapshotTimer->setInterval(int(settings.value("snapshot", 0).toDouble() * 1000));
