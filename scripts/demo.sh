@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Remux demo: makes a short sample clip (H.264 + AAC) unless one is given,
 # remuxes it through vexa-launch with examples/pipelines/remux.json and says
-# where the output file and the pipeline graph are.
+# where the output file and the pipeline graph are. Then the camera demo:
+# examples/pipelines/camera.json for a few seconds on the platform model
+# (at 640x360, so that a PC encodes it in real time), and where its
+# recording and snapshots are.
 #
 # Usage: scripts/demo.sh <build-dir> [input-clip]
 set -euo pipefail
@@ -12,7 +15,7 @@ usage() { echo "usage: $0 <build-dir> [input-clip]" >&2; exit 2; }
 build=$1
 clip=${2:-}
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-launch=$build/tools/vexa-launch
+launch=$(cd "$(dirname "$build/tools/vexa-launch")" 2>/dev/null && pwd)/vexa-launch
 pipeline=$repo/examples/pipelines/remux.json
 
 if [ ! -x "$launch" ]; then
@@ -61,4 +64,25 @@ fi
 if command -v ffprobe >/dev/null; then
     echo
     ffprobe -v error -show_entries stream=index,codec_name,codec_type:format=duration -of compact "$out"
+fi
+
+# The camera pipeline on the platform model: capture, tee, H.265 and H.264
+# encoders, a recording, two SRT outputs (nobody need watch) and snapshots.
+camera=$work/camera
+mkdir -p "$camera"
+echo
+echo "Running: vexa-launch $repo/examples/pipelines/camera.json -d 6 (at 640x360, in $camera)"
+status=0
+(cd "$camera" && "$launch" "$repo/examples/pipelines/camera.json" -q -d 6 \
+    --set cam.width=640 --set cam.height=360 --set main.bitrate=1000 \
+    --set sub.width=320 --set sub.height=180 --set snap.snapshot=2) || status=$?
+if [ $status -ne 0 ]; then
+    echo "demo.sh: the camera pipeline failed (exit code $status)" >&2
+    exit $status
+fi
+echo
+echo "Camera recording: $camera/camera.mp4"
+echo "Snapshots:        $(ls "$camera"/snapshot-*.jpg | tr '\n' ' ')"
+if command -v ffprobe >/dev/null; then
+    ffprobe -v error -show_entries stream=codec_name,width,height,nb_frames:format=duration -of compact "$camera/camera.mp4"
 fi

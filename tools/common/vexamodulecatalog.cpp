@@ -4,6 +4,7 @@
 #include <QMetaObject>
 #include <QMetaType>
 
+#include "vexaboardmodules.h"
 #include "vexaexamplemodules.h"
 #include "vexanames.h"
 #include "vexaobject.h"
@@ -30,6 +31,7 @@ bool creatable(const QMetaObject *mo)
 void VexaModuleCatalog::registerBuiltIn()
 {
     vexaRegisterExampleModules();
+    vexaRegisterBoardModules();
 }
 
 bool VexaModuleCatalog::loadLibrary(const QString &path, QString *error)

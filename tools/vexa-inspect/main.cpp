@@ -4,6 +4,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QMetaClassInfo>
 #include <QFileInfo>
 #include <QMetaMethod>
 #include <QMetaObject>
@@ -90,6 +91,17 @@ void showClass(QTextStream &out, const QMetaObject *mo, bool all)
         << "    sends          " << VexaClassInfo::kindsText(info.sends()) << '\n'
         << "    accepts        " << VexaClassInfo::kindsText(info.accepts()) << '\n'
         << "    platform       " << (info.usesPlatform() ? "may use the media platform" : "unused") << '\n';
+    // Board modules: pictures offered or taken through a VPSS tee instead of packets on V.
+    const auto classText = [mo](const char *key) {
+        const int i = mo->indexOfClassInfo(key);
+        return i < 0 ? QString() : QString::fromLatin1(mo->classInfo(i).value());
+    };
+    if (classText("videoForm") == QLatin1String("tee"))
+        out << "    video out      pictures through a tee (link an Encoder)\n";
+    if (classText("videoInput") == QLatin1String("tee"))
+        out << "    video in       a channel of a tee (link a Capture or a Decoder)\n";
+    if (mo->indexOfMethod("checkSetup(QVariantMap,QVariantMap)") >= 0)
+        out << "    checks         its settings before start (checkSetup)\n";
 
     out << "\nSettings" << (info.declaresSettings() ? "" : " (none declared: keys are not checked)") << ":\n";
     for (const VexaClassInfo::Setting &st : info.settings()) {

@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonParseError>
+#include <QMetaClassInfo>
 #include <QSet>
 
 #include <cmath>
@@ -69,6 +70,34 @@ QString resolved(const QString &path, const QString &fileName)
 VexaClassInfo classInfo(const PipelineModule &m)
 {
     return VexaClassInfo(VexaModuleCatalog::find(m.className));
+}
+
+// A class's Q_CLASSINFO text of @p key, empty when it has none. "videoForm"
+// "tee" says that the class offers pictures through a tee on V rather than
+// packets; "videoInput" "tee" that it takes a channel of such a tee.
+QString classText(const PipelineModule &m, const char *key)
+{
+    const QMetaObject *mo = VexaModuleCatalog::find(m.className);
+    const int i = mo ? mo->indexOfClassInfo(key) : -1;
+    return i < 0 ? QString() : QString::fromLatin1(mo->classInfo(i).value());
+}
+
+// What a class's own checkSetup(settings, links) finds wrong with @p m (a
+// size its platform channel cannot do, more inputs than it has channels),
+// asked of a short-lived object that is never started.
+QString setupProblem(const PipelineModule &m, const QVariantMap &links)
+{
+    const QMetaObject *mo = VexaModuleCatalog::find(m.className);
+    if (!mo || mo->indexOfMethod("checkSetup(QVariantMap,QVariantMap)") < 0)
+        return QString();
+    QObject *probe = mo->newInstance();
+    if (!probe)
+        return QString();
+    QString problem;
+    QMetaObject::invokeMethod(probe, "checkSetup", Qt::DirectConnection, Q_RETURN_ARG(QString, problem),
+                              Q_ARG(QVariantMap, m.settings), Q_ARG(QVariantMap, links));
+    delete probe;
+    return problem;
 }
 
 // True when a and b name one file: the same device and inode when both
@@ -325,6 +354,18 @@ bool Pipeline::checkSettings(QStringList *errors) const
                          .arg(where, m.name, VexaModuleCatalog::shortName(m.className), it.key(), problem));
         }
     }
+    if (errors->size() != before)
+        return false;
+    // Settings of the right types can still ask for what the class cannot do.
+    for (const PipelineModule &m : modules) {
+        int inputsV = 0;
+        for (const PipelineLink &l : links)
+            inputsV += l.to == m.name && l.kind == QLatin1Char('V') ? 1 : 0;
+        const QString problem = setupProblem(m, QVariantMap{{"inputsV", inputsV}});
+        if (!problem.isEmpty())
+            errors->append(QStringLiteral("%1: module \"%2\" (%3): %4")
+                               .arg(fileName, m.name, VexaModuleCatalog::shortName(m.className), problem));
+    }
     return errors->size() == before;
 }
 
@@ -349,6 +390,22 @@ bool Pipeline::checkLinks(QStringList *errors) const
             errors->append(QStringLiteral("%1: link %2 -> %3 (%4): class %5 does not accept %6 (it accepts: %7)")
                          .arg(fileName, l.from, l.to, QString(l.kind), VexaModuleCatalog::shortName(to.className), what,
                               VexaClassInfo::kindsText(dst.accepts())));
+            continue;
+        }
+        // Pictures behind a tee and compressed packets do not mix on V.
+        if (kind & VexaClassInfo::Video) {
+            const bool teeOut = classText(from, "videoForm") == QLatin1String("tee");
+            const bool teeIn = classText(to, "videoInput") == QLatin1String("tee");
+            if (teeIn && !teeOut)
+                errors->append(QStringLiteral("%1: link %2 -> %3 (%4): class %5 takes pictures from a tee, and %6 offers no tee "
+                                              "(it sends packets): link a Capture or a Decoder to it")
+                                   .arg(fileName, l.from, l.to, QString(l.kind), VexaModuleCatalog::shortName(to.className),
+                                        VexaModuleCatalog::shortName(from.className)));
+            else if (teeOut && !teeIn)
+                errors->append(QStringLiteral("%1: link %2 -> %3 (%4): class %5 offers pictures through a tee, which %6 cannot take: "
+                                              "link an Encoder between them")
+                                   .arg(fileName, l.from, l.to, QString(l.kind), VexaModuleCatalog::shortName(from.className),
+                                        VexaModuleCatalog::shortName(to.className)));
         }
     }
     if (sources().isEmpty()) {

@@ -9,6 +9,7 @@
 #include <QSet>
 #include <QtTest>
 
+#include "vexaboardmodules.h"
 #include "vexaexamplemodules.h"
 #include "vexanames.h"
 #include "vexaobject.h"
@@ -87,6 +88,7 @@ private slots:
     void settings()
     {
         vexaRegisterExampleModules();
+        vexaRegisterBoardModules();
         const QString text = readFile(top + QStringLiteral("/docs/pipelines.md"));
         const QRegularExpression row(QStringLiteral("^\\| ([A-Z]\\w+) \\| (`[^|]*) \\|"), QRegularExpression::MultilineOption);
         const QRegularExpression setting(QStringLiteral("(?:^|; |/)`(\\w+)`"));

@@ -359,7 +359,7 @@ private slots:
         launch("check only", remuxPipeline("x.mp4", "y.mp4"), {"@", "--check"}, 0, "valid, 2 modules, 2 links");
         // The shipped pipelines pass every check.
         for (const char *name : {"remux.json", "remux-stats.json", "live-loop.json", "publish-live.json", "receive-record.json",
-                                 "relay.json"}) {
+                                 "relay.json", "camera.json", "transcode.json"}) {
             QTest::newRow(qPrintable(QStringLiteral("example %1").arg(name))) << QString::fromUtf8(VEXA_LAUNCH) << QByteArray()
                 << QStringList{QStringLiteral(VEXA_EXAMPLE_PIPELINES "/") + name, "--check"} << 0 << QStringList{": valid, "}
                 << QStringList() << QStringList();
