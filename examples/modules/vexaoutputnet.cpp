@@ -1,5 +1,6 @@
 #include "vexaoutputnet.h"
 
+#include <QElapsedTimer>
 #include <QMetaMethod>
 #include <QMutexLocker>
 #include <QThread>
@@ -31,6 +32,9 @@ const int muxDelayUs = 700000;
 const int holdBackSliceMs = 100;
 // Packets of each kind held until the destination is open ("drop").
 const int holdPackets = 1024;
+// How long the header waits for the description of a kind whose packets
+// already came.
+const qint64 describeWaitMs = 2000;
 // MPEG-TS over datagrams: seven 188-byte packets per datagram.
 const char *const datagramSize = "1316";
 
@@ -45,6 +49,10 @@ const char *formatForScheme(const QString &scheme)
         return "flv";
     return nullptr;
 }
+
+// How long a finished SRT stream stays open before it is closed: several
+// times the receiver's default latency window, for a busy machine.
+constexpr unsigned long srtCloseGraceMs = 500;
 
 // The peer closed the connection (a receiver that went away).
 bool receiverGone(int r)
@@ -329,6 +337,8 @@ void VexaOutputNet::run()
 bool VexaOutputNet::waitForDescriptions(StreamInfo infos[2])
 {
     QMutexLocker locker(&gate);
+    QElapsedTimer waiting;
+    waiting.start();
     for (;;) {
         const bool haveA = descriptions[0].type != 0;
         const bool haveV = descriptions[1].type != 0;
@@ -339,7 +349,12 @@ bool VexaOutputNet::waitForDescriptions(StreamInfo infos[2])
             const int least = bounds[k] < 0 ? headerWaitPackets : qMin(headerWaitPackets, bounds[k]);
             enough |= queue.count(k ? VexaPacketQueue::Video : VexaPacketQueue::Audio) >= least - 1;
         }
-        if ((haveA && haveV) || ((haveA || haveV) && enough))
+        // Unless packets of the other kind came too: its description is on
+        // its way (descriptions come through the module's thread, packets
+        // at once from the sender's), a while at most.
+        const VexaPacketQueue::Kind other = haveA ? VexaPacketQueue::Video : VexaPacketQueue::Audio;
+        const bool otherComing = haveA != haveV && queue.count(other) > 0 && waiting.elapsed() < describeWaitMs;
+        if ((haveA && haveV) || ((haveA || haveV) && enough && !otherComing))
             break;
         if (phase != Running) {
             if (haveA || haveV)
@@ -348,7 +363,10 @@ bool VexaOutputNet::waitForDescriptions(StreamInfo infos[2])
             queue.clear();
             return false;
         }
-        changed.wait(&gate);
+        if (otherComing)
+            changed.wait(&gate, 20);
+        else
+            changed.wait(&gate);
     }
     infos[0] = descriptions[0];
     infos[1] = descriptions[1];
@@ -701,6 +719,12 @@ void VexaOutputNet::finish()
     av_interleaved_write_frame(oc, nullptr);
     const int r = av_write_trailer(oc);
     io->disarm();
+    // An SRT receiver plays each packet a latency window after it was sent
+    // and forgets what it has not played yet when the sender closes: what
+    // went out last (a held backlog goes out at once) stays reachable for a
+    // while first. The window is 120 ms unless the receiver asks for more.
+    if (r >= 0 && url.startsWith(QLatin1String("srt:"), Qt::CaseInsensitive))
+        QThread::msleep(srtCloseGraceMs);
     closeMuxer();
     // A listening output's receiver that left just before the stop had what
     // was written up to then, as every receiver that leaves has.
