@@ -1,8 +1,13 @@
 #include "vexaboard.h"
 
+#include <QList>
 #include <QMutex>
 
 #include <bitset>
+
+#include "hivpss.h"
+#include "vexahi.h"
+#include "vexatee.h"
 
 namespace {
 // The platform has 64 encoder and 64 decoder channels per process here.
@@ -46,4 +51,21 @@ int VexaBoard::channelsInUse(Unit unit)
 QVariantMap VexaBoard::pictureParams(int tee, int width, int height, int fps)
 {
     return QVariantMap{{"kind", "video"}, {"tee", tee}, {"width", width}, {"height", height}, {"fps", fps}};
+}
+
+void VexaBoard::releasePictureTee(VexaTee *&tee)
+{
+    if (!tee)
+        return;
+    // Group inputs are bound to the module's channel: clear them before the groups go.
+    QList<int> groups;
+    {
+        QMutexLocker locker(&VexaTee::mutex);
+        for (HiVpss *group : qAsConst(tee->vpssList))
+            groups << group->getId();
+    }
+    for (int group : qAsConst(groups))
+        VexaHi::bind(HI_ID_BUTT, 0, 0, HI_ID_VPSS, group, 0);
+    VexaHi::delTee(tee);
+    tee = nullptr;
 }

@@ -5,6 +5,8 @@
 
 #include "vexaboardmodules_export.h"
 
+class VexaTee;
+
 /**
  * What the board modules share: the stream description of pictures offered
  * through a tee, the description keys of compressed streams that the file
@@ -38,6 +40,13 @@ public:
     static void releaseChannel(Unit unit, int chn);
     /** Channels of @p unit in use. */
     static int channelsInUse(Unit unit);
+
+    /**
+     * Gives back the tee of a module that offers pictures (@p tee set to
+     * null): its groups' inputs, bound to the module's platform channel,
+     * are unbound first, then the groups and the tee go. Null does nothing.
+     */
+    static void releasePictureTee(VexaTee *&tee);
 
     /** The description of a tee's pictures. */
     static QVariantMap pictureParams(int tee, int width, int height, int fps);

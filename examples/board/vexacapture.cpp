@@ -115,17 +115,7 @@ void VexaCapture::onStop()
 void VexaCapture::teardown()
 {
     if (tee) {
-        // Group inputs are bound to the VI channel: clear them before the groups go.
-        QList<int> groups;
-        {
-            QMutexLocker locker(&VexaTee::mutex);
-            for (HiVpss *group : qAsConst(tee->vpssList))
-                groups << group->getId();
-        }
-        for (int group : qAsConst(groups))
-            VexaHi::bind(HI_ID_BUTT, 0, 0, HI_ID_VPSS, group, 0);
-        VexaHi::delTee(tee);
-        tee = nullptr;
+        VexaBoard::releasePictureTee(tee);
         teeId = -1;
     }
     if (chnEnabled)

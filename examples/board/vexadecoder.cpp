@@ -226,16 +226,7 @@ void VexaDecoder::close(bool finish, bool announce)
             QThread::msleep(10);
     }
     if (tee) {
-        QList<int> groups;
-        {
-            QMutexLocker locker(&VexaTee::mutex);
-            for (HiVpss *group : qAsConst(tee->vpssList))
-                groups << group->getId();
-        }
-        for (int group : qAsConst(groups))
-            VexaHi::bind(HI_ID_BUTT, 0, 0, HI_ID_VPSS, group, 0);
-        VexaHi::delTee(tee);
-        tee = nullptr;
+        VexaBoard::releasePictureTee(tee);
         teeId = -1;
     }
     if (created) {
