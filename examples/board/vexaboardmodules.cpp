@@ -4,6 +4,7 @@
 
 #include "vexacapture.h"
 #include "vexadecoder.h"
+#include "vexadisplay.h"
 #include "vexaencoder.h"
 
 QStringList vexaRegisterBoardModules()
@@ -11,7 +12,9 @@ QStringList vexaRegisterBoardModules()
     qRegisterMetaType<VexaCapture *>("VexaCapture");
     qRegisterMetaType<VexaEncoder *>("VexaEncoder");
     qRegisterMetaType<VexaDecoder *>("VexaDecoder");
-    return {QStringLiteral("VexaCapture"), QStringLiteral("VexaEncoder"), QStringLiteral("VexaDecoder")};
+    qRegisterMetaType<VexaDisplay *>("VexaDisplay");
+    return {QStringLiteral("VexaCapture"), QStringLiteral("VexaEncoder"), QStringLiteral("VexaDecoder"),
+            QStringLiteral("VexaDisplay")};
 }
 
 int vexaRegisterModules()

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "hi_mpi_vb.h"
+#include "hi_mpi_vo.h"
 #include "vexa.h"
 #include "vexaobject.h"
 #include "vexaboard.h"
@@ -79,6 +80,56 @@ QString writeFile(const QString &path, const QByteArray &text)
     f.open(QIODevice::WriteOnly);
     f.write(text);
     return path;
+}
+
+// The pictures of a screen file as packed RGB, one QByteArray per picture.
+QList<QByteArray> screenPictures(const QString &path, int width, int height)
+{
+    QProcess p;
+    p.start("ffmpeg", {"-v", "error", "-i", path, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
+    p.waitForFinished(120000);
+    const QByteArray all = p.readAllStandardOutput();
+    QList<QByteArray> out;
+    const int size = width * height * 3;
+    for (int at = 0; at + size <= all.size(); at += size)
+        out << all.mid(at, size);
+    return out;
+}
+
+// The colour at (x, y) of a packed RGB picture, as one of "red", "green",
+// "blue", "white", "black" or "other" (lossless screens of 4:2:0 pictures
+// are near, not at, the colours they show).
+QString colourAt(const QByteArray &picture, int width, int x, int y)
+{
+    const auto *p = reinterpret_cast<const uchar *>(picture.constData()) + (y * width + x) * 3;
+    const auto high = [](int v) { return v > 160; };
+    const auto low = [](int v) { return v < 90; };
+    if (high(p[0]) && low(p[1]) && low(p[2]))
+        return "red";
+    if (low(p[0]) && high(p[1]) && low(p[2]))
+        return "green";
+    if (low(p[0]) && low(p[1]) && high(p[2]))
+        return "blue";
+    if (high(p[0]) && high(p[1]) && high(p[2]))
+        return "white";
+    if (low(p[0]) && low(p[1]) && low(p[2]))
+        return "black";
+    return "other";
+}
+
+// Whether some picture of @p pictures shows @p expected at the probes.
+bool anyPictureShows(const QList<QByteArray> &pictures, int width, const QList<QPoint> &probes, const QStringList &expected,
+                     QString *seen)
+{
+    for (const QByteArray &picture : pictures) {
+        QStringList found;
+        for (const QPoint &p : probes)
+            found << colourAt(picture, width, p.x(), p.y());
+        if (found == expected)
+            return true;
+        *seen = found.join(' ');
+    }
+    return false;
 }
 
 } // namespace
@@ -224,6 +275,13 @@ private slots:
         QTest::newRow("tee into a file") << cam + R"(, {"class": "OutputFile", "name": "out", "settings": {"path": "x.mp4"}})"
                                          << QByteArray(R"({"from": "cam", "to": "out", "kind": "V"})")
                                          << "Capture offers pictures through a tee, which OutputFile cannot take";
+        QTest::newRow("display inputs") << cam + R"(, {"class": "Capture", "name": "cam2", "settings": {"device": 1}},
+                                                  {"class": "Display", "name": "screen", "settings": {"channels": 1}})"
+                                        << QByteArray(R"({"from": "cam", "to": "screen", "kind": "V"}, {"from": "cam2", "to": "screen", "kind": "V"})")
+                                        << "module \"screen\" \\(Display\\): the display has 1 channel and 2 inputs";
+        QTest::newRow("display timing") << cam + R"(, {"class": "Display", "name": "screen", "settings": {"output": "user", "width": 63}})"
+                                        << QByteArray(R"({"from": "cam", "to": "screen", "kind": "V"})")
+                                        << "the display cannot show a 63x1080 screen";
         QTest::newRow("capture size") << QByteArray(R"({"class": "Capture", "name": "cam", "settings": {"width": 10}},
                                                      {"class": "Encoder", "name": "enc"})")
                                       << camToEnc << "the capture cannot take 10x1080 pictures";
@@ -312,6 +370,103 @@ private slots:
         QTRY_COMPARE(VexaBoard::channelsInUse(VexaBoard::Encoder), 0);
         QTRY_COMPARE(groups(), 0);
         QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+    }
+    // Two captures on a display of four channels: each shows in its own
+    // quarter, the other two quarters keep the background; stopping gives
+    // back every VO channel, VPSS group and video buffer.
+    void displayMosaic()
+    {
+        const int w = 256, h = 192;
+        hi_vb_cfg cfg = {};
+        cfg.max_pool_cnt = 1;
+        cfg.common_pool[0].blk_size = 320 * 240 * 3 / 2;
+        cfg.common_pool[0].blk_cnt = 48;
+        vx_model_reset();
+        QCOMPARE(vx_model_boot(&cfg), 0);
+        vx_model_vi_source(0, "pattern@30");
+        vx_model_vi_source(1, "pattern@30");
+        const QString screen = dir.filePath("mosaic.mkv");
+        vx_model_vo_screen(0, qPrintable(screen));
+        const int freeAtStart = vx_model_vb_free_blocks(0);
+
+        VexaObject *display = Vexa::create("Display", "mosaic_display");
+        display->setData(QVariantMap{{"output", "user"}, {"width", w}, {"height", h}, {"background", 0x0000ff},
+                                     {"latency", "low"}});
+        VexaObject *cams[2];
+        for (int i = 0; i < 2; ++i) {
+            cams[i] = Vexa::create("Capture", QString("mosaic_cam%1").arg(i));
+            cams[i]->setData(QVariantMap{{"device", i}, {"width", 320}, {"height", 240}});
+            Vexa::linkV(cams[i], display);
+        }
+        display->start();
+        for (VexaObject *cam : cams)
+            cam->start();
+        QTRY_COMPARE_WITH_TIMEOUT(display->invoke("stats").toMap().value("inputs").toInt(), 2, 60000);
+        const auto onScreen = [](int chn) {
+            hi_vo_chn_status status = {};
+            return hi_mpi_vo_query_chn_status(0, chn, &status) == 0 && status.chn_buf_used > 0;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(onScreen(0) && onScreen(1), 60000);
+        const unsigned long long shown = vx_model_vo_screens(0);
+        QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) > shown + 20, 60000);
+
+        for (VexaObject *cam : cams)
+            cam->destroy();
+        QTRY_COMPARE(display->invoke("stats").toMap().value("inputs").toInt(), 0);
+        display->destroy();
+        hi_vo_chn_status status = {};
+        for (int chn = 0; chn < 4; ++chn)
+            QTRY_COMPARE(hi_mpi_vo_query_chn_status(0, chn, &status), HI_ERR_VO_NOT_ENABLE);
+        QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+        for (int g = 0; g < 256; ++g)
+            QVERIFY(!vx_model_vpss_grp_exists(g));
+
+        // The pattern's bottom quarter is red; the centre of an empty quarter is the background.
+        const QList<QByteArray> pictures = screenPictures(screen, w, h);
+        QVERIFY2(pictures.size() > 10, qPrintable(QString("%1 pictures").arg(pictures.size())));
+        const QList<QPoint> probes{{w / 4, h / 2 - 4}, {w * 3 / 4, h / 2 - 4}, {w / 4, h * 3 / 4}, {w * 3 / 4, h * 3 / 4}};
+        QString seen;
+        QVERIFY2(anyPictureShows(pictures, w, probes, {"red", "red", "blue", "blue"}, &seen), qPrintable(seen));
+    }
+
+    // The recorder's layout on files: four decoded inputs of four colours,
+    // each in its quarter of the screen the platform model writes.
+    void recorderOnFiles()
+    {
+        const char *colours[] = {"red", "green", "blue", "white"};
+        const char *lavfi[] = {"red", "lime", "blue", "white"};
+        QByteArray modules, links;
+        for (int i = 0; i < 4; ++i) {
+            QProcess ff;
+            ff.start("ffmpeg", {"-v", "error", "-y", "-f", "lavfi", "-i", QString("color=c=%1:size=160x120:rate=25").arg(lavfi[i]),
+                                "-t", "2", "-c:v", "libx264", "-bf", "0", "-g", "25", dir.filePath(QString("%1.ts").arg(colours[i]))});
+            QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
+            modules += QString(R"({"class": "InputFile", "name": "in%1", "settings": {"path": "%2.ts", "realtime": true}},
+                                 {"class": "Decoder", "name": "dec%1"},)").arg(i).arg(colours[i]).toUtf8();
+            links += QString(R"({"from": "in%1", "to": "dec%1", "kind": "V"}, {"from": "dec%1", "to": "screen", "kind": "V"},)")
+                         .arg(i).toUtf8();
+        }
+        links.chop(1);
+        const QString path = writeFile(dir.filePath("recorder-files.json"),
+            "{\"board\": \"" VEXA_EXAMPLE_PIPELINES "/../boards/twin-1080p.json\", \"modules\": [" + modules
+            + R"({"class": "Display", "name": "screen", "settings": {"output": "user", "width": 320, "height": 240,
+                                                                 "layout": "dec0,dec1,dec2,dec3"}}], "links": [)"
+            + links + "]}");
+        QProcess proc;
+        proc.setWorkingDirectory(dir.path());
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("VEXA_TWIN_VO0", dir.filePath("recorder.mkv"));
+        proc.setProcessEnvironment(env);
+        QVERIFY(VexaTest::run(proc, VEXA_LAUNCH, {path, "-q", "-y"}, 180000));
+        QVERIFY2(proc.exitCode() == 0, proc.readAllStandardError().constData());
+
+        const QVariantMap s = probe(dir.filePath("recorder.mkv"), "stream=codec_name,width,height");
+        QCOMPARE(s.value("width").toInt(), 320);
+        QCOMPARE(s.value("height").toInt(), 240);
+        const QList<QByteArray> pictures = screenPictures(dir.filePath("recorder.mkv"), 320, 240);
+        const QList<QPoint> probes{{80, 60}, {240, 60}, {80, 180}, {240, 180}};
+        QString seen;
+        QVERIFY2(anyPictureShows(pictures, 320, probes, {"red", "green", "blue", "white"}, &seen), qPrintable(seen));
     }
 };
 
