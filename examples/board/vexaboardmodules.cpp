@@ -6,6 +6,7 @@
 #include "vexadecoder.h"
 #include "vexadisplay.h"
 #include "vexaencoder.h"
+#include "vexaoverlay.h"
 
 QStringList vexaRegisterBoardModules()
 {
@@ -13,8 +14,9 @@ QStringList vexaRegisterBoardModules()
     qRegisterMetaType<VexaEncoder *>("VexaEncoder");
     qRegisterMetaType<VexaDecoder *>("VexaDecoder");
     qRegisterMetaType<VexaDisplay *>("VexaDisplay");
+    qRegisterMetaType<VexaOverlay *>("VexaOverlay");
     return {QStringLiteral("VexaCapture"), QStringLiteral("VexaEncoder"), QStringLiteral("VexaDecoder"),
-            QStringLiteral("VexaDisplay")};
+            QStringLiteral("VexaDisplay"), QStringLiteral("VexaOverlay")};
 }
 
 int vexaRegisterModules()

@@ -14,6 +14,7 @@
 #include "vexaobject.h"
 #include "vexaboard.h"
 #include "vexaboardmodules.h"
+#include "vexaoverlay.h"
 #include "vexaexamplemodules.h"
 #include "vexatest.h"
 #include "vx_mpi_model.h"
@@ -80,6 +81,15 @@ QString writeFile(const QString &path, const QByteArray &text)
     f.open(QIODevice::WriteOnly);
     f.write(text);
     return path;
+}
+
+// VPSS groups that exist.
+int vpssGroups()
+{
+    int n = 0;
+    for (int g = 0; g < 256; ++g)
+        n += vx_model_vpss_grp_exists(g) ? 1 : 0;
+    return n;
 }
 
 // The pictures of a screen file as packed RGB, one QByteArray per picture.
@@ -418,8 +428,7 @@ private slots:
         for (int chn = 0; chn < 4; ++chn)
             QTRY_COMPARE(hi_mpi_vo_query_chn_status(0, chn, &status), HI_ERR_VO_NOT_ENABLE);
         QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
-        for (int g = 0; g < 256; ++g)
-            QVERIFY(!vx_model_vpss_grp_exists(g));
+        QTRY_COMPARE(vpssGroups(), 0);
 
         // The pattern's bottom quarter is red; the centre of an empty quarter is the background.
         const QList<QByteArray> pictures = screenPictures(screen, w, h);
@@ -467,6 +476,61 @@ private slots:
         const QList<QPoint> probes{{80, 60}, {240, 60}, {80, 180}, {240, 180}};
         QString seen;
         QVERIFY2(anyPictureShows(pictures, 320, probes, {"red", "green", "blue", "white"}, &seen), qPrintable(seen));
+    }
+    // A capture's pictures with the overlay's clock, shown whole on a
+    // display: the box (dark paper, light dots) covers the pattern's red
+    // quarter where it is drawn; stopping gives everything back.
+    void overlayClock()
+    {
+        const int w = 320, h = 240;
+        hi_vb_cfg cfg = {};
+        cfg.max_pool_cnt = 1;
+        cfg.common_pool[0].blk_size = w * h * 3 / 2;
+        cfg.common_pool[0].blk_cnt = 48;
+        vx_model_reset();
+        QCOMPARE(vx_model_boot(&cfg), 0);
+        vx_model_vi_source(0, "pattern@30");
+        const QString screen = dir.filePath("clock.mkv");
+        vx_model_vo_screen(0, qPrintable(screen));
+        const int freeAtStart = vx_model_vb_free_blocks(0);
+
+        VexaObject *display = Vexa::create("Display", "clock_display");
+        display->setData(QVariantMap{{"output", "user"}, {"width", w}, {"height", h}, {"channels", 1}});
+        VexaObject *clock = Vexa::create("Overlay", "clock_overlay");
+        clock->setData(QVariantMap{{"x", 8}, {"y", 200}, {"scale", 2}, {"clock", "hh:mm:ss"}});
+        VexaObject *cam = Vexa::create("Capture", "clock_cam");
+        cam->setData(QVariantMap{{"width", w}, {"height", h}});
+        Vexa::linkV(cam, clock);
+        Vexa::linkV(clock, display);
+        display->start();
+        clock->start();
+        cam->start();
+        QTRY_VERIFY_WITH_TIMEOUT(clock->invoke("stats").toMap().value("pictures").toLongLong() > 10, 60000);
+        const unsigned long long shown = vx_model_vo_screens(0);
+        QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) > shown + 10, 60000);
+
+        cam->destroy();
+        clock->destroy();
+        display->destroy();
+        QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+        QTRY_COMPARE(vpssGroups(), 0);
+
+        // The box at (8, 200): paper with dots of ink.
+        const QSize box = VexaOverlay::boxSize("hh:mm:ss", 2);
+        bool drawn = false;
+        for (const QByteArray &picture : screenPictures(screen, w, h)) {
+            int paper = 0, ink = 0;
+            for (int y = 200; y < 200 + box.height(); ++y) {
+                for (int x = 8; x < 8 + box.width(); ++x) {
+                    const QString c = colourAt(picture, w, x, y);
+                    paper += c == "black";
+                    ink += c == "white";
+                }
+            }
+            // Outside the box the pattern's red quarter is untouched.
+            drawn = drawn || (paper > box.width() * 4 && ink > 40 && colourAt(picture, w, 130, 230) == "red");
+        }
+        QVERIFY(drawn);
     }
 };
 
