@@ -337,7 +337,7 @@ void VexaDisplay::detach(int cell)
     if (cell < 0 || cell >= cellList.size())
         return;
     Cell &c = cellList[cell];
-    if (c.teeChn)
+    if (!c.shown.isEmpty())
         shownCount.deref();
     // Unbound first, so that no picture arrives while the channel goes.
     if (c.teeChn || c.enabled)
