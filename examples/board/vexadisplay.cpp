@@ -252,6 +252,9 @@ void VexaDisplay::onNewInfoV(StreamInfo info)
     if (cell >= 0)
         detach(cell);
     if (info.type != VexaBoard::PictureStream) {
+        // A source without pictures (stopped) gives its cell back; one named
+        // in "layout" finds it again when it comes back.
+        cellOf.remove(info.sender);
         if (info.type != 0)
             fail(QStringLiteral("%1 offers no tee (a compressed stream): link a capture or a decoder to the display")
                      .arg(info.sender->name()));

@@ -382,8 +382,9 @@ private slots:
         QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
     }
     // Two captures on a display of four channels: each shows in its own
-    // quarter, the other two quarters keep the background; stopping gives
-    // back every VO channel, VPSS group and video buffer.
+    // quarter, the other two quarters keep the background; a capture that
+    // stops leaves its cell to a new one; stopping gives back every VO
+    // channel, VPSS group and video buffer.
     void displayMosaic()
     {
         const int w = 256, h = 192;
@@ -420,7 +421,18 @@ private slots:
         const unsigned long long shown = vx_model_vo_screens(0);
         QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) > shown + 20, 60000);
 
-        for (VexaObject *cam : cams)
+        // A source that stops gives its cell to the next one.
+        VexaObject *stopped = cams[0];
+        stopped->stop(true);
+        QTRY_COMPARE(display->invoke("stats").toMap().value("inputs").toInt(), 1);
+        cams[0] = Vexa::create("Capture", "mosaic_cam2");
+        cams[0]->setData(QVariantMap{{"device", 0}, {"width", 320}, {"height", 240}});
+        Vexa::linkV(cams[0], display);
+        cams[0]->start();
+        QTRY_COMPARE_WITH_TIMEOUT(display->invoke("stats").toMap().value("inputs").toInt(), 2, 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(onScreen(0), 60000);
+
+        for (VexaObject *cam : {stopped, cams[0], cams[1]})
             cam->destroy();
         QTRY_COMPARE(display->invoke("stats").toMap().value("inputs").toInt(), 0);
         display->destroy();
