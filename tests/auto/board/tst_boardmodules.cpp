@@ -451,7 +451,8 @@ private slots:
     }
 
     // The recorder's layout on files: four decoded inputs of four colours,
-    // each in its quarter of the screen the platform model writes.
+    // each in its quarter of the screen the platform model writes, the
+    // first with the overlay's clock.
     void recorderOnFiles()
     {
         const char *colours[] = {"red", "green", "blue", "white"};
@@ -464,14 +465,18 @@ private slots:
             QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
             modules += QString(R"({"class": "InputFile", "name": "in%1", "settings": {"path": "%2.ts", "realtime": true}},
                                  {"class": "Decoder", "name": "dec%1"},)").arg(i).arg(colours[i]).toUtf8();
-            links += QString(R"({"from": "in%1", "to": "dec%1", "kind": "V"}, {"from": "dec%1", "to": "screen", "kind": "V"},)")
-                         .arg(i).toUtf8();
+            links += QString(R"({"from": "in%1", "to": "dec%1", "kind": "V"},)").arg(i).toUtf8();
+            if (i > 0)
+                links += QString(R"({"from": "dec%1", "to": "screen", "kind": "V"},)").arg(i).toUtf8();
         }
+        // The first input with the clock, as in recorder.json.
+        modules += R"({"class": "Overlay", "name": "clock", "settings": {"clock": "hh:mm:ss", "x": 8, "y": 8}},)";
+        links += R"({"from": "dec0", "to": "clock", "kind": "V"}, {"from": "clock", "to": "screen", "kind": "V"},)";
         links.chop(1);
         const QString path = writeFile(dir.filePath("recorder-files.json"),
             "{\"board\": \"" VEXA_EXAMPLE_PIPELINES "/../boards/twin-1080p.json\", \"modules\": [" + modules
             + R"({"class": "Display", "name": "screen", "settings": {"output": "user", "width": 320, "height": 240,
-                                                                 "layout": "dec0,dec1,dec2,dec3"}}], "links": [)"
+                                                                 "layout": "clock,dec1,dec2,dec3"}}], "links": [)"
             + links + "]}");
         QProcess proc;
         proc.setWorkingDirectory(dir.path());
@@ -485,10 +490,17 @@ private slots:
         QCOMPARE(s.value("width").toInt(), 320);
         QCOMPARE(s.value("height").toInt(), 240);
         const QList<QByteArray> pictures = screenPictures(dir.filePath("recorder.mkv"), 320, 240);
-        const QList<QPoint> probes{{80, 60}, {240, 60}, {80, 180}, {240, 180}};
+        // Each colour in its quarter, the clock's paper at the first one's corner.
+        const QList<QPoint> probes{{80, 60}, {240, 60}, {80, 180}, {240, 180}, {9, 9}};
         QString seen;
-        QVERIFY2(anyPictureShows(pictures, 320, probes, {"red", "green", "blue", "white"}, &seen), qPrintable(seen));
+        QVERIFY2(anyPictureShows(pictures, 320, probes, {"red", "green", "blue", "white", "black"}, &seen), qPrintable(seen));
+
+        // The recorder itself passes the checks before start.
+        int code = -1;
+        const QString log = launch({VEXA_EXAMPLE_PIPELINES "/recorder.json", "--check"}, &code, 60000);
+        QVERIFY2(code == 0, qPrintable(log));
     }
+
     // A capture's pictures with the overlay's clock, shown whole on a
     // display: the box (dark paper, light dots) covers the pattern's red
     // quarter where it is drawn; stopping gives everything back.
