@@ -347,6 +347,6 @@ void VexaDisplay::detach(int cell)
         VexaHi::bind(HI_ID_BUTT, 0, 0, HI_ID_VO, layer, cell);
     if (c.enabled)
         hi_mpi_vo_disable_chn(layer, cell);
-    delete c.teeChn;
+    VexaBoard::releaseTeeChn(c.teeChn);
     c = Cell();
 }

@@ -167,6 +167,7 @@ bool VexaOverlay::attach(const QVariantMap &source)
         return false;
     }
     const hi_s32 ret = hi_tde_open();
+    tdeOpen = ret == 0;
     if (ret != 0) {
         fail(QStringLiteral("hi_tde_open failed with %1").arg(hex(ret)));
         detach(false);
@@ -196,11 +197,10 @@ void VexaOverlay::detach(bool announce)
         VexaBoard::releasePictureTee(tee);
         teeId = -1;
     }
-    if (input) {
-        delete input;
-        input = nullptr;
+    VexaBoard::releaseTeeChn(input);
+    if (tdeOpen)
         hi_tde_close();
-    }
+    tdeOpen = false;
     if (boxVirt) {
         VexaHi::mmzFree(boxPhys, boxVirt);
         boxVirt = nullptr;

@@ -85,6 +85,7 @@ private:
     int boxW = 0, boxH = 0, boxStride = 0;
     QString drawn;
     bool blitFailed = false;
+    bool tdeOpen = false;
 
     QAtomicInteger<qint64> pictures = 0;
     QAtomicInteger<int> teeId = -1;
