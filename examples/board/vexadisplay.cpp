@@ -2,8 +2,6 @@
 
 #include <QDebug>
 
-#include <cmath>
-
 #include "hi_mpi_vo.h"
 #include "vexaboard.h"
 #include "vexahi.h"
