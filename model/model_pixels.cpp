@@ -175,6 +175,22 @@ bool vxProcess(VxScaler &scaler, const VxPicture &src, const hi_rect &crop, cons
         fill(dst, aspect.bg_color);
     const VxPicture out = window(dst, x, y, w, h);
 
+    // Same size and format: the rows are copied. (libswscale's unscaled
+    // copy between semi-planar pictures leaves the chroma plane unwritten.)
+    if (in.width == out.width && in.height == out.height && in.format == out.format && vxCanProcess(in.format)) {
+        for (hi_u32 row = 0; row < out.height; ++row)
+            std::memcpy(out.plane[0] + static_cast<size_t>(row) * out.stride[0],
+                        in.plane[0] + static_cast<size_t>(row) * in.stride[0], out.width);
+        if (in.format != HI_PIXEL_FORMAT_YUV_400 && in.plane[1] && out.plane[1]) {
+            const hi_u32 rows = in.format == HI_PIXEL_FORMAT_YUV_SEMIPLANAR_422 ? out.height : out.height / 2;
+            for (hi_u32 row = 0; row < rows; ++row)
+                std::memcpy(out.plane[1] + static_cast<size_t>(row) * out.stride[1],
+                            in.plane[1] + static_cast<size_t>(row) * in.stride[1], out.width);
+        }
+        vxMirrorFlip(dst, mirror, flip);
+        return true;
+    }
+
     scaler.ctx = sws_getCachedContext(scaler.ctx, static_cast<int>(in.width), static_cast<int>(in.height),
                                       avFormat(in.format), static_cast<int>(out.width), static_cast<int>(out.height),
                                       avFormat(out.format), SWS_BICUBIC, nullptr, nullptr, nullptr);

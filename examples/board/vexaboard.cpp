@@ -8,6 +8,7 @@
 #include "hivpss.h"
 #include "vexahi.h"
 #include "vexatee.h"
+#include "vexateechn.h"
 
 namespace {
 // The platform has 64 encoder and 64 decoder channels per process here.
@@ -68,4 +69,13 @@ void VexaBoard::releasePictureTee(VexaTee *&tee)
         VexaHi::bind(HI_ID_BUTT, 0, 0, HI_ID_VPSS, group, 0);
     VexaHi::delTee(tee);
     tee = nullptr;
+}
+
+void VexaBoard::releaseTeeChn(VexaTeeChn *&chn)
+{
+    if (!chn)
+        return;
+    QMutexLocker locker(&VexaTee::mutex);
+    delete chn;
+    chn = nullptr;
 }

@@ -6,6 +6,7 @@
 #include "vexaboardmodules_export.h"
 
 class VexaTee;
+class VexaTeeChn;
 
 /**
  * What the board modules share: the stream description of pictures offered
@@ -47,6 +48,15 @@ public:
      * are unbound first, then the groups and the tee go. Null does nothing.
      */
     static void releasePictureTee(VexaTee *&tee);
+
+    /**
+     * Gives back a tee channel (@p chn set to null): it is deleted, which
+     * disables its VPSS channel, under VexaTee::mutex, so that no other
+     * module takes or gives back a channel of the same group meanwhile and
+     * the group (its tee stopping in another thread) cannot go half-way
+     * through. Null does nothing.
+     */
+    static void releaseTeeChn(VexaTeeChn *&chn);
 
     /** The description of a tee's pictures. */
     static QVariantMap pictureParams(int tee, int width, int height, int fps);

@@ -4,14 +4,19 @@
 
 #include "vexacapture.h"
 #include "vexadecoder.h"
+#include "vexadisplay.h"
 #include "vexaencoder.h"
+#include "vexaoverlay.h"
 
 QStringList vexaRegisterBoardModules()
 {
     qRegisterMetaType<VexaCapture *>("VexaCapture");
     qRegisterMetaType<VexaEncoder *>("VexaEncoder");
     qRegisterMetaType<VexaDecoder *>("VexaDecoder");
-    return {QStringLiteral("VexaCapture"), QStringLiteral("VexaEncoder"), QStringLiteral("VexaDecoder")};
+    qRegisterMetaType<VexaDisplay *>("VexaDisplay");
+    qRegisterMetaType<VexaOverlay *>("VexaOverlay");
+    return {QStringLiteral("VexaCapture"), QStringLiteral("VexaEncoder"), QStringLiteral("VexaDecoder"),
+            QStringLiteral("VexaDisplay"), QStringLiteral("VexaOverlay")};
 }
 
 int vexaRegisterModules()

@@ -7,7 +7,7 @@
 
 /**
  * Registers the board module classes (VexaCapture, VexaEncoder,
- * VexaDecoder) under their class names, so that Vexa::create("Capture")
+ * VexaDecoder, VexaDisplay, VexaOverlay) under their class names, so that Vexa::create("Capture")
  * finds them. Returns the class names. Thread: the main thread, before
  * modules are created; repeated calls are harmless.
  */

@@ -314,8 +314,7 @@ void VexaEncoder::detach()
         created = false;
     }
     fd = -1;
-    delete teeChn;
-    teeChn = nullptr;
+    VexaBoard::releaseTeeChn(teeChn);
     if (chn >= 0)
         VexaBoard::releaseChannel(VexaBoard::Encoder, chn);
     chn = -1;

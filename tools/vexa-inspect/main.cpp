@@ -97,9 +97,9 @@ void showClass(QTextStream &out, const QMetaObject *mo, bool all)
         return i < 0 ? QString() : QString::fromLatin1(mo->classInfo(i).value());
     };
     if (classText("videoForm") == QLatin1String("tee"))
-        out << "    video out      pictures through a tee (link an Encoder)\n";
+        out << "    video out      pictures through a tee (link an Encoder, a Display or an Overlay)\n";
     if (classText("videoInput") == QLatin1String("tee"))
-        out << "    video in       a channel of a tee (link a Capture or a Decoder)\n";
+        out << "    video in       a channel of a tee (link a Capture, a Decoder or an Overlay)\n";
     if (mo->indexOfMethod("checkSetup(QVariantMap,QVariantMap)") >= 0)
         out << "    checks         its settings before start (checkSetup)\n";
 

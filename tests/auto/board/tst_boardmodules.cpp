@@ -9,10 +9,12 @@
 #include <unistd.h>
 
 #include "hi_mpi_vb.h"
+#include "hi_mpi_vo.h"
 #include "vexa.h"
 #include "vexaobject.h"
 #include "vexaboard.h"
 #include "vexaboardmodules.h"
+#include "vexaoverlay.h"
 #include "vexaexamplemodules.h"
 #include "vexatest.h"
 #include "vx_mpi_model.h"
@@ -79,6 +81,65 @@ QString writeFile(const QString &path, const QByteArray &text)
     f.open(QIODevice::WriteOnly);
     f.write(text);
     return path;
+}
+
+// VPSS groups that exist.
+int vpssGroups()
+{
+    int n = 0;
+    for (int g = 0; g < 256; ++g)
+        n += vx_model_vpss_grp_exists(g) ? 1 : 0;
+    return n;
+}
+
+// The pictures of a screen file as packed RGB, one QByteArray per picture.
+QList<QByteArray> screenPictures(const QString &path, int width, int height)
+{
+    QProcess p;
+    p.start("ffmpeg", {"-v", "error", "-i", path, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
+    p.waitForFinished(120000);
+    const QByteArray all = p.readAllStandardOutput();
+    QList<QByteArray> out;
+    const int size = width * height * 3;
+    for (int at = 0; at + size <= all.size(); at += size)
+        out << all.mid(at, size);
+    return out;
+}
+
+// The colour at (x, y) of a packed RGB picture, as one of "red", "green",
+// "blue", "white", "black" or "other" (lossless screens of 4:2:0 pictures
+// are near, not at, the colours they show).
+QString colourAt(const QByteArray &picture, int width, int x, int y)
+{
+    const auto *p = reinterpret_cast<const uchar *>(picture.constData()) + (y * width + x) * 3;
+    const auto high = [](int v) { return v > 160; };
+    const auto low = [](int v) { return v < 90; };
+    if (high(p[0]) && low(p[1]) && low(p[2]))
+        return "red";
+    if (low(p[0]) && high(p[1]) && low(p[2]))
+        return "green";
+    if (low(p[0]) && low(p[1]) && high(p[2]))
+        return "blue";
+    if (high(p[0]) && high(p[1]) && high(p[2]))
+        return "white";
+    if (low(p[0]) && low(p[1]) && low(p[2]))
+        return "black";
+    return "other";
+}
+
+// Whether some picture of @p pictures shows @p expected at the probes.
+bool anyPictureShows(const QList<QByteArray> &pictures, int width, const QList<QPoint> &probes, const QStringList &expected,
+                     QString *seen)
+{
+    for (const QByteArray &picture : pictures) {
+        QStringList found;
+        for (const QPoint &p : probes)
+            found << colourAt(picture, width, p.x(), p.y());
+        if (found == expected)
+            return true;
+        *seen = found.join(' ');
+    }
+    return false;
 }
 
 } // namespace
@@ -224,6 +285,13 @@ private slots:
         QTest::newRow("tee into a file") << cam + R"(, {"class": "OutputFile", "name": "out", "settings": {"path": "x.mp4"}})"
                                          << QByteArray(R"({"from": "cam", "to": "out", "kind": "V"})")
                                          << "Capture offers pictures through a tee, which OutputFile cannot take";
+        QTest::newRow("display inputs") << cam + R"(, {"class": "Capture", "name": "cam2", "settings": {"device": 1}},
+                                                  {"class": "Display", "name": "screen", "settings": {"channels": 1}})"
+                                        << QByteArray(R"({"from": "cam", "to": "screen", "kind": "V"}, {"from": "cam2", "to": "screen", "kind": "V"})")
+                                        << "module \"screen\" \\(Display\\): the display has 1 channel and 2 inputs";
+        QTest::newRow("display timing") << cam + R"(, {"class": "Display", "name": "screen", "settings": {"output": "user", "width": 63}})"
+                                        << QByteArray(R"({"from": "cam", "to": "screen", "kind": "V"})")
+                                        << "the display cannot show a 63x1080 screen";
         QTest::newRow("capture size") << QByteArray(R"({"class": "Capture", "name": "cam", "settings": {"width": 10}},
                                                      {"class": "Encoder", "name": "enc"})")
                                       << camToEnc << "the capture cannot take 10x1080 pictures";
@@ -312,6 +380,181 @@ private slots:
         QTRY_COMPARE(VexaBoard::channelsInUse(VexaBoard::Encoder), 0);
         QTRY_COMPARE(groups(), 0);
         QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+    }
+    // Two captures on a display of four channels: each shows in its own
+    // quarter, the other two quarters keep the background; a capture that
+    // stops leaves its cell to a new one; stopping gives back every VO
+    // channel, VPSS group and video buffer.
+    void displayMosaic()
+    {
+        const int w = 256, h = 192;
+        hi_vb_cfg cfg = {};
+        cfg.max_pool_cnt = 1;
+        cfg.common_pool[0].blk_size = 320 * 240 * 3 / 2;
+        cfg.common_pool[0].blk_cnt = 48;
+        vx_model_reset();
+        QCOMPARE(vx_model_boot(&cfg), 0);
+        vx_model_vi_source(0, "pattern@30");
+        vx_model_vi_source(1, "pattern@30");
+        const QString screen = dir.filePath("mosaic.mkv");
+        vx_model_vo_screen(0, qPrintable(screen));
+        const int freeAtStart = vx_model_vb_free_blocks(0);
+
+        VexaObject *display = Vexa::create("Display", "mosaic_display");
+        display->setData(QVariantMap{{"output", "user"}, {"width", w}, {"height", h}, {"background", 0x0000ff},
+                                     {"latency", "low"}});
+        VexaObject *cams[2];
+        for (int i = 0; i < 2; ++i) {
+            cams[i] = Vexa::create("Capture", QString("mosaic_cam%1").arg(i));
+            cams[i]->setData(QVariantMap{{"device", i}, {"width", 320}, {"height", 240}});
+            Vexa::linkV(cams[i], display);
+        }
+        display->start();
+        for (VexaObject *cam : cams)
+            cam->start();
+        QTRY_COMPARE_WITH_TIMEOUT(display->invoke("stats").toMap().value("inputs").toInt(), 2, 60000);
+        const auto onScreen = [](int chn) {
+            hi_vo_chn_status status = {};
+            return hi_mpi_vo_query_chn_status(0, chn, &status) == 0 && status.chn_buf_used > 0;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(onScreen(0) && onScreen(1), 60000);
+        const unsigned long long shown = vx_model_vo_screens(0);
+        QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) > shown + 20, 60000);
+
+        // A source that stops gives its cell to the next one.
+        VexaObject *stopped = cams[0];
+        stopped->stop(true);
+        QTRY_COMPARE(display->invoke("stats").toMap().value("inputs").toInt(), 1);
+        cams[0] = Vexa::create("Capture", "mosaic_cam2");
+        cams[0]->setData(QVariantMap{{"device", 0}, {"width", 320}, {"height", 240}});
+        Vexa::linkV(cams[0], display);
+        cams[0]->start();
+        QTRY_COMPARE_WITH_TIMEOUT(display->invoke("stats").toMap().value("inputs").toInt(), 2, 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(onScreen(0), 60000);
+
+        for (VexaObject *cam : {stopped, cams[0], cams[1]})
+            cam->destroy();
+        QTRY_COMPARE(display->invoke("stats").toMap().value("inputs").toInt(), 0);
+        display->destroy();
+        hi_vo_chn_status status = {};
+        for (int chn = 0; chn < 4; ++chn)
+            QTRY_COMPARE(hi_mpi_vo_query_chn_status(0, chn, &status), HI_ERR_VO_NOT_ENABLE);
+        QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+        QTRY_COMPARE(vpssGroups(), 0);
+
+        // The pattern's bottom quarter is red; the centre of an empty quarter is the background.
+        const QList<QByteArray> pictures = screenPictures(screen, w, h);
+        QVERIFY2(pictures.size() > 10, qPrintable(QString("%1 pictures").arg(pictures.size())));
+        const QList<QPoint> probes{{w / 4, h / 2 - 4}, {w * 3 / 4, h / 2 - 4}, {w / 4, h * 3 / 4}, {w * 3 / 4, h * 3 / 4}};
+        QString seen;
+        QVERIFY2(anyPictureShows(pictures, w, probes, {"red", "red", "blue", "blue"}, &seen), qPrintable(seen));
+    }
+
+    // The recorder's layout on files: four decoded inputs of four colours,
+    // each in its quarter of the screen the platform model writes, the
+    // first with the overlay's clock.
+    void recorderOnFiles()
+    {
+        const char *colours[] = {"red", "green", "blue", "white"};
+        const char *lavfi[] = {"red", "lime", "blue", "white"};
+        QByteArray modules, links;
+        for (int i = 0; i < 4; ++i) {
+            QProcess ff;
+            ff.start("ffmpeg", {"-v", "error", "-y", "-f", "lavfi", "-i", QString("color=c=%1:size=160x120:rate=25").arg(lavfi[i]),
+                                "-t", "2", "-c:v", "libx264", "-bf", "0", "-g", "25", dir.filePath(QString("%1.ts").arg(colours[i]))});
+            QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
+            modules += QString(R"({"class": "InputFile", "name": "in%1", "settings": {"path": "%2.ts", "realtime": true}},
+                                 {"class": "Decoder", "name": "dec%1"},)").arg(i).arg(colours[i]).toUtf8();
+            links += QString(R"({"from": "in%1", "to": "dec%1", "kind": "V"},)").arg(i).toUtf8();
+            if (i > 0)
+                links += QString(R"({"from": "dec%1", "to": "screen", "kind": "V"},)").arg(i).toUtf8();
+        }
+        // The first input with the clock, as in recorder.json.
+        modules += R"({"class": "Overlay", "name": "clock", "settings": {"clock": "hh:mm:ss", "x": 8, "y": 8}},)";
+        links += R"({"from": "dec0", "to": "clock", "kind": "V"}, {"from": "clock", "to": "screen", "kind": "V"},)";
+        links.chop(1);
+        const QString path = writeFile(dir.filePath("recorder-files.json"),
+            "{\"board\": \"" VEXA_EXAMPLE_PIPELINES "/../boards/twin-1080p.json\", \"modules\": [" + modules
+            + R"({"class": "Display", "name": "screen", "settings": {"output": "user", "width": 320, "height": 240,
+                                                                 "layout": "clock,dec1,dec2,dec3"}}], "links": [)"
+            + links + "]}");
+        QProcess proc;
+        proc.setWorkingDirectory(dir.path());
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("VEXA_TWIN_VO0", dir.filePath("recorder.mkv"));
+        proc.setProcessEnvironment(env);
+        QVERIFY(VexaTest::run(proc, VEXA_LAUNCH, {path, "-q", "-y"}, 180000));
+        QVERIFY2(proc.exitCode() == 0, proc.readAllStandardError().constData());
+
+        const QVariantMap s = probe(dir.filePath("recorder.mkv"), "stream=codec_name,width,height");
+        QCOMPARE(s.value("width").toInt(), 320);
+        QCOMPARE(s.value("height").toInt(), 240);
+        const QList<QByteArray> pictures = screenPictures(dir.filePath("recorder.mkv"), 320, 240);
+        // Each colour in its quarter, the clock's paper at the first one's corner.
+        const QList<QPoint> probes{{80, 60}, {240, 60}, {80, 180}, {240, 180}, {9, 9}};
+        QString seen;
+        QVERIFY2(anyPictureShows(pictures, 320, probes, {"red", "green", "blue", "white", "black"}, &seen), qPrintable(seen));
+
+        // The recorder itself passes the checks before start.
+        int code = -1;
+        const QString log = launch({VEXA_EXAMPLE_PIPELINES "/recorder.json", "--check"}, &code, 60000);
+        QVERIFY2(code == 0, qPrintable(log));
+    }
+
+    // A capture's pictures with the overlay's clock, shown whole on a
+    // display: the box (dark paper, light dots) covers the pattern's red
+    // quarter where it is drawn; stopping gives everything back.
+    void overlayClock()
+    {
+        const int w = 320, h = 240;
+        hi_vb_cfg cfg = {};
+        cfg.max_pool_cnt = 1;
+        cfg.common_pool[0].blk_size = w * h * 3 / 2;
+        cfg.common_pool[0].blk_cnt = 48;
+        vx_model_reset();
+        QCOMPARE(vx_model_boot(&cfg), 0);
+        vx_model_vi_source(0, "pattern@30");
+        const QString screen = dir.filePath("clock.mkv");
+        vx_model_vo_screen(0, qPrintable(screen));
+        const int freeAtStart = vx_model_vb_free_blocks(0);
+
+        VexaObject *display = Vexa::create("Display", "clock_display");
+        display->setData(QVariantMap{{"output", "user"}, {"width", w}, {"height", h}, {"channels", 1}});
+        VexaObject *clock = Vexa::create("Overlay", "clock_overlay");
+        clock->setData(QVariantMap{{"x", 8}, {"y", 200}, {"scale", 2}, {"clock", "hh:mm:ss"}});
+        VexaObject *cam = Vexa::create("Capture", "clock_cam");
+        cam->setData(QVariantMap{{"width", w}, {"height", h}});
+        Vexa::linkV(cam, clock);
+        Vexa::linkV(clock, display);
+        display->start();
+        clock->start();
+        cam->start();
+        QTRY_VERIFY_WITH_TIMEOUT(clock->invoke("stats").toMap().value("pictures").toLongLong() > 10, 60000);
+        const unsigned long long shown = vx_model_vo_screens(0);
+        QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) > shown + 10, 60000);
+
+        cam->destroy();
+        clock->destroy();
+        display->destroy();
+        QTRY_COMPARE(vx_model_vb_free_blocks(0), freeAtStart);
+        QTRY_COMPARE(vpssGroups(), 0);
+
+        // The box at (8, 200): paper with dots of ink.
+        const QSize box = VexaOverlay::boxSize("hh:mm:ss", 2);
+        bool drawn = false;
+        for (const QByteArray &picture : screenPictures(screen, w, h)) {
+            int paper = 0, ink = 0;
+            for (int y = 200; y < 200 + box.height(); ++y) {
+                for (int x = 8; x < 8 + box.width(); ++x) {
+                    const QString c = colourAt(picture, w, x, y);
+                    paper += c == "black";
+                    ink += c == "white";
+                }
+            }
+            // Outside the box the pattern's red quarter is untouched.
+            drawn = drawn || (paper > box.width() * 4 && ink > 40 && colourAt(picture, w, 130, 230) == "red");
+        }
+        QVERIFY(drawn);
     }
 };
 

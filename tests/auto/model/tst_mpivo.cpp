@@ -53,9 +53,9 @@ static void startVoChn(hi_vo_chn chn, const hi_rect &rect)
     QCOMPARE(hi_mpi_vo_enable_chn(0, chn), 0);
 }
 
-// A VB frame of one flat colour (luma @p y, neutral chroma) sent to VPSS
-// group @p grp, or to VO channel 0 when @p grp is -1.
-static void sendFlat(hi_vpss_grp grp, hi_u32 w, hi_u32 h, unsigned char y)
+// A VB frame of one flat colour (luma @p y, chroma pairs @p v, @p u) sent
+// to VPSS group @p grp, or to VO channel 0 when @p grp is -1.
+static void sendFlat(hi_vpss_grp grp, hi_u32 w, hi_u32 h, unsigned char y, unsigned char v = 128, unsigned char u = 128)
 {
     const hi_u32 stride = (w + 31) / 32 * 32, size = stride * h * 3 / 2;
     const hi_vb_blk blk = hi_mpi_vb_get_blk(HI_VB_INVALID_POOL_ID, size, nullptr);
@@ -72,7 +72,10 @@ static void sendFlat(hi_vpss_grp grp, hi_u32 w, hi_u32 h, unsigned char y)
     auto *data = static_cast<unsigned char *>(hi_mpi_sys_mmap(f.phys_addr[0], size));
     QVERIFY(data);
     memset(data, y, stride * h);
-    memset(data + stride * h, 128, stride * h / 2);
+    for (hi_u32 i = 0; i < stride * h / 2; i += 2) {
+        data[stride * h + i] = v;
+        data[stride * h + i + 1] = u;
+    }
     info.pool_id = hi_mpi_vb_handle_to_pool_id(blk);
     if (grp < 0)
         QCOMPARE(hi_mpi_vo_send_frame(0, 0, &info, 0), 0);
@@ -241,9 +244,12 @@ private slots:
         startDisplay(0, low);
         startVoChn(0, {0, 0, kScreenW, kScreenH});
         for (int i = 0; i < frames; ++i)
-            sendFlat(-1, kScreenW, kScreenH, 200);
+            sendFlat(-1, kScreenW, kScreenH, 200, 200, 90);
+        // One screen more than the queue needs: the screen being composed
+        // when the count is read may have looked at the queue before the
+        // last frame came. Once shown, the last frame stays on the screen.
         const unsigned long long screens = vx_model_vo_screens(0);
-        QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) >= screens + 3, 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(vx_model_vo_screens(0) >= screens + 4, 20000);
         QCOMPARE(voBufUsed(0), hi_u32(shown ? 1 : frames));
         QCOMPARE(hi_mpi_vo_disable(0), 0);
         QFile file(raw);
@@ -252,6 +258,9 @@ private slots:
         const int frameBytes = int(kScreenW * kScreenH * 3 / 2);
         QVERIFY(all.size() >= 3 * frameBytes && all.size() % frameBytes == 0);
         QCOMPARE(int(uchar(all[all.size() - frameBytes + int(kScreenW * kScreenH / 2)])), shown ? 200 : 16);
+        // A frame of the channel's own size keeps its chroma (V, U pairs) on the screen.
+        const int chroma = all.size() - frameBytes + int(kScreenW * kScreenH) + int(kScreenW * kScreenH / 4);
+        QCOMPARE(QList<int>({uchar(all[chroma]), uchar(all[chroma + 1])}), shown ? QList<int>({200, 90}) : QList<int>({128, 128}));
     }
 
     // Each TDE operation, run when its job ends, on ARGB8888 surfaces:
