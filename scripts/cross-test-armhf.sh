@@ -71,6 +71,9 @@ phase "configure and build"
 # file sets CMake's cross-compiling emulator). Tests that configure against
 # the build (the packaging test) read the sysroot from the environment.
 export VEXA_ARMHF_SYSROOT="$sysroot"
+# The board modules' camera runs longer: its encoders are slow under
+# emulation, and the published streams' receivers need a group of pictures.
+export VEXA_BOARD_SECONDS="${VEXA_BOARD_SECONDS:-8}"
 # Where the machine allows it, the tests get a PID namespace of their own: a
 # test that signals a wrong pid under emulation (kill(-1, ...)) then reaches
 # only its own suite, never the other work on a shared machine.
