@@ -57,9 +57,16 @@ bool decodesCleanly(const QString &path)
     QProcess p;
     p.start("ffmpeg", {"-v", "error", "-i", path, "-f", "null", "-"});
     const bool ended = p.waitForFinished(120000);
-    const QByteArray errors = p.readAllStandardError().trimmed();
+    // The decoder's complaints count; the null muxer's about two pictures
+    // that its time base rounds to one tick (a capture's uneven pace under
+    // emulation) do not.
+    QByteArrayList errors;
+    for (const QByteArray &line : p.readAllStandardError().trimmed().split('\n')) {
+        if (!line.isEmpty() && !line.startsWith("[null @"))
+            errors << line;
+    }
     if (!errors.isEmpty())
-        qWarning("%s: %s", qPrintable(path), errors.left(2000).constData());
+        qWarning("%s: %s", qPrintable(path), errors.join('\n').left(2000).constData());
     return ended && p.exitCode() == 0 && errors.isEmpty();
 }
 
