@@ -306,7 +306,7 @@ hi_s32 hi_mpi_vo_get_bt_param(hi_vo_dev dev, hi_vo_bt_param *bt_param)
 hi_s32 hi_mpi_vo_set_video_layer_attr(hi_vo_layer layer, const hi_vo_video_layer_attr *layer_attr)
 {
     VX_CALL(vxStatus, "%d", layer);
-    if (layer < 0 || layer >= HI_VO_MAX_LAYER_NUM)
+    if (!validLayer(layer))
         return HI_ERR_VO_INVALID_LAYER_ID;
     const hi_s32 status = vxCopyIn(s.layer[layer], layer_attr, HI_ERR_VO_NULL_PTR,
                     [](const hi_vo_video_layer_attr &attr, const hi_vo_video_layer_attr &) -> hi_s32 {
@@ -323,7 +323,7 @@ hi_s32 hi_mpi_vo_set_video_layer_attr(hi_vo_layer layer, const hi_vo_video_layer
 hi_s32 hi_mpi_vo_get_video_layer_attr(hi_vo_layer layer, hi_vo_video_layer_attr *layer_attr)
 {
     VX_CALL(vxStatus, "%d", layer);
-    if (layer < 0 || layer >= HI_VO_MAX_LAYER_NUM)
+    if (!validLayer(layer))
         return HI_ERR_VO_INVALID_LAYER_ID;
     return vxCopyOut(s.layer[layer], layer_attr, HI_ERR_VO_NULL_PTR);
 }

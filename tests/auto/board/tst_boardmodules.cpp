@@ -27,6 +27,17 @@
 
 namespace {
 
+// A fresh platform model with one pool of 48 pictures of 320x240 (4:2:0).
+bool bootTwin()
+{
+    hi_vb_cfg cfg = {};
+    cfg.max_pool_cnt = 1;
+    cfg.common_pool[0].blk_size = 320 * 240 * 3 / 2;
+    cfg.common_pool[0].blk_cnt = 48;
+    vx_model_reset();
+    return vx_model_boot(&cfg) == 0;
+}
+
 int cameraSeconds()
 {
     const int s = qEnvironmentVariableIntValue("VEXA_BOARD_SECONDS");
@@ -327,12 +338,7 @@ private slots:
     // goes on, and every block, channel and group comes back.
     void changeRunningCamera()
     {
-        hi_vb_cfg cfg = {};
-        cfg.max_pool_cnt = 1;
-        cfg.common_pool[0].blk_size = 320 * 240 * 3 / 2;
-        cfg.common_pool[0].blk_cnt = 48;
-        vx_model_reset();
-        QCOMPARE(vx_model_boot(&cfg), 0);
+        QVERIFY(bootTwin());
         vx_model_vi_source(0, "pattern@30");
         const int freeAtStart = vx_model_vb_free_blocks(0);
         auto groups = [] {
@@ -400,12 +406,7 @@ private slots:
     void displayMosaic()
     {
         const int w = 256, h = 192;
-        hi_vb_cfg cfg = {};
-        cfg.max_pool_cnt = 1;
-        cfg.common_pool[0].blk_size = 320 * 240 * 3 / 2;
-        cfg.common_pool[0].blk_cnt = 48;
-        vx_model_reset();
-        QCOMPARE(vx_model_boot(&cfg), 0);
+        QVERIFY(bootTwin());
         vx_model_vi_source(0, "pattern@30");
         vx_model_vi_source(1, "pattern@30");
         const QString screen = dir.filePath("mosaic.mkv");
@@ -519,12 +520,7 @@ private slots:
     void overlayClock()
     {
         const int w = 320, h = 240;
-        hi_vb_cfg cfg = {};
-        cfg.max_pool_cnt = 1;
-        cfg.common_pool[0].blk_size = w * h * 3 / 2;
-        cfg.common_pool[0].blk_cnt = 48;
-        vx_model_reset();
-        QCOMPARE(vx_model_boot(&cfg), 0);
+        QVERIFY(bootTwin());
         vx_model_vi_source(0, "pattern@30");
         const QString screen = dir.filePath("clock.mkv");
         vx_model_vo_screen(0, qPrintable(screen));
